@@ -1,0 +1,11 @@
+// A dump file: written whole, or not left behind.
+#pragma once
+#include <cstdio>
+
+// Creates or truncates `path` for writing; a new file is readable and writable by its owner only.
+// Symbolic links, FIFOs and devices are followed and written to. Null with errno when refused.
+FILE* dump_open(const char* path);
+
+// Flushes and closes `file`, opened from `path`. True when every byte of it was taken; otherwise
+// false, and what was written is removed if it is a regular file.
+bool dump_close(FILE* file, const char* path);

@@ -1,0 +1,217 @@
+// qarn: banner, options, the way to the BMC, its identity, then the requested actions in their
+// order.
+#include <arpa/inet.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "base/error_text.h"
+#include "base/progress.h"
+#include "firmware/flash.h"
+#include "frontend/operations.h"
+#include "frontend/options.h"
+#include "fru/fru.h"
+#include "lan/lan.h"
+#include "platform/platform.h"
+#include "sdr/sdr.h"
+#include "sel/sel.h"
+#include "textfile/cfg.h"
+#include "transport/bmc.h"
+#include "transport/transaction.h"
+
+namespace {
+
+constexpr int STATUS_DONE = 0;
+constexpr int STATUS_REFUSED = 1;
+constexpr int STATUS_NO_BMC = -1;
+
+constexpr uint8_t ORBE_CARD = 1;
+constexpr uint8_t ORBE_OTHER = 2;
+uint8_t orbeType = ORBE_CARD;
+
+const char* const DEVICES[] = {"/dev/ipmi0", "/dev/ipmi/0", "/dev/ipmidev/0"};
+
+// Where a KCS interface may be, and what answers there.
+struct Port_pair {
+  uint16_t command;
+  uint16_t data;
+  uint8_t type;
+};
+const Port_pair PORT_PAIRS[] = {
+    {0xCAC, 0xCA8, ORBE_CARD},
+    {0xCA3, 0xCA2, ORBE_OTHER},
+    {0xCA9, 0xCA8, ORBE_OTHER},
+};
+
+void show_version() {
+  std::puts("BMC Utility on Linux version 1.1.3");
+}
+
+bool open_device() {
+  for (const char* path : DEVICES) {
+    driverHandle = platform::device_open(path);
+    if (driverHandle != -1) return true;
+  }
+  std::printf("Could not open device at %s or %s or %s\n", DEVICES[0], DEVICES[1], DEVICES[2]);
+  return false;
+}
+
+bool open_ports() {
+  for (const Port_pair& pair : PORT_PAIRS) {
+    if (Init_Interface("KCS", pair.command, pair.data, 0) != 0) continue;
+    orbeType = pair.type;
+    return true;
+  }
+  std::puts("KCS_INIT error");
+  return false;
+}
+
+int close_device(int status) {
+  if (driverHandle != -1) platform::device_close(driverHandle);
+  driverHandle = -1;
+  return status;
+}
+
+// Only the daughter card has a downloader.
+bool firmware_allowed(const char* action) {
+  if (orbeType == ORBE_CARD) return true;
+  std::puts("Cannot find ORBE C4410/4415");
+  std::printf("qarn only support C4410/4415 firmware %s\n", action);
+  return false;
+}
+
+void run_user_actions(const Options& options) {
+  for (unsigned i = 0; i < USERS; i++) {
+    if (options.set_password[i] != 0) SetUserPwd(static_cast<int>(i), options.password[i]);
+  }
+  if (options.users != 0) {
+    std::puts("Display Users Name");
+    DispalyUsersName();
+  }
+}
+
+void run_file_actions(const Options& options) {
+  if (options.fru_update != 0) {
+    std::printf("update FRU with file %s\n", options.fru_path);
+    fruUpdate(options.fru_path);
+  } else if (options.fru_dump != 0) {
+    std::printf("Dump FRU to file %s\n", options.fru_path);
+    fruDump(options.fru_path);
+  }
+  if (options.sel_dump != 0) {
+    std::printf("Dumping SEL to file %s\n", options.sel_path);
+    dumpSel(options.sel_path);
+  }
+}
+
+void put_address(uint8_t field[4], const char* text) {
+  const in_addr_t address = inet_addr(text);
+  std::memcpy(field, &address, 4);
+}
+
+void show_address(const char* label, const uint8_t address[4]) {
+  std::printf("%s:\t\t\t%d.%d.%d.%d\n", label, address[0], address[1], address[2], address[3]);
+}
+
+void display_lan(const IpCfg& lan) {
+  std::puts(lan.dhcp != 0 ? "DHCP\t\t\tEnable" : "DHCP\t\t\tDisable");
+  show_address("BMC IP Address", lan.ip);
+  std::printf("MAC Address:\t\t\t%02X:%02X:%02X:%02X:%02X:%02X\n", lan.mac[0], lan.mac[1],
+              lan.mac[2], lan.mac[3], lan.mac[4], lan.mac[5]);
+  show_address("Net Mask", lan.netmask);
+  show_address("Gate Way", lan.gateway);
+}
+
+// The texts of -m and -i become those of the BMC and of the host interface that carries its MAC.
+void match_host_address(Options* options, IpCfg* lan) {
+  std::snprintf(options->mac, sizeof options->mac, "%02X:%02X:%02X:%02X:%02X:%02X", lan->mac[0],
+                lan->mac[1], lan->mac[2], lan->mac[3], lan->mac[4], lan->mac[5]);
+  if (getIpfromMAC(options->mac, options->ip) == 0) return;
+  put_address(lan->ip, options->ip);
+  writeIpCfg(lan);
+}
+
+void set_lan(const Options& options, IpCfg* lan) {
+  if (options.set_ip != 0) {
+    put_address(lan->ip, options.ip);
+    setIp(lan);
+  }
+  if (options.set_mac != 0 && parse_mac(options.mac, lan->mac)) setMac(lan);
+  if (options.set_gateway != 0) {
+    put_address(lan->gateway, options.gateway);
+    setGateway(lan);
+  }
+  if (options.set_netmask != 0) {
+    put_address(lan->netmask, options.netmask);
+    setNetmask(lan);
+  }
+  if (options.set_arp != 0) {
+    lan->arp = static_cast<uint8_t>(std::atoi(options.arp) & 1);
+    setArp(lan->arp);
+  }
+}
+
+int run_lan_actions(Options* options) {
+  IpCfg lan{};
+  if (options->inside_mac != 0) insideMacSet();
+  if (options->script != 0) process_cfg(options->script_path);
+  if (options->dhcp != 0) {
+    std::puts("enable DHCP");
+    enableDhcp();
+  }
+  if (options->read_lan != 0 && readIpCfg(&lan) == 0) {
+    std::puts(err_message);
+    return STATUS_NO_BMC;
+  }
+  if (options->auto_ip != 0) match_host_address(options, &lan);
+  if (options->display != 0) display_lan(lan);
+  set_lan(*options, &lan);
+  if (options->raw != 0) cmdExecute(options->raw_bytes, options->raw_count, 1);
+  return STATUS_DONE;
+}
+
+int run_actions(Options* options) {
+  run_user_actions(*options);
+  if (options->firmware_update != 0) {
+    if (!firmware_allowed("update")) return STATUS_REFUSED;
+    firmwareUpdate();
+    return STATUS_DONE;
+  }
+  if (options->sdr_dump != 0) {
+    sdrDump(options->sdr_path);
+    return STATUS_DONE;
+  }
+  if (options->sdr_update != 0) {
+    sdrUpdate(options->sdr_path);
+    return STATUS_DONE;
+  }
+  run_file_actions(*options);
+  if (options->firmware_save != 0 || options->firmware_verify != 0) {
+    if (!firmware_allowed("save")) return STATUS_REFUSED;
+    options->firmware_save != 0 ? firmwareSave() : firmwareVerify();
+    return STATUS_DONE;
+  }
+  return run_lan_actions(options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // A log must show how far a run came that now waits for a dead BMC.
+  std::setvbuf(stdout, nullptr, _IOLBF, 0);
+  show_version();
+  if (argc <= 1) {
+    show_usage();
+    return STATUS_DONE;
+  }
+  static Options options;
+  const int parsed = parse_options(argc, argv, &options);
+  if (parsed != OPTIONS_ACCEPTED) return parsed;
+  progressFlag = debugFlag == 0 && isatty(STDERR_FILENO) != 0;
+
+  if (!(openIpmiFlag != 0 ? open_device() : open_ports())) return STATUS_NO_BMC;
+  show_fw_version();
+  return close_device(run_actions(&options));
+}

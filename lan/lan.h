@@ -1,0 +1,46 @@
+// The BMC's LAN configuration on channel 1, and the host interface that carries its MAC address.
+#pragma once
+#include <cstdint>
+
+// IP configuration; every address first octet first.
+struct IpCfg {
+  uint8_t ip[4];
+  uint8_t netmask[4];
+  uint8_t mac[6];
+  uint8_t gateway[4];
+  uint8_t arp;   // ARP control to be written, 0 or 1; never read
+  uint8_t dhcp;  // 1 when the BMC takes its address from DHCP; never written
+};
+
+// Get LAN Configuration Parameters 3, 5, 6, 12 and 4 (IPMI v2.0 table 23-4). 1, or 0 at the first
+// failure with the reason in err_message; fields read before it stay.
+int readIpCfg(IpCfg* record);
+// Sets address, static source, MAC, mask and gateway. 1, or 0 at the first failure with the reason
+// in err_message.
+int writeIpCfg(const IpCfg* record);
+
+// Set one parameter, an address after switching the source to static. Nothing is reported; null
+// sends nothing.
+void setIp(const IpCfg* record);
+void setMac(const IpCfg* record);
+void setGateway(const IpCfg* record);
+void setNetmask(const IpCfg* record);
+// 1 when the BMC accepted, else 0.
+int setArp(unsigned enable);
+int enableDhcp();
+
+// Copies the MAC address that the card reports about itself into the LAN configuration.
+void insideMacSet();
+
+// Finds the host interface that carries `macText` ("%02X:..." of six bytes) among the first 16 that
+// have an IPv4 address. 1 with its address as dotted decimal in `ipText` (room for 16 characters),
+// else 0 with `ipText` untouched.
+int getIpfromMAC(const char* macText, char* ipText);
+
+// The parts of the search. get_name takes an interface's name (at most 63 characters) out of a line
+// of the interface list and returns the position reached; getip and getmac return 1, or 0; notLocal
+// returns 0 for 127.0.0.1 only.
+const char* get_name(char name[64], const char* line);
+int getip(const char* name, uint8_t address[4]);
+int getmac(const char* name, char macText[18]);
+int notLocal(const uint8_t address[4]);

@@ -1,0 +1,104 @@
+// The real machine: x86 ports, the kernel's IPMI device, its clock and its network interfaces.
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <sys/io.h>
+#include <sys/ioctl.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+#include "platform/platform.h"
+
+namespace platform {
+
+int io_privilege() {
+  return ::iopl(3);
+}
+
+uint8_t inb(uint16_t port) {
+  return ::inb(port);
+}
+
+void outb(uint8_t value, uint16_t port) {
+  ::outb(value, port);
+}
+
+int device_open(const char* path) {
+  return ::open(path, O_RDWR | O_CLOEXEC);
+}
+
+int device_close(int handle) {
+  return ::close(handle);
+}
+
+int device_send(int handle, ipmi_req* request) {
+  return ::ioctl(handle, IPMICTL_SEND_COMMAND, request);
+}
+
+int device_receive(int handle, ipmi_recv* received) {
+  return ::ioctl(handle, IPMICTL_RECEIVE_MSG_TRUNC, received);
+}
+
+int device_select(int handle, bool* readable) {
+  *readable = false;
+  if (handle < 0 || handle >= FD_SETSIZE) {
+    errno = EBADF;
+    return -1;
+  }
+  fd_set handles;
+  FD_ZERO(&handles);
+  FD_SET(handle, &handles);
+  const int result = ::select(handle + 1, &handles, nullptr, nullptr, nullptr);
+  *readable = result > 0 && FD_ISSET(handle, &handles);
+  return result;
+}
+
+void sleep(unsigned seconds) {
+  while (seconds > 0) seconds = ::sleep(seconds);
+}
+
+void usleep(unsigned microseconds) {
+  ::usleep(microseconds);
+}
+
+uint32_t time_now() {
+  return static_cast<uint32_t>(::time(nullptr));
+}
+
+FILE* interface_list() {
+  return std::fopen("/proc/net/dev", "re");
+}
+
+int interface_socket() {
+  return ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+}
+
+void interface_close(int socket) {
+  ::close(socket);
+}
+
+int interface_address(int socket, const char* name, uint8_t address[4]) {
+  ifreq query{};
+  std::strncpy(query.ifr_name, name, IFNAMSIZ - 1);
+  if (::ioctl(socket, SIOCGIFADDR, &query) < 0) return -1;
+  sockaddr_in answer;
+  std::memcpy(&answer, &query.ifr_addr, sizeof answer);
+  std::memcpy(address, &answer.sin_addr, 4);
+  return 0;
+}
+
+int interface_hardware_address(int socket, const char* name, uint8_t address[6]) {
+  ifreq query{};
+  std::strncpy(query.ifr_name, name, IFNAMSIZ - 1);
+  if (::ioctl(socket, SIOCGIFHWADDR, &query) < 0) return -1;
+  std::memcpy(address, query.ifr_hwaddr.sa_data, 6);
+  return 0;
+}
+
+}  // namespace platform

@@ -1,0 +1,54 @@
+// Sensor Data Records: the repository, its text form, and the two actions.
+#pragma once
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+inline constexpr unsigned SDR_HEADER_SIZE = 5;
+
+// One record; the first five fields are its header in wire order (IPMI v2.0 table 33-1).
+struct sdr_entry {
+  uint8_t record_id_ls;
+  uint8_t record_id_ms;
+  uint8_t sdr_version;
+  uint8_t record_type;
+  uint8_t record_length;  // body bytes
+  std::unique_ptr<uint8_t[]> sdr_data;
+};
+
+// A set of records and what the repository said about itself (table 33-3).
+struct sdr_repository {
+  uint8_t repo_version;
+  uint8_t count_ls, count_ms;
+  uint8_t next_id_ls, next_id_ms;  // the record to read next; 0xFFFF: no further one
+  uint32_t record_count;           // entries in psdr_entry
+  uint8_t free_ls, free_ms;
+  uint32_t free_space;
+  uint32_t add_timestamp;
+  uint32_t erase_timestamp;
+  uint8_t op_support;
+  std::unique_ptr<sdr_entry[]> psdr_entry;
+  std::size_t room;  // entries that psdr_entry can hold
+  std::unique_ptr<char[]> source_name;
+};
+
+extern int resetFlag;  // 1: reset the BMC after an update
+
+// Reads the whole repository. 1, or 0 with the reason in err_message.
+int init_sdr(sdr_repository* repository);
+// Reads the record under the cursor, appends it and moves the cursor. 1, or 0 with err_message.
+int get_sdr(sdr_repository* repository);
+// Releases every entry and the name; harmless on a zeroed or released record.
+void freespace(sdr_repository* repository);
+// Erases the BMC's repository and adds every entry in order. 1, or 0 with err_message.
+int Write_Sdr(sdr_repository* repository);
+
+// Loads a text file, or a binary one whose name ends in ".dat". 1 (also without any record), or 0
+// when it could not be opened or, after a line that says where and why, not be trusted.
+int FileToSdr(const char* path, sdr_repository* repository);
+// Writes the records as text. 1, or 0 when the file could not be opened or not be written whole.
+int SdrToFile(const char* path, const sdr_repository* repository);
+
+// The actions for --sdr and --sdrdump; both print their own outcome.
+void sdrUpdate(const char* path);
+void sdrDump(const char* path);

@@ -1,0 +1,14 @@
+// The daughter card's downloader and flash.
+#include "sim/bmc.h"
+
+namespace sim {
+
+std::span<const Command> card_commands() {
+  return {};
+}
+void store(const Card&, State&) {
+}
+void restore(Card&, const State&) {
+}
+
+}  // namespace sim

@@ -1,0 +1,2 @@
+// platform.h over the simulated machine.
+#include "platform/platform.h"

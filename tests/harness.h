@@ -1,0 +1,27 @@
+// What every test needs: a simulated machine, whole commands in a child process, files, console
+// text.
+#pragma once
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "sim/machine.h"
+
+// A whole command, run in a child process on a copy of sim::machine().
+struct Run {
+  int status;           // exit status as a shell sees it
+  std::string out;      // standard output
+  std::string traffic;  // sim::transcript() of the child
+};
+
+// Runs "qarn WORDS...". Afterwards sim::machine().bmc holds what the child's BMC held at its end.
+Run run(const std::vector<std::string>& words);
+
+// Standard output of `action`, run in this process.
+std::string console_of(const std::function<void()>& action);
+
+// A file in the test's own temporary folder: its path, after writing `content` to it.
+std::string file_with(const std::string& name, const std::string& content);
+std::string path_of(const std::string& name);
+// The whole file, or "(no file)".
+std::string content_of(const std::string& path);

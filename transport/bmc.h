@@ -1,0 +1,39 @@
+// Message layer: the system interfaces, the retry rule, and IPMB bridging of one request.
+#pragma once
+#include <cstdint>
+
+inline constexpr uint8_t BMC_ADDRESS = 0x20;
+
+// One message as the driver sees it: NetFn/LUN, command, then data (a response has its completion
+// code before the data).
+struct BMC_Msg {
+  uint8_t length;  // bytes that data points to
+  uint8_t rsSA;    // responder of the request this record belongs to
+  uint8_t* data;
+};
+
+// One system interface. `init` takes command/status port, data port and timeout; each operation
+// returns a KCS_result.
+struct BMC_Intf {
+  const char* name;
+  uint32_t id;  // its index in the table
+  BMC_Msg request;
+  BMC_Msg response;
+  int (*init)(uint32_t, uint32_t, uint32_t);
+  int (*send)(BMC_Msg*);
+  int (*receive)(BMC_Msg*);
+};
+
+// Selects the interface by its exact name ("KCS" when null), raises the I/O privilege and brings
+// the interface to idle on the given ports. 0 when it is ready, else -1.
+int Init_Interface(const char* name, uint32_t commandPort, uint32_t dataPort, uint32_t timeout);
+
+// Sends one request: responder address, NetFn/LUN, command, data. At least 3 bytes; at most 131 to
+// the BMC itself, 123 to another address, which is reached through Send Message (IPMI v2.0 table
+// 22-9). 0, or -1 (nothing is sent when the length is refused).
+int Send_Req(const uint8_t* request, unsigned length);
+
+// Receives the answer to the last request: responder address, NetFn/LUN, command, completion code,
+// data; at most 129 bytes. 0, or -1. A bridged answer is taken out of the receive message queue
+// with Get Message (table 22-8).
+int Get_Resp(uint8_t* response, unsigned* responseLength);

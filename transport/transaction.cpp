@@ -1,0 +1,152 @@
+// One IPMI request and its response, whichever way leads to the BMC.
+#include "transport/transaction.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "base/progress.h"
+#include "platform/platform.h"
+#include "transport/bmc.h"
+
+int debugFlag = 0;
+int openIpmiFlag = 0;
+int driverHandle = -1;
+
+const uint8_t ReadFRUCmd[] = {3, 0x20, 0x28, 0x11};
+const uint8_t GetSelRepositoryInfo[] = {3, 0x20, 0x28, 0x40};
+const uint8_t ReserveSELRepository[] = {3, 0x20, 0x28, 0x42};
+const uint8_t GetSEL[] = {3, 0x20, 0x28, 0x43};
+
+namespace {
+
+constexpr unsigned REQUEST_HEADER = 3;  // address, NetFn/LUN, command
+constexpr unsigned KERNEL_DATA_ROOM = 256;
+constexpr unsigned KERNEL_ADDRESS_ROOM = 40;
+
+uint32_t curr_seq = 0;
+
+void trace(const uint8_t* bytes, unsigned length) {
+  for (unsigned i = 0; i < length; i++) std::printf("%02x ", bytes[i]);
+  std::putchar('\n');
+}
+
+// The KCS path has no failure return: whoever waits for a dead interface is told and released.
+[[noreturn]] void give_up(const char* message) {
+  progress_end();
+  if (message != nullptr) std::puts(message);
+  std::exit(-1);
+}
+
+int kcs_transaction(const uint8_t* request, unsigned length, uint8_t* response,
+                    unsigned* responseLength) {
+  if (Send_Req(request, length) != 0) give_up("cmd error");
+  if (Get_Resp(response, responseLength) != 0) give_up(nullptr);
+  if (debugFlag != 0) {
+    std::printf("recv:");
+    trace(response, *responseLength);
+  }
+  return 0;
+}
+
+int kernel_send(const uint8_t* request, unsigned length) {
+  const unsigned count = length - REQUEST_HEADER;
+  ipmi_system_interface_addr address{};
+  address.addr_type = IPMI_SYSTEM_INTERFACE_ADDR_TYPE;
+  address.channel = IPMI_BMC_CHANNEL;
+  address.lun = 0;
+  ipmi_req record{};
+  record.addr = reinterpret_cast<unsigned char*>(&address);
+  record.addr_len = sizeof address;
+  record.msgid = curr_seq++;
+  record.msg.netfn = request[1] >> 2;
+  record.msg.cmd = request[2];
+  record.msg.data_len = static_cast<unsigned short>(count);
+  // The record has no const; the kernel only reads through it.
+  record.msg.data = count > 0 ? const_cast<uint8_t*>(request) + REQUEST_HEADER : nullptr;
+  if (platform::device_send(driverHandle, &record) >= 0) return 0;
+  std::printf("Error sending command: %s\n", std::strerror(errno));
+  return -1;
+}
+
+int kernel_wait() {
+  bool readable = false;
+  if (platform::device_select(driverHandle, &readable) < 0) {
+    std::puts("Select fail");
+    return -1;
+  }
+  if (readable) return 0;
+  std::puts("Error no data available");
+  return -1;
+}
+
+int kernel_receive(uint8_t* response, unsigned* responseLength) {
+  uint8_t address[KERNEL_ADDRESS_ROOM] = {};
+  uint8_t data[KERNEL_DATA_ROOM] = {};
+  ipmi_recv record{};
+  record.addr = address;
+  record.addr_len = sizeof address;
+  record.msg.data = data;
+  record.msg.data_len = sizeof data;
+  if (platform::device_receive(driverHandle, &record) < 0) {
+    const int reason = errno;
+    std::printf("Error receiving message: %s\n", std::strerror(reason));
+    if (reason != EMSGSIZE) return -1;
+  }
+  const unsigned count = record.msg.data_len < sizeof data ? record.msg.data_len : sizeof data;
+  response[0] = BMC_ADDRESS;
+  response[1] = static_cast<uint8_t>(record.msg.netfn << 2);
+  response[2] = record.msg.cmd;
+  std::memcpy(response + REQUEST_HEADER, data, count);
+  *responseLength = count + REQUEST_HEADER;
+  return 0;
+}
+
+// Never bridges: the first request byte is not used, nor is the LUN.
+int kernel_transaction(const uint8_t* request, unsigned length, uint8_t* response,
+                       unsigned* responseLength) {
+  if (kernel_send(request, length) != 0) return -1;
+  if (kernel_wait() != 0) return -1;
+  return kernel_receive(response, responseLength);
+}
+
+}  // namespace
+
+unsigned UpdateCommandToSendText(uint8_t* destination, const uint8_t* command) {
+  const unsigned count = command[0];
+  std::memcpy(destination, command + 1, count);
+  return count;
+}
+
+int converToBMCCmd(const uint8_t* request, unsigned length, uint8_t* response,
+                   unsigned* responseLength) {
+  if (debugFlag != 0) {
+    if (openIpmiFlag != 0) std::printf("send with openipmi:");
+    trace(request, length);
+  }
+  if (length < REQUEST_HEADER) {
+    std::printf("request of %u bytes has no command: not sent\n", length);
+    return -1;
+  }
+  const bool kernel = openIpmiFlag != 0 && driverHandle != -1;
+  return kernel ? kernel_transaction(request, length, response, responseLength)
+                : kcs_transaction(request, length, response, responseLength);
+}
+
+bool exchange(const uint8_t* request, unsigned length, Response* response) {
+  std::memset(response, 0, sizeof *response);
+  response->bytes[RESPONSE_COMPLETION] = 0xFF;
+  if (converToBMCCmd(request, length, response->bytes, &response->length) != 0) return false;
+  return completion_code(*response) == 0;
+}
+
+uint8_t completion_code(const Response& response) {
+  const uint8_t* code = response_part(response, RESPONSE_COMPLETION, 1);
+  return code != nullptr ? *code : 0xFF;
+}
+
+const uint8_t* response_part(const Response& response, unsigned offset, unsigned count) {
+  const bool arrived = offset <= response.length && count <= response.length - offset;
+  return arrived ? response.bytes + offset : nullptr;
+}
