@@ -5,19 +5,19 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cstdlib>
 
 namespace {
 
 // The file itself goes, not a link that led to it.
 void remove_regular(const char* path, const struct stat& written) {
-  char* real = realpath(path, nullptr);
-  if (real == nullptr) return;
+  char real[PATH_MAX];
+  if (realpath(path, real) == nullptr) return;
   struct stat now;
   const bool same = lstat(real, &now) == 0 && now.st_dev == written.st_dev &&
                     now.st_ino == written.st_ino && S_ISREG(now.st_mode);
   if (same) unlink(real);
-  std::free(real);  // realpath(3) allocates it
 }
 
 }  // namespace

@@ -42,6 +42,7 @@ const option LONG_OPTIONS[] = {
 };
 
 const char* const USAGE[] = {
+    // Two of these lines are longer than ours. NOLINTNEXTLINE(bugprone-suspicious-missing-comma)
     "Usage: qarn [-?] [-h] [-u filename] [--spx[=xxx]] [-d] [-i ipaddr] [-m macaddr] "
     "[-e Net/LUN CMD DATA]",
     "-?                \tDisplay this help screen",

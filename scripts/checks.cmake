@@ -1,0 +1,15 @@
+# Checks of the source as tests of the build without sanitizers.
+function(qarn_check name tool)
+  find_program(found_${tool} ${tool})
+  if(found_${tool})
+    add_test(NAME ${name} COMMAND ${ARGN} WORKING_DIRECTORY ${CMAKE_SOURCE_DIR})
+  endif()
+endfunction()
+
+qarn_check(format clang-format scripts/check-format)
+qarn_check(tidy clang-tidy scripts/check-tidy ${CMAKE_BINARY_DIR})
+qarn_check(includes python3 scripts/check-includes)
+qarn_check(includes_self_check python3 scripts/check-includes --self-check)
+if(EXISTS ${CMAKE_SOURCE_DIR}/doc/qarn.8)
+  qarn_check(manual mandoc mandoc -Tlint -W warning doc/qarn.8)
+endif()
