@@ -1,0 +1,94 @@
+#!/usr/bin/env python3
+"""Runs the whole-machine cases: system/run.py --qarn PATH --bmc PATH [--only TEXT]; exit 77 where no guest can run."""
+
+import argparse
+import importlib
+import os
+import sys
+import time
+from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
+
+import machine
+
+SKIPPED = 77
+
+
+class Checks:
+    """What one case saw: counts, and a line for each failed check."""
+
+    def __init__(self, name, qarn, bmc):
+        self.name, self.qarn, self.bmc = name, qarn, bmc
+        self.passed, self.failures = 0, []
+
+    def boot(self, steps, bmc=(), **settings):
+        settings["programs"] = {"bin/qarn": self.qarn} | settings.get("programs", {})
+        return machine.boot(steps, bmc, **settings)
+
+    def that(self, holds, what, detail=""):
+        if holds:
+            self.passed += 1
+        else:
+            self.failures.append(f"{self.name}: {what}" + (f": {detail}" if detail else ""))
+
+    def same(self, got, wanted, what):
+        self.that(got == wanted, what, f"got {got!r}, wanted {wanted!r}")
+
+    def holds(self, text, part, what):
+        self.that(part in text, what, f"{part!r} is not in {text!r}")
+
+
+def run_case(case, options):
+    checks = Checks(case.__module__.removeprefix("cases_") + "." + case.__name__, options.qarn, options.bmc)
+    start = time.monotonic()
+    try:
+        case(checks)
+    except Exception as error:  # a case that breaks is a failed check, and the others go on
+        checks.failures.append(f"{checks.name}: {type(error).__name__}: {error}")
+    if options.times:
+        print(f"{checks.name}: {time.monotonic() - start:.1f} s", flush=True)
+    return checks
+
+
+def all_cases():
+    """Every function of the case files that takes `checks`, in order."""
+    cases = []
+    for path in sorted(Path(__file__).parent.glob("cases_*.py")):
+        module = importlib.import_module(path.stem)
+        cases += [value for value in vars(module).values()
+                  if callable(value) and getattr(value, "__module__", "") == path.stem
+                  and getattr(value, "__code__", None) and value.__code__.co_varnames[:1] == ("checks",)]
+    return cases
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--qarn", required=True, help="the program under test, a build for the real machine")
+    parser.add_argument("--bmc", required=True, help="our simulated BMC as a server")
+    parser.add_argument("--only", default="", help="run the cases whose name holds this text")
+    parser.add_argument("--jobs", type=int, default=os.cpu_count() or 1)
+    parser.add_argument("--times", action="store_true", help="print how long each case takes")
+    options = parser.parse_args()
+    missing = machine.missing_tools()
+    if missing:
+        print("whole-machine test not run: no " + ", ".join(missing))
+        return 1 if os.environ.get("CI") == "true" else SKIPPED
+    try:
+        machine.base_archive()
+    except (machine.MachineError, OSError) as error:
+        print(f"whole-machine test not run: {error}")
+        return 1
+    cases = [case for case in all_cases() if options.only in f"{case.__module__}.{case.__name__}"]
+    passed = failed = 0
+    with ThreadPoolExecutor(options.jobs) as pool:
+        for checks in pool.map(lambda case: run_case(case, options), cases):
+            passed += checks.passed
+            failed += len(checks.failures)
+            for line in checks.failures:
+                print(line, flush=True)
+    print(f"{passed} passed, {failed} failed")
+    return 1 if failed or not passed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
