@@ -1,14 +1,170 @@
 // Application commands of the simulated BMC: identity, users, resets, messaging.
+#include <algorithm>
+#include <string>
+
 #include "sim/bmc.h"
 
 namespace sim {
 
-std::span<const Command> app_commands() {
+namespace {
+
+constexpr uint8_t NETFN_APP = 0x06;
+constexpr uint8_t BMC_ADDRESS = 0x20;
+constexpr size_t NAME_SIZE = 16;
+constexpr size_t PASSWORD_SIZE = 16;
+constexpr size_t LONG_PASSWORD_SIZE = 20;
+constexpr uint8_t LONG_PASSWORD = 0x80;  // bit 7 of the user ID
+constexpr uint8_t ID_MASK = 0x3F;
+constexpr uint8_t PASSWORD_WRONG = 0x80;
+constexpr uint8_t QUEUE_EMPTY = 0x80;
+constexpr uint8_t NO_ACKNOWLEDGE = 0x83;
+constexpr uint8_t CLEAR_QUEUE = 0x01;
+constexpr size_t QUEUE_ROOM = 16;
+constexpr uint8_t SEQUENCE_STEP = 0x04;  // sequence number in bits 7..2
+
+Reply get_device_id(Bmc& bmc, const Bytes&) {
+  return {DONE, bmc.app.device_id};
+}
+
+User* find_user(App& app, uint8_t id) {
+  const unsigned number = id & ID_MASK;
+  return number >= 1 && number <= USER_COUNT ? &app.users[number - 1] : nullptr;
+}
+
+Reply get_user_name(Bmc& bmc, const Bytes& data) {
+  if (data.size() != 1) return {INVALID_LENGTH, {}};
+  const User* user = find_user(bmc.app, data[0]);
+  if (user == nullptr) return {INVALID_DATA, {}};
+  Bytes name(user->name.begin(), user->name.end());
+  name.resize(NAME_SIZE);
+  return {DONE, name};
+}
+
+// User ID, operation, 16 or 20 bytes; operations 0 (disable) and 1 (enable) may go without.
+Reply set_user_password(Bmc& bmc, const Bytes& data) {
+  enum Operation { DISABLE, ENABLE, SET, TEST };
+  if (data.size() < 2) return {INVALID_LENGTH, {}};
+  User* user = find_user(bmc.app, data[0]);
+  if (user == nullptr) return {INVALID_DATA, {}};
+  const int operation = data[1] & 3;
+  if (operation == DISABLE || operation == ENABLE) return {};
+  const size_t expected = data[0] & LONG_PASSWORD ? LONG_PASSWORD_SIZE : PASSWORD_SIZE;
+  if (data.size() != 2 + expected) return {INVALID_LENGTH, {}};
+  const Bytes password(data.begin() + 2, data.end());
+  if (operation == TEST) return {password == user->password ? DONE : PASSWORD_WRONG, {}};
+  user->password = password;
   return {};
 }
-void store(const App&, State&) {
+
+Reply cold_reset(Bmc& bmc, const Bytes&) {
+  card_reset(bmc);
+  bmc.receive_queue.clear();
+  bmc.attention = false;
+  return {};
 }
-void restore(App&, const State&) {
+
+Reply warm_reset(Bmc&, const Bytes&) {
+  return {};
+}
+
+Reply clear_message_flags(Bmc& bmc, const Bytes& data) {
+  if (data.size() != 1) return {INVALID_LENGTH, {}};
+  if (data[0] & CLEAR_QUEUE) bmc.receive_queue.clear();
+  bmc.attention = false;
+  return {};
+}
+
+Reply get_message(Bmc& bmc, const Bytes&) {
+  if (bmc.receive_queue.empty()) return {QUEUE_EMPTY, {}};
+  const Bytes message = bmc.receive_queue.front();
+  bmc.receive_queue.pop_front();
+  return {DONE, message};
+}
+
+uint8_t sum(Bytes::const_iterator from, Bytes::const_iterator to) {
+  uint8_t total = 0;
+  for (; from != to; ++from) total = static_cast<uint8_t>(total + *from);
+  return total;
+}
+
+// What a controller on the IPMB knows: itself and its users.
+Reply ask_target(Bmc& bmc, App& target, uint8_t netfn, uint8_t command, const Bytes& data) {
+  Reply (*known)(Bmc&, const Bytes&) = nullptr;
+  if (netfn == NETFN_APP && command == 0x01) known = get_device_id;
+  if (netfn == NETFN_APP && command == 0x46) known = get_user_name;
+  if (netfn == NETFN_APP && command == 0x47) known = set_user_password;
+  if (known == nullptr) return {INVALID_COMMAND, {}};
+  std::swap(bmc.app, target);
+  Reply reply = known(bmc, data);
+  std::swap(bmc.app, target);
+  return reply;
+}
+
+// Channel, then an IPMB frame: rsSA, NetFn/rsLUN, checksum 1, rqSA, sequence/rqLUN, command, data,
+// checksum 2. The answer goes to the receive queue as Get Message hands it out: channel,
+// NetFn/rqLUN, checksum 1, rsSA, sequence/rsLUN, command, completion code, data, checksum 2.
+Reply send_message(Bmc& bmc, const Bytes& data) {
+  constexpr size_t SMALLEST = 8;
+  if (data.size() < SMALLEST) return {INVALID_LENGTH, {}};
+  const auto frame = data.begin() + 1;
+  if ((data[0] & 0x0F) != 0 || sum(frame, frame + 3) != 0 || sum(frame + 3, data.end()) != 0) {
+    return {INVALID_DATA, {}};
+  }
+  const uint8_t address = data[1];
+  const auto target = bmc.targets.find(address);
+  if (target == bmc.targets.end()) return {NO_ACKNOWLEDGE, {}};
+  if (bmc.receive_queue.size() >= QUEUE_ROOM) return {NODE_BUSY, {}};
+
+  const Bytes inner(data.begin() + 7, data.end() - 1);
+  const Reply reply = ask_target(bmc, target->second, data[2] >> 2, data[6], inner);
+  const uint8_t netfn = static_cast<uint8_t>(((data[2] >> 2 | 1) << 2) | (data[5] & 3));
+  const uint8_t wrong = bmc.keep_sequence ? 0 : SEQUENCE_STEP;
+  const uint8_t sequence = static_cast<uint8_t>(((data[5] & 0xFC) + wrong) | (data[2] & 3));
+  Bytes message = {data[0],         netfn,    static_cast<uint8_t>(0 - BMC_ADDRESS - netfn),
+                   address,         sequence, data[6],
+                   reply.completion};
+  message.insert(message.end(), reply.data.begin(), reply.data.end());
+  message.push_back(static_cast<uint8_t>(0 - sum(message.begin() + 3, message.end())));
+  bmc.receive_queue.push_back(message);
+  return {};
+}
+
+constexpr Command COMMANDS[] = {
+    {NETFN_APP, 0x01, get_device_id}, {NETFN_APP, 0x02, cold_reset},
+    {NETFN_APP, 0x03, warm_reset},    {NETFN_APP, 0x30, clear_message_flags},
+    {NETFN_APP, 0x33, get_message},   {NETFN_APP, 0x34, send_message},
+    {NETFN_APP, 0x46, get_user_name}, {NETFN_APP, 0x47, set_user_password},
+};
+
+}  // namespace
+
+std::span<const Command> app_commands() {
+  return COMMANDS;
+}
+
+void store(const App& from, State& state) {
+  state["device_id"] = from.device_id;
+  for (unsigned i = 0; i < USER_COUNT; i++) {
+    const std::string user = "user" + std::to_string(i + 1);
+    state[user + ".name"] = Bytes(from.users[i].name.begin(), from.users[i].name.end());
+    state[user + ".password"] = from.users[i].password;
+  }
+}
+
+void restore(App& to, const State& state) {
+  if (const auto found = state.find("device_id"); found != state.end())
+    to.device_id = found->second;
+  for (unsigned i = 0; i < USER_COUNT; i++) {
+    const std::string user = "user" + std::to_string(i + 1);
+    if (const auto found = state.find(user + ".name"); found != state.end()) {
+      const size_t count = std::min(found->second.size(), NAME_SIZE);
+      to.users[i].name.assign(found->second.begin(),
+                              found->second.begin() + static_cast<std::ptrdiff_t>(count));
+    }
+    if (const auto found = state.find(user + ".password"); found != state.end()) {
+      to.users[i].password = found->second;
+    }
+  }
 }
 
 }  // namespace sim

@@ -6,6 +6,8 @@ namespace sim {
 std::span<const Command> card_commands() {
   return {};
 }
+void card_reset(Bmc&) {
+}
 void store(const Card&, State&) {
 }
 void restore(Card&, const State&) {

@@ -8,14 +8,15 @@
 #include "sim/machine.h"
 
 // A whole command, run in a child process on a copy of sim::machine().
-struct Run {
+struct RunResult {
   int status;           // exit status as a shell sees it
   std::string out;      // standard output
   std::string traffic;  // sim::transcript() of the child
 };
 
-// Runs "qarn WORDS...". Afterwards sim::machine().bmc holds what the child's BMC held at its end.
-Run run(const std::vector<std::string>& words);
+// Runs "qarn WORDS...". Afterwards sim::machine().bmc holds what the child's BMC held at its end
+// (what a state file keeps, that is: not its queue, clock and faults).
+RunResult run(const std::vector<std::string>& words);
 
 // Standard output of `action`, run in this process.
 std::string console_of(const std::function<void()>& action);

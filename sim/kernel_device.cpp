@@ -1,0 +1,133 @@
+// platform.h over the simulated machine: the kernel's IPMI character device.
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "platform/platform.h"
+#include "sim/machine.h"
+
+namespace platform {
+
+namespace {
+
+constexpr int HANDLE = 10000;  // no real handle
+constexpr unsigned NETFN_APP = 0x06;
+constexpr unsigned RESPONSE_BIT = 0x01;
+constexpr int GET_MESSAGE = 0x33;
+constexpr int SEND_MESSAGE = 0x34;
+
+int refuse(int reason) {
+  errno = reason;
+  return -1;
+}
+
+bool is_open(int handle) {
+  return handle == HANDLE && sim::machine().device_is_open;
+}
+
+// What the kernel's message handler refuses; 0 when it takes the request.
+int check_request(const ipmi_req& request) {
+  if (request.addr == nullptr) return EFAULT;
+  if (request.addr_len < sizeof(ipmi_system_interface_addr) ||
+      request.addr_len > sizeof(ipmi_addr)) {
+    return EINVAL;
+  }
+  ipmi_system_interface_addr address;
+  std::memcpy(&address, request.addr, sizeof address);
+  if (address.addr_type != IPMI_SYSTEM_INTERFACE_ADDR_TYPE) return EINVAL;
+  if (address.channel != IPMI_BMC_CHANNEL || address.lun > 3) return EINVAL;
+  if (request.msg.data_len + 2 > IPMI_MAX_MSG_LENGTH) return EMSGSIZE;
+  if (request.msg.data_len > 0 && request.msg.data == nullptr) return EFAULT;
+  if (request.msg.netfn >= 0x40 || (request.msg.netfn & RESPONSE_BIT) != 0) return EINVAL;
+  // The kernel keeps the receive queue to itself.
+  const bool messaging = request.msg.cmd == GET_MESSAGE || request.msg.cmd == SEND_MESSAGE;
+  return request.msg.netfn == NETFN_APP && messaging ? EINVAL : 0;
+}
+
+// The kernel's driver retries and then answers an unspecified error itself.
+sim::Answer serve_over_driver(const sim::Bytes& request) {
+  sim::Bytes arrived;
+  for (const uint8_t byte : request) {
+    arrived.push_back(byte);
+    if (!sim::write_fails(sim::machine().bmc, arrived)) continue;
+    return {{static_cast<uint8_t>(request[0] | RESPONSE_BIT << 2), request[1], sim::UNSPECIFIED}};
+  }
+  sim::Answer answer = sim::serve(request);
+  if (answer.read_error >= 0) {
+    answer.bytes.resize(2);
+    answer.bytes.push_back(sim::UNSPECIFIED);
+  }
+  return answer;
+}
+
+}  // namespace
+
+int device_open(const char* path) {
+  sim::Machine& machine = sim::machine();
+  const auto& paths = machine.devices;
+  if (std::find(paths.begin(), paths.end(), path) == paths.end()) return refuse(ENOENT);
+  if (!machine.root) return refuse(EACCES);
+  machine.device_is_open = true;
+  machine.device_queue.clear();
+  return HANDLE;
+}
+
+int device_close(int handle) {
+  if (!is_open(handle)) return refuse(EBADF);
+  sim::machine().device_is_open = false;
+  return 0;
+}
+
+int device_send(int handle, ipmi_req* request) {
+  if (!is_open(handle)) return refuse(EBADF);
+  sim::Machine& machine = sim::machine();
+  if (machine.kernel_faults.send_errno != 0) return refuse(machine.kernel_faults.send_errno);
+  if (const int reason = check_request(*request); reason != 0) return refuse(reason);
+  ipmi_system_interface_addr address;
+  std::memcpy(&address, request->addr, sizeof address);
+  sim::Bytes bytes = {static_cast<uint8_t>(request->msg.netfn << 2 | address.lun),
+                      request->msg.cmd};
+  bytes.insert(bytes.end(), request->msg.data, request->msg.data + request->msg.data_len);
+  const sim::Answer answer = serve_over_driver(bytes);
+  if (!answer.silent) machine.device_queue.push_back({request->msgid, answer.bytes});
+  return 0;
+}
+
+// A BMC that never answers would block here for ever; the caller is told instead.
+int device_select(int handle, bool* readable) {
+  *readable = false;
+  if (!is_open(handle)) return refuse(EBADF);
+  const sim::Machine& machine = sim::machine();
+  if (machine.kernel_faults.select_errno != 0) return refuse(machine.kernel_faults.select_errno);
+  *readable = !machine.device_queue.empty() && !machine.kernel_faults.not_readable;
+  return *readable ? 1 : 0;
+}
+
+int device_receive(int handle, ipmi_recv* received) {
+  if (!is_open(handle)) return refuse(EBADF);
+  sim::Machine& machine = sim::machine();
+  if (machine.kernel_faults.receive_errno != 0) return refuse(machine.kernel_faults.receive_errno);
+  if (machine.device_queue.empty()) return refuse(EAGAIN);
+  ipmi_system_interface_addr address{};
+  if (received->addr_len < sizeof address) return refuse(EINVAL);
+  const sim::KernelMessage message = std::move(machine.device_queue.front());
+  machine.device_queue.pop_front();
+
+  address.addr_type = IPMI_SYSTEM_INTERFACE_ADDR_TYPE;
+  address.channel = IPMI_BMC_CHANNEL;
+  address.lun = message.bytes[0] & 3;
+  std::memcpy(received->addr, &address, sizeof address);
+  received->addr_len = sizeof address;
+  received->recv_type = IPMI_RESPONSE_RECV_TYPE;
+  received->msgid = message.id;
+  received->msg.netfn = message.bytes[0] >> 2;
+  received->msg.cmd = message.bytes[1];
+  const size_t count = message.bytes.size() - 2;
+  const size_t taken = std::min<size_t>(count, received->msg.data_len);
+  if (taken > 0) std::memcpy(received->msg.data, message.bytes.data() + 2, taken);
+  received->msg.data_len = static_cast<unsigned short>(taken);
+  return taken < count ? refuse(EMSGSIZE) : 0;
+}
+
+}  // namespace platform
