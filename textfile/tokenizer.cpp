@@ -1,0 +1,89 @@
+// One line of a definition file: clean it, match its keyword, convert its bytes.
+#include "textfile/tokenizer.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+constexpr char QUOTE = '\'';
+constexpr int NO_VALUE = -1;
+
+bool is_blank(char c) {
+  return c == ' ' || c == '\t';
+}
+
+// Where the comment of `line` begins, or its length when it has none. The last character of a line
+// begins none.
+std::size_t find_comment(const char* line, std::size_t length) {
+  for (std::size_t i = 0; i + 1 < length; i++) {
+    if (line[i] == '#' || (line[i] == '/' && line[i + 1] == '/')) return i;
+  }
+  return length;
+}
+
+bool is_skipped(char c) {
+  return is_blank(c) || c == '\r' || c == '\n' || c == '#';
+}
+
+// Letters beyond F count on; other characters are digits without a value.
+int digit_value(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'A' && c <= 'Z') return c - 'A' + 10;
+  if (c >= 'a' && c <= 'z') return c - 'a' + 10;
+  return NO_VALUE;
+}
+
+}  // namespace
+
+void process_string(const char* line, char* cleaned, std::size_t size) {
+  if (size == 0) return;
+  cleaned[0] = '\0';
+  const std::size_t length = std::strlen(line);
+  std::size_t start = 0;
+  while (is_blank(line[start])) start++;
+  std::size_t past = find_comment(line, length);
+  while (past > start && is_blank(line[past - 1])) past--;
+  // A single character is nothing: as a rule it is the line end.
+  if (past < start + 2) return;
+  const std::size_t count = std::min(past - start, size - 1);
+  std::memcpy(cleaned, line + start, count);
+  cleaned[count] = '\0';
+}
+
+int start_with(const char* text, const char* keyword) {
+  if (text[0] == '\0' || keyword[0] == '\0') return 0;
+  return strncasecmp(text, keyword, std::strlen(keyword)) == 0 ? 1 : 0;
+}
+
+unsigned get_content(const char* text, uint8_t* out) {
+  std::memset(out, 0, CONTENT_SIZE);
+  unsigned count = 0;
+  uint8_t accumulator = 0;
+  bool second = false;  // the next digit completes a pair
+  bool quoted = false;
+  for (; *text != '\0'; text++) {
+    if (*text == QUOTE) {
+      quoted = !quoted;
+      continue;
+    }
+    if (!quoted && is_skipped(*text)) continue;
+    const int value = digit_value(*text);
+    if (!quoted && second) {
+      accumulator = static_cast<uint8_t>(accumulator << 4 | std::max(value, 0));
+      // The last byte, even if quoted text came between the two digits.
+      out[count - 1] = accumulator;
+      second = false;
+      continue;
+    }
+    if (count == CONTENT_SIZE) break;
+    if (!quoted) {
+      if (value != NO_VALUE) accumulator = static_cast<uint8_t>(value);
+      second = true;
+    }
+    out[count++] = quoted ? static_cast<uint8_t>(*text) : accumulator;
+  }
+  return count;
+}
