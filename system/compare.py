@@ -1,0 +1,96 @@
+#!/usr/bin/env python3
+"""Prints what qarn and its peers cost on the same work, side by side in a guest, as a markdown table.
+
+Usage: system/compare.py --qarn PATH --static PATH --bmc PATH [--only TEXT]
+One guest a job; one instruction takes one nanosecond of the guest's time, so processor time counts instructions.
+"""
+
+import argparse
+from collections.abc import Callable
+from contextlib import nullcontext
+from dataclasses import dataclass
+from pathlib import Path
+
+import machine
+
+KCS, KERNEL = "own KCS driver", "/dev/ipmi0"
+REPEATS = 5
+MEASURES = ("cpu_us", "rss_kb", "wall_us", "accesses", "requests")
+
+
+@dataclass
+class Job:
+    """One piece of work: gives the BMC that holds it, and each tool's command; qarn's is only its options."""
+    name: str
+    bmc: Callable
+    qarn: str
+    ipmitool: str
+    freeipmi: str
+
+    def runs(self):
+        """(steps before, path, tool, command) in the order of the guest's life and of the table."""
+        driver, vendors = [machine.load_driver()], [f"cp /vendors {machine.VENDORS}"]
+        return [
+            ([], KCS, "qarn", f"qarn {self.qarn}"),
+            ([], KCS, "qarn, static", f"qarn-static {self.qarn}"),
+            (driver, KERNEL, "qarn", f"qarn --open {self.qarn}"),
+            ([], KERNEL, "qarn, static", f"qarn-static --open {self.qarn}"),
+            ([], KERNEL, "FreeIPMI", self.freeipmi),
+            ([], KERNEL, "ipmitool without its vendor list", self.ipmitool),
+            (vendors, KERNEL, "ipmitool", self.ipmitool),
+        ]
+
+
+def jobs():
+    return [
+        Job("Identity and one raw request (Get Device ID)", lambda: nullcontext(machine.qemu_bmc()),
+            "-e 18 01", "ipmitool raw 6 1", "ipmi-raw -D OPENIPMI 0 6 1"),
+    ]
+
+
+def measure(job, options):
+    """[(tool, path, least of each measure)] of one guest."""
+    runs, steps = job.runs(), {}
+    for number, (before, _, _, command) in enumerate(runs):
+        steps |= {(number, step): step for step in before}
+        steps |= {(number, repeat): command.split() for repeat in range(REPEATS)}
+    programs = {"bin/qarn": options.qarn, "bin/qarn-static": options.static, "vendors": machine.VENDORS}
+    with job.bmc() as bmc:
+        seen = machine.boot(steps, bmc, programs=programs, files={"usr/share/misc/.keep": b""},
+                            icount=True, trace=True, seconds=900)
+    rows = []
+    for number, (_, path, tool, command) in enumerate(runs):
+        results = [seen[number, repeat] for repeat in range(REPEATS)]
+        if any(result.status for result in results):
+            raise machine.MachineError(f"{command}: status {results[0].status}: {results[0].out}{results[0].err}")
+        # the least of each: a run of a millisecond may meet a timer tick, or the path's first use
+        best = {name: min(getattr(result, name) for result in results) for name in MEASURES}
+        rows.append((tool, path, machine.Result(status=0, out="", err="", **best)))
+    return rows
+
+
+def print_table(job, rows):
+    print(f"\n{job.name}\n")
+    print("| tool | path | million instructions | ratio | wall ms | peak memory MB | ratio | requests "
+          "| port accesses |\n|---|---|--:|--:|--:|--:|--:|--:|--:|")
+    ours = {path: result for tool, path, result in rows if tool == "qarn"}
+    for tool, path, seen in rows:
+        base = ours[path]
+        print(f"| {tool} | {path} | {seen.cpu_us / 1e3:.2f} | {seen.cpu_us / base.cpu_us:.1f} "
+              f"| {seen.wall_us / 1e3:.1f} | {seen.rss_kb / 1e3:.2f} | {seen.rss_kb / base.rss_kb:.1f} "
+              f"| {seen.requests} | {seen.accesses} |")
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    for name in ("--qarn", "--static", "--bmc"):
+        parser.add_argument(name, required=True, type=Path)
+    parser.add_argument("--only", default="", help="the jobs whose name holds this text")
+    options = parser.parse_args()
+    for job in jobs():
+        if options.only in job.name:
+            print_table(job, measure(job, options))
+
+
+if __name__ == "__main__":
+    main()
