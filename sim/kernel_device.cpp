@@ -86,8 +86,10 @@ int device_send(int handle, ipmi_req* request) {
   if (const int reason = check_request(*request); reason != 0) return refuse(reason);
   ipmi_system_interface_addr address;
   std::memcpy(&address, request->addr, sizeof address);
-  sim::Bytes bytes = {static_cast<uint8_t>(request->msg.netfn << 2 | address.lun),
-                      request->msg.cmd};
+  sim::Bytes bytes;
+  bytes.reserve(2 + request->msg.data_len);
+  bytes.push_back(static_cast<uint8_t>(request->msg.netfn << 2 | address.lun));
+  bytes.push_back(request->msg.cmd);
   bytes.insert(bytes.end(), request->msg.data, request->msg.data + request->msg.data_len);
   const sim::Answer answer = serve_over_driver(bytes);
   if (!answer.silent) machine.device_queue.push_back({request->msgid, answer.bytes});
