@@ -31,6 +31,16 @@ User* find_user(App& app, uint8_t id) {
   return number >= 1 && number <= USER_COUNT ? &app.users[number - 1] : nullptr;
 }
 
+// Channel, user ID. Answers the number of users, of enabled ones, of those with fixed names, and
+// the user's access: IPMI messaging as an administrator.
+Reply get_user_access(Bmc& bmc, const Bytes& data) {
+  constexpr uint8_t ENABLED = 0x40;
+  constexpr uint8_t MESSAGING_AS_ADMINISTRATOR = 0x14;
+  if (data.size() != 2) return {INVALID_LENGTH, {}};
+  if (find_user(bmc.app, data[1]) == nullptr) return {INVALID_DATA, {}};
+  return {DONE, {USER_COUNT, ENABLED | USER_COUNT, 1, MESSAGING_AS_ADMINISTRATOR}};
+}
+
 Reply get_user_name(Bmc& bmc, const Bytes& data) {
   if (data.size() != 1) return {INVALID_LENGTH, {}};
   const User* user = find_user(bmc.app, data[0]);
@@ -130,10 +140,11 @@ Reply send_message(Bmc& bmc, const Bytes& data) {
 }
 
 constexpr Command COMMANDS[] = {
-    {NETFN_APP, 0x01, get_device_id}, {NETFN_APP, 0x02, cold_reset},
-    {NETFN_APP, 0x03, warm_reset},    {NETFN_APP, 0x30, clear_message_flags},
-    {NETFN_APP, 0x33, get_message},   {NETFN_APP, 0x34, send_message},
-    {NETFN_APP, 0x46, get_user_name}, {NETFN_APP, 0x47, set_user_password},
+    {NETFN_APP, 0x01, get_device_id},     {NETFN_APP, 0x02, cold_reset},
+    {NETFN_APP, 0x03, warm_reset},        {NETFN_APP, 0x30, clear_message_flags},
+    {NETFN_APP, 0x33, get_message},       {NETFN_APP, 0x34, send_message},
+    {NETFN_APP, 0x44, get_user_access},   {NETFN_APP, 0x46, get_user_name},
+    {NETFN_APP, 0x47, set_user_password},
 };
 
 }  // namespace

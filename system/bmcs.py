@@ -28,7 +28,6 @@ user 3 true "administrator16c" "third" admin 10 none md2 md5 straight
 COMMANDS = """mc_setbmc 0x20
 mc_add 0x20 0x21 no-device-sdrs 0x03 9 0x12 0x8f 0x1291 0xf02
 mc_add 0x30 0x01 no-device-sdrs 0x02 3 0x45 0x00 0x0157 0x003
-sel_enable 0x20 1000 0x0a
 """
 # The daemon's LAN settings are those of a program: one file a setting.
 LANCFG = """#!/bin/sh
@@ -45,8 +44,8 @@ def hex_bytes(data):
     return " ".join(f"0x{byte:02x}" for byte in data)
 
 
-def ipmi_sim(records=(), fru=None, sel=()):
-    """The independent simulator with SDR records, an inventory and SEL records (13 bytes each, from the type on)."""
+def ipmi_sim(records=(), fru=None, sel=(), sel_room=1000):
+    """The independent simulator with SDR records, an inventory and event log records."""
 
     def command(folder, port):
         (folder / "lan").mkdir()
@@ -55,12 +54,12 @@ def ipmi_sim(records=(), fru=None, sel=()):
         (folder / "lancfg").write_text(LANCFG.format(folder=folder))
         os.chmod(folder / "lancfg", 0o755)
         (folder / "lan.conf").write_text(LAN_CONF.format(folder=folder, port=port, udp=free_port()))
-        lines = [COMMANDS]
+        lines = [COMMANDS, f"sel_enable 0x20 {sel_room} 0x0a\n"]
         lines += [f"main_sdr_add 0x20 {hex_bytes(record)}\n" for record in records]
         if fru is not None:
             (folder / "fru").write_bytes(fru.ljust(1024, b"\0"))
             lines.append(f'mc_add_fru_data 0x20 0 1024 file 0 "{folder}/fru"\n')
-        lines += [f"sel_add 0x20 {entry[0]} {hex_bytes(entry[1:])}\n" for entry in sel]
+        lines += [f"sel_add 0x20 {record[2]} {hex_bytes(record[3:])}\n" for record in sel]
         lines += ["mc_enable 0x20\nmc_enable 0x30\n"]
         (folder / "cmds").write_text("".join(lines))
         return ["ipmi_sim", "-c", folder / "lan.conf", "-f", folder / "cmds", "-s", folder, "-n"]
@@ -71,3 +70,13 @@ def ipmi_sim(records=(), fru=None, sel=()):
 def qarn_bmc(program, *arguments):
     """Our own simulated BMC; "{folder}" in an argument stands for the folder of this run."""
     return SocketBmc(lambda folder, port: [program, str(port), *(a.format(folder=folder) for a in arguments)])
+
+
+def entry(number):
+    """A 16-byte event log record; the BMC gives it its ID."""
+    return bytes([0, 0, 2]) + number.to_bytes(4, "little") + bytes([0x20, 0, 4, 1, number & 0xFF, 1, 0x57, number >> 8, 0xFF])
+
+
+def sel_bytes(text):
+    """The records of a log dump."""
+    return bytes.fromhex("".join(line for line in text.splitlines() if not line.startswith("_")))

@@ -90,7 +90,7 @@ def users_and_passwords(checks):
             "right": "ipmitool user test 2 16 sixteen-letters! && ipmitool user test 5 16 secret && "
                      "ipmitool user test 3 16 third", "wrong": "ipmitool user test 5 16 secret!",
         }, bmc)
-    names = {int(number): name for number, name in re.findall(r"^(\d+) +(\S*) .*(?:true|false)", seen["list"].out, re.M)}
+    names = {int(line[:4]): line[4:20].strip() for line in seen["list"].out.splitlines() if line[:1].isdigit()}
     wanted = "Display Users Name\n" + "".join(f"User ID {n}\t:\t\t{names.get(n) or 'NULL'}\n" for n in range(1, 6))
     for path in ("users", "open users"):
         checks.holds(seen[path].out, wanted, path)

@@ -3,6 +3,7 @@
 
 import argparse
 import importlib
+import inspect
 import os
 import sys
 import time
@@ -12,6 +13,14 @@ from pathlib import Path
 import machine
 
 SKIPPED = 77
+LONGEST = 240  # characters of a text in a failure's line
+
+
+def excerpt(value, other):
+    """The value as it is written, or only what stands around its first difference from the other."""
+    text, other = repr(value), repr(other)
+    start = max(0, len(os.path.commonprefix([text, other])) - LONGEST // 4)
+    return text if len(text) <= LONGEST else f"...{text[start:start + LONGEST]}..."
 
 
 class Checks:
@@ -32,10 +41,10 @@ class Checks:
             self.failures.append(f"{self.name}: {what}" + (f": {detail}" if detail else ""))
 
     def same(self, got, wanted, what):
-        self.that(got == wanted, what, f"got {got!r}, wanted {wanted!r}")
+        self.that(got == wanted, what, f"got {excerpt(got, wanted)}, wanted {excerpt(wanted, got)}")
 
     def holds(self, text, part, what):
-        self.that(part in text, what, f"{part!r} is not in {text!r}")
+        self.that(part in text, what, f"{part!r} is not in {text[:LONGEST]!r}")
 
 
 def run_case(case, options):
@@ -51,13 +60,12 @@ def run_case(case, options):
 
 
 def all_cases():
-    """Every function of the case files that takes `checks`, in order."""
+    """Every function of the case files whose one argument is `checks`, in order."""
     cases = []
     for path in sorted(Path(__file__).parent.glob("cases_*.py")):
         module = importlib.import_module(path.stem)
         cases += [value for value in vars(module).values()
-                  if callable(value) and getattr(value, "__module__", "") == path.stem
-                  and getattr(value, "__code__", None) and value.__code__.co_varnames[:1] == ("checks",)]
+                  if inspect.isfunction(value) and list(inspect.signature(value).parameters) == ["checks"]]
     return cases
 
 
