@@ -1,31 +1,141 @@
-// LAN.
+// The BMC's LAN configuration on channel 1.
+#include <cstring>
+
+#include "base/error_text.h"
+#include "frontend/operations.h"
 #include "lan/lan.h"
+#include "transport/transaction.h"
 
-#include <cstdio>
+namespace {
 
-int readIpCfg(IpCfg*) {
-  std::puts("not built yet");
+// Transport, Get and Set LAN Configuration Parameters, channel 1.
+const uint8_t GetLanParameter[] = {4, 0x20, 0x30, 0x02, 0x01};
+const uint8_t SetLanParameter[] = {4, 0x20, 0x30, 0x01, 0x01};
+
+// Parameter selectors (IPMI v2.0 table 23-4).
+constexpr uint8_t IP_ADDRESS = 3;
+constexpr uint8_t IP_SOURCE = 4;
+constexpr uint8_t MAC_ADDRESS = 5;
+constexpr uint8_t SUBNET_MASK = 6;
+constexpr uint8_t ARP_CONTROL = 10;
+constexpr uint8_t GATEWAY = 12;
+
+constexpr uint8_t SOURCE_STATIC = 0x01;
+constexpr uint8_t SOURCE_DHCP = 0x02;
+
+constexpr unsigned LONGEST_PARAMETER = sizeof IpCfg::mac;
+constexpr unsigned PARAMETER_DATA = RESPONSE_DATA + 1;  // after the parameter revision
+
+// One request of a sequence, and what to say when it fails.
+struct Read_step {
+  uint8_t selector;
+  uint8_t* data;
+  unsigned count;
+  const char* failure;
+};
+struct Write_step {
+  uint8_t selector;
+  const uint8_t* data;
+  unsigned count;
+  const char* failure;
+};
+
+bool get_parameter(uint8_t selector, uint8_t* data, unsigned count) {
+  uint8_t request[7] = {};  // ends with set selector 0, block selector 0
+  const unsigned length = UpdateCommandToSendText(request, GetLanParameter);
+  request[length] = selector;
+  Response response;
+  if (!exchange(request, sizeof request, &response)) return false;
+  const uint8_t* part = response_part(response, PARAMETER_DATA, count);
+  if (part == nullptr) return false;
+  std::memcpy(data, part, count);
+  return true;
+}
+
+int set_parameter(uint8_t selector, const uint8_t* data, unsigned count) {
+  uint8_t request[5 + LONGEST_PARAMETER];
+  unsigned length = UpdateCommandToSendText(request, SetLanParameter);
+  request[length++] = selector;
+  std::memcpy(request + length, data, count);
+  return cmdExecute(request, length + count, 0);
+}
+
+int set_source(uint8_t source) {
+  return set_parameter(IP_SOURCE, &source, sizeof source);
+}
+
+// An address that DHCP could overwrite at once: the source goes first, whatever becomes of it.
+void set_static(uint8_t selector, const uint8_t address[4]) {
+  set_source(SOURCE_STATIC);
+  set_parameter(selector, address, 4);
+}
+
+}  // namespace
+
+int readIpCfg(IpCfg* record) {
+  uint8_t source = 0;
+  const Read_step steps[] = {
+      {IP_ADDRESS, record->ip, sizeof record->ip, " Get IP Address Fail"},
+      {MAC_ADDRESS, record->mac, sizeof record->mac, " Get MAC Address Fail"},
+      {SUBNET_MASK, record->netmask, sizeof record->netmask, "Get Net Mask Fail"},
+      {GATEWAY, record->gateway, sizeof record->gateway, " Get Gateway IP Address Fail"},
+      {IP_SOURCE, &source, sizeof source, "Get IP Source Fail"},
+  };
+  for (const Read_step& step : steps) {
+    if (get_parameter(step.selector, step.data, step.count)) continue;
+    set_err_message("%s", step.failure);
+    return 0;
+  }
+  record->dhcp = source == SOURCE_DHCP ? 1 : 0;
   return 1;
 }
-int writeIpCfg(const IpCfg*) {
-  return 0;
+
+int writeIpCfg(const IpCfg* record) {
+  const Write_step steps[] = {
+      {IP_ADDRESS, record->ip, sizeof record->ip, "Set IP Address Fail"},
+      {IP_SOURCE, &SOURCE_STATIC, sizeof SOURCE_STATIC, "Set Who Assign Fail"},
+      {MAC_ADDRESS, record->mac, sizeof record->mac, "Set MAC Address Fail"},
+      {SUBNET_MASK, record->netmask, sizeof record->netmask, "Set Net Mask Fail"},
+      {GATEWAY, record->gateway, sizeof record->gateway, "Set Gateway IP Address Fail"},
+  };
+  for (const Write_step& step : steps) {
+    if (set_parameter(step.selector, step.data, step.count) == 1) continue;
+    set_err_message("%s", step.failure);
+    return 0;
+  }
+  return 1;
 }
-void setIp(const IpCfg*) {
+
+void setIp(const IpCfg* record) {
+  if (record != nullptr) set_static(IP_ADDRESS, record->ip);
 }
-void setMac(const IpCfg*) {
+
+void setGateway(const IpCfg* record) {
+  if (record != nullptr) set_static(GATEWAY, record->gateway);
 }
-void setGateway(const IpCfg*) {
+
+void setNetmask(const IpCfg* record) {
+  if (record != nullptr) set_static(SUBNET_MASK, record->netmask);
 }
-void setNetmask(const IpCfg*) {
+
+void setMac(const IpCfg* record) {
+  if (record != nullptr) set_parameter(MAC_ADDRESS, record->mac, sizeof record->mac);
 }
-int setArp(unsigned) {
-  return 0;
+
+int setArp(unsigned enable) {
+  const uint8_t control = enable != 0 ? 1 : 0;
+  return set_parameter(ARP_CONTROL, &control, sizeof control);
 }
+
 int enableDhcp() {
-  return 0;
+  return set_source(SOURCE_DHCP);
 }
+
 void insideMacSet() {
-}
-int getIpfromMAC(const char*, char*) {
-  return 0;
+  // The card's own request; its response data begins with the MAC address.
+  const uint8_t request[] = {0x20, 0xF8, 0x84, 0x00, 0x00, 0xFF};
+  Response response;
+  if (!exchange(request, sizeof request, &response)) return;
+  const uint8_t* mac = response_part(response, RESPONSE_DATA, sizeof IpCfg::mac);
+  if (mac != nullptr) set_parameter(MAC_ADDRESS, mac, sizeof IpCfg::mac);
 }

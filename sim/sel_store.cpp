@@ -1,14 +1,152 @@
 // System Event Log of the simulated BMC.
-#include "sim/bmc.h"
+#include <algorithm>
+
+#include "sim/machine.h"
 
 namespace sim {
 
+namespace {
+
+using Record = std::array<uint8_t, SEL_RECORD>;
+
+constexpr uint8_t NETFN_STORAGE = 0x0A;
+constexpr uint8_t VERSION = 0x51;
+constexpr uint8_t CAN_RESERVE = 0x02;
+constexpr uint8_t RESERVATION_CANCELLED = 0xC5;
+constexpr uint16_t FIRST = 0x0000;
+constexpr uint16_t LAST = 0xFFFF;
+constexpr uint8_t WHOLE = 0xFF;
+constexpr uint8_t TIMESTAMPED = 0xE0;  // record types below carry a time at byte 3
+constexpr uint8_t START_ERASE = 0xAA;
+constexpr uint8_t ERASE_COMPLETE = 0x01;
+
+uint16_t word(const uint8_t* bytes) {
+  return static_cast<uint16_t>(bytes[0] | bytes[1] << 8);
+}
+
+template <typename Target>
+void put(Target at, uint32_t value, unsigned size) {
+  for (unsigned i = 0; i < size; i++) *at++ = static_cast<uint8_t>(value >> (8 * i));
+}
+
+uint32_t now() {
+  return machine().epoch + static_cast<uint32_t>(machine().now_us / 1000000);
+}
+
+// The place of a record by its ID, or the number of records. IDs mostly count up from the first.
+size_t find(const std::vector<Record>& records, uint16_t id) {
+  if (records.empty() || id == FIRST) return 0;
+  if (id == LAST) return records.size() - 1;
+  const size_t likely = static_cast<uint16_t>(id - word(records[0].data()));
+  if (likely < records.size() && word(records[likely].data()) == id) return likely;
+  const auto has_id = [id](const Record& record) { return word(record.data()) == id; };
+  const auto found = std::find_if(records.begin(), records.end(), has_id);
+  return static_cast<size_t>(found - records.begin());
+}
+
+Reply get_info(Bmc& bmc, const Bytes&) {
+  const SelStore& sel = bmc.sel;
+  const size_t held = sel.records.size();
+  const size_t free = sel.room > held ? (sel.room - held) * SEL_RECORD : 0;
+  Reply reply = {DONE, {VERSION}};
+  const uint32_t claimed =
+      sel.claimed >= 0 ? static_cast<uint32_t>(sel.claimed) : static_cast<uint32_t>(held);
+  put(std::back_inserter(reply.data), claimed, 2);
+  put(std::back_inserter(reply.data), static_cast<uint32_t>(std::min<size_t>(free, 0xFFFF)), 2);
+  put(std::back_inserter(reply.data), sel.added, 4);
+  put(std::back_inserter(reply.data), sel.erased, 4);
+  reply.data.push_back(CAN_RESERVE);
+  return reply;
+}
+
+Reply reserve(Bmc& bmc, const Bytes&) {
+  if (++bmc.sel.reservation == 0) bmc.sel.reservation = 1;
+  Reply reply;
+  put(std::back_inserter(reply.data), bmc.sel.reservation, 2);
+  return reply;
+}
+
+// Reservation (2; needed for a part only), record ID (2), offset, bytes to read.
+Reply get_entry(Bmc& bmc, const Bytes& data) {
+  const SelStore& sel = bmc.sel;
+  if (data.size() != 6) return {INVALID_LENGTH, {}};
+  const size_t offset = data[4];
+  if (offset != 0 && word(&data[0]) != sel.reservation) return {RESERVATION_CANCELLED, {}};
+  const size_t place = find(sel.records, word(&data[2]));
+  if (place >= sel.records.size()) return {NOT_PRESENT, {}};
+  if (offset > SEL_RECORD) return {OUT_OF_RANGE, {}};
+  const size_t count = data[5] == WHOLE ? SEL_RECORD - offset : data[5];
+  if (count > SEL_RECORD - offset) return {OUT_OF_RANGE, {}};
+  const bool last = place + 1 == sel.records.size();
+  Reply reply;
+  put(std::back_inserter(reply.data), last ? LAST : word(sel.records[place + 1].data()), 2);
+  const uint8_t* start = sel.records[place].data() + offset;
+  reply.data.insert(reply.data.end(), start, start + count);
+  return reply;
+}
+
+// A record; the BMC sets its ID and the time of types that have one.
+Reply add_entry(Bmc& bmc, const Bytes& data) {
+  SelStore& sel = bmc.sel;
+  if (data.size() != SEL_RECORD) return {INVALID_LENGTH, {}};
+  const unsigned id = sel.records.empty() ? 1 : word(sel.records.back().data()) + 1u;
+  if (sel.records.size() >= sel.room || id >= LAST) return {OUT_OF_SPACE, {}};
+  Record record;
+  std::copy(data.begin(), data.end(), record.begin());
+  put(record.begin(), id, 2);
+  sel.added = now();
+  if (record[2] < TIMESTAMPED) put(record.begin() + 3, sel.added, 4);
+  sel.records.push_back(record);
+  Reply reply;
+  put(std::back_inserter(reply.data), id, 2);
+  return reply;
+}
+
+// Reservation (2), "CLR", operation: start, or ask how far it is.
+Reply clear(Bmc& bmc, const Bytes& data) {
+  SelStore& sel = bmc.sel;
+  if (data.size() != 6) return {INVALID_LENGTH, {}};
+  if (word(&data[0]) != sel.reservation) return {RESERVATION_CANCELLED, {}};
+  if (data[2] != 'C' || data[3] != 'L' || data[4] != 'R') return {INVALID_DATA, {}};
+  if (data[5] == START_ERASE) {
+    sel.records.clear();
+    sel.erased = now();
+  }
+  return {DONE, {ERASE_COMPLETE}};
+}
+
+constexpr Command COMMANDS[] = {
+    {NETFN_STORAGE, 0x40, get_info},  {NETFN_STORAGE, 0x42, reserve},
+    {NETFN_STORAGE, 0x43, get_entry}, {NETFN_STORAGE, 0x44, add_entry},
+    {NETFN_STORAGE, 0x47, clear},
+};
+
+}  // namespace
+
 std::span<const Command> sel_commands() {
-  return {};
+  return COMMANDS;
 }
-void store(const SelStore&, State&) {
+
+void store(const SelStore& from, State& state) {
+  Bytes& all = state["sel.records"];
+  for (const Record& record : from.records) all.insert(all.end(), record.begin(), record.end());
+  if (from.claimed >= 0)
+    put(std::back_inserter(state["sel.claimed"]), static_cast<uint32_t>(from.claimed), 2);
 }
-void restore(SelStore&, const State&) {
+
+void restore(SelStore& to, const State& state) {
+  if (const auto found = state.find("sel.records"); found != state.end()) {
+    to.records.resize(std::min(found->second.size() / SEL_RECORD, SEL_MOST));
+    auto from = found->second.begin();
+    for (Record& record : to.records) {
+      std::copy_n(from, SEL_RECORD, record.begin());
+      from += SEL_RECORD;
+    }
+  }
+  if (const auto found = state.find("sel.claimed");
+      found != state.end() && found->second.size() == 2) {
+    to.claimed = word(found->second.data());
+  }
 }
 
 }  // namespace sim

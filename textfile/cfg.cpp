@@ -1,8 +1,57 @@
-// Script.
+// A script of raw requests.
 #include "textfile/cfg.h"
 
+#include <cstdint>
 #include <cstdio>
 
-void process_cfg(const char*) {
-  std::puts("not built yet");
+#include "textfile/tokenizer.h"
+#include "transport/transaction.h"
+
+namespace {
+
+constexpr int LINE_SIZE = 1024;
+constexpr unsigned SMALLEST_REQUEST = 3;  // address, NetFn/LUN, command
+
+void show_bytes(const char* label, const uint8_t* bytes, unsigned count) {
+  std::printf("%s: ", label);
+  for (unsigned i = 0; i < count; i++) std::printf("%02X ", bytes[i]);
+  std::putchar('\n');
+}
+
+void run_line(const char* line, unsigned number) {
+  char cleaned[LINE_SIZE];
+  process_string(line, cleaned, sizeof cleaned);
+  uint8_t request[CONTENT_SIZE];
+  const unsigned length = get_content(cleaned, request);
+  if (length == 0) return;
+  if (length < SMALLEST_REQUEST) {
+    std::printf("line %u: %u of the 3 bytes that a request needs at least: not sent\n", number,
+                length);
+    return;
+  }
+  show_bytes("send", request, length);
+  Response response;
+  exchange(request, length, &response);
+  show_bytes("recv", response.bytes, response.length);
+  std::putchar('\n');
+}
+
+}  // namespace
+
+void process_cfg(const char* path) {
+  FILE* file = std::fopen(path, "re");
+  if (file == nullptr) return;
+  char line[LINE_SIZE];
+  unsigned number = 1;
+  for (;;) {
+    line[0] = '\0';
+    // The last place is written only when the buffer is full.
+    char& last = line[LINE_SIZE - 2];
+    last = '\0';
+    if (std::fgets(line, sizeof line, file) == nullptr) break;
+    run_line(line, number);
+    const bool cut = last != '\0' && last != '\n';
+    if (!cut) number++;
+  }
+  std::fclose(file);
 }
