@@ -20,6 +20,12 @@ inline std::unique_ptr<char[]> make_text(const void* bytes, std::size_t length) 
   return text;
 }
 
+// A list node with its initial values; null when there is no memory.
+template <typename Node>
+std::unique_ptr<Node> make_node() {
+  return std::unique_ptr<Node>(new (std::nothrow) Node());
+}
+
 // Makes room for one more item after the first `used` of `*array`, whose room is `*room` items.
 // Doubles, so memory follows what arrives. Returns false, with nothing changed, when out of memory.
 template <typename T>

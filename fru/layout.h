@@ -1,0 +1,47 @@
+// How the chassis, board and product areas are laid out, for everyone who reads or writes them.
+#pragma once
+#include "fru/fru.h"
+
+// Bytes of an area: format, length, chassis type or language, on boards the date, then texts,
+// custom fields, the end mark, zeros, checksum.
+inline constexpr unsigned FRU_AREA_FORMAT = 0;
+inline constexpr unsigned FRU_AREA_LENGTH = 1;
+inline constexpr unsigned FRU_AREA_CODE = 2;
+inline constexpr unsigned FRU_AREA_DATE = 3;
+inline constexpr unsigned FRU_DATE_SIZE = 3;
+
+inline constexpr uint8_t FRU_FORMAT_MASK = 0x0F;
+inline constexpr uint8_t FRU_END_MARK = 0xC1;
+inline constexpr uint8_t FRU_TEXT_TYPE = 0xC0;    // 8-bit text, in a type/length byte
+inline constexpr uint8_t FRU_TEXT_LENGTH = 0x3F;  // in a type/length byte
+inline constexpr uint8_t FRU_LAST_RECORD = 0x80;  // in a multi-record's format byte
+
+using fru_text = std::unique_ptr<char[]> fru_info::*;
+
+// One area: where the model keeps its parts, and its place in the image and in the text file.
+struct fru_layout {
+  const char* section;    // keyword in the text file
+  unsigned header_byte;   // of its offset
+  unsigned fixed;         // bytes before the first text
+  bool grows_from_empty;  // an area without any text is measured too
+  uint8_t fru_info::*format;
+  int32_t fru_info::*length;
+  uint8_t fru_info::*code;
+  uint8_t (fru_info::*date)[FRU_DATE_SIZE];  // null when the area has none
+  const fru_text* texts;
+  unsigned text_count;
+  std::unique_ptr<fru_field> fru_info::*custom;
+  int32_t fru_info::*custom_count;
+  uint8_t fru_info::*checksum;
+};
+
+enum : unsigned { CHASSIS_AREA, BOARD_AREA, PRODUCT_AREA, FRU_AREA_COUNT };
+extern const fru_layout FRU_AREAS[FRU_AREA_COUNT];
+
+// Parses one area as GetChassis does.
+int parse_area(const fru_layout& layout, const uint8_t* area, unsigned count, unsigned end,
+               fru_info* fru, fru_fault* fault);
+
+// A list node with a copy of a record's header and data (5 + byte 2 bytes); null when out of
+// memory.
+std::unique_ptr<fru_multirecord> make_multirecord(const uint8_t* record);

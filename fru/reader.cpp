@@ -1,0 +1,290 @@
+// Reads a FRU text file: its device blocks, and in each the sections that hold the areas' bytes.
+#include <cstdio>
+#include <cstring>
+
+#include "base/memory.h"
+#include "fru/layout.h"
+#include "textfile/tokenizer.h"
+
+namespace {
+
+constexpr unsigned LINE_SIZE = 256;    // 255 characters and a NUL; a longer line is read as several
+constexpr int32_t DEVICE_LIMIT = 256;  // device IDs have one byte
+constexpr unsigned SECTION_LIMIT = 2048;
+constexpr unsigned COMMON_LIMIT = 256;
+
+// Where in a block the lines stand. A section ends with the keyword of a later one.
+enum State : unsigned { HEADER, COMMON, INTERNAL, CHASSIS, BOARD, PRODUCT, MULTIREC, STATE_COUNT };
+
+const char* const SECTIONS[STATE_COUNT] = {
+    nullptr,
+    "_SEE_COMMON",
+    "_SEE_INTERNAL",
+    FRU_AREAS[CHASSIS_AREA].section,
+    FRU_AREAS[BOARD_AREA].section,
+    FRU_AREAS[PRODUCT_AREA].section,
+    "_SEE_MULTIREC",
+};
+
+const char TITLE[] = "_FRU_TITLE";
+const char DEVICE_ID[] = "_DEV_ID";
+
+// A header line's keyword and the one-byte field it sets. The first that matches decides: "_FRU" is
+// the beginning of TITLE.
+struct Header_keyword {
+  const char* keyword;
+  uint8_t fru_info::*field;
+};
+const Header_keyword HEADER_KEYWORDS[] = {
+    {TITLE, nullptr},
+    {"_FRU", nullptr},
+    {"_DATA_LEN", nullptr},
+    {"_DEV_ACCESS_ADDR", &fru_info::dev_access_addr},
+    {"_DEV_SLAVE_ADDR", &fru_info::dev_slave_addr},
+    {DEVICE_ID, &fru_info::dev_id},
+    {"_ACCESS_LUN", &fru_info::access_lun},
+    {"_BUS_ID", &fru_info::bus_id},
+};
+
+// A file and the line it is at, cleaned.
+struct Lines {
+  FILE* file;
+  unsigned number;
+  bool broken;  // the line before was longer than LINE_SIZE allows
+  char cleaned[LINE_SIZE + 1];
+};
+
+// The bytes of one section, and for each the number of the line that gave it.
+struct Section {
+  uint8_t bytes[SECTION_LIMIT];
+  unsigned lines[SECTION_LIMIT];
+  unsigned count;
+};
+
+struct Reader {
+  Lines lines;
+  Section section;
+  fru_dev* dev;
+  int32_t current;
+  unsigned state;
+};
+
+// The next line that carries something; false at the end of the file.
+bool next_line(Lines* lines) {
+  char line[LINE_SIZE];
+  for (line[0] = '\0'; std::fgets(line, sizeof line, lines->file) != nullptr; line[0] = '\0') {
+    if (!lines->broken) lines->number++;
+    const size_t length = std::strlen(line);
+    lines->broken = length == LINE_SIZE - 1 && line[length - 1] != '\n';
+    process_string(line, lines->cleaned, sizeof lines->cleaned);
+    if (lines->cleaned[0] != '\0') return true;
+  }
+  return false;
+}
+
+// True when the file can be read once more.
+bool rewind_lines(Lines* lines) {
+  lines->number = 0;
+  lines->broken = false;
+  return std::ferror(lines->file) == 0 && std::fseek(lines->file, 0, SEEK_SET) == 0;
+}
+
+int refuse(unsigned line, const char* reason) {
+  std::printf("line %u: %s\n", line, reason);
+  return 0;
+}
+
+// The line of a byte; what lies behind the last byte is missed on the last line.
+int refuse_at(const Section& section, unsigned position, const char* reason) {
+  const unsigned last = section.count - 1;
+  return refuse(section.lines[position < last ? position : last], reason);
+}
+
+int end_common(const Section& section, fru_info* fru) {
+  if (section.count < FRU_HEADER_SIZE) {
+    return refuse_at(section, section.count, "the common section has fewer than 8 bytes");
+  }
+  std::memcpy(fru->common_header, section.bytes, FRU_HEADER_SIZE);
+  return 1;
+}
+
+int end_internal(const Section& section, fru_info* fru) {
+  if (section.count < 2) return 1;
+  fru->internal_data = make_owned<uint8_t>(section.count - 1);
+  if (!fru->internal_data) return refuse_at(section, 0, "out of memory");
+  fru->internal_format = section.bytes[0];
+  fru->internal_len = static_cast<int32_t>(section.count - 1);
+  std::memcpy(fru->internal_data.get(), section.bytes + 1, section.count - 1);
+  return 1;
+}
+
+int end_area(const fru_layout& layout, const Section& section, fru_info* fru) {
+  if (section.count < 2) return 1;
+  fru_fault fault;
+  if (parse_area(layout, section.bytes, section.count, section.count, fru, &fault) == 1) return 1;
+  return refuse_at(section, fault.position, fault.reason);
+}
+
+int end_multirecord(const Section& section, fru_info* fru) {
+  fru_fault fault;
+  if (GetMultirecord(section.bytes, section.count, fru, &fault) == 1) return 1;
+  return refuse_at(section, fault.position, fault.reason);
+}
+
+// Hands the gathered bytes to the current record. 1, or 0 when they are refused.
+int end_section(Reader* reader) {
+  fru_info* fru = &reader->dev->records[reader->current];
+  const Section& section = reader->section;
+  int result = 1;
+  if (section.count > 0) {
+    switch (reader->state) {
+      case COMMON:
+        result = end_common(section, fru);
+        break;
+      case INTERNAL:
+        result = end_internal(section, fru);
+        break;
+      case CHASSIS:
+        result = end_area(FRU_AREAS[CHASSIS_AREA], section, fru);
+        break;
+      case BOARD:
+        result = end_area(FRU_AREAS[BOARD_AREA], section, fru);
+        break;
+      case PRODUCT:
+        result = end_area(FRU_AREAS[PRODUCT_AREA], section, fru);
+        break;
+      case MULTIREC:
+        result = end_multirecord(section, fru);
+        break;
+      default:
+        break;
+    }
+  }
+  reader->section.count = 0;
+  return result;
+}
+
+int set_title(fru_info* fru, const Lines& lines) {
+  uint8_t content[CONTENT_SIZE];
+  const unsigned count = get_content(lines.cleaned + std::strlen(TITLE), content);
+  fru->title = make_text(content, count);
+  return fru->title ? 1 : refuse(lines.number, "out of memory");
+}
+
+// Most significant byte first, up to the first 00.
+int32_t data_length(const uint8_t* content, unsigned count) {
+  uint32_t value = 0;
+  for (unsigned i = 0; i < count && content[i] != 0; i++) value = value << 8 | content[i];
+  return static_cast<int32_t>(value);
+}
+
+int header_line(Reader* reader) {
+  const char* text = reader->lines.cleaned;
+  fru_info* fru = &reader->dev->records[reader->current];
+  if (start_with(text, TITLE) == 1) return set_title(fru, reader->lines);
+  for (const Header_keyword& header : HEADER_KEYWORDS) {
+    if (start_with(text, header.keyword) != 1) continue;
+    uint8_t content[CONTENT_SIZE];
+    const unsigned count = get_content(text + std::strlen(header.keyword), content);
+    if (header.field != nullptr) {
+      fru->*header.field = content[0];
+    } else if (start_with(text, "_DATA_LEN") == 1) {
+      fru->data_len = data_length(content, count);
+    }
+    return 1;
+  }
+  for (unsigned section = COMMON; section < STATE_COUNT; section++) {
+    if (start_with(text, SECTIONS[section]) != 1) continue;
+    reader->state = section;
+    break;
+  }
+  return 1;
+}
+
+int begin_block(Reader* reader) {
+  if (end_section(reader) != 1) return 0;
+  if (reader->current + 1 >= reader->dev->count) {
+    return refuse(reader->lines.number, "more device blocks than _DEV_ID lines");
+  }
+  reader->current++;
+  reader->state = HEADER;
+  return set_title(&reader->dev->records[reader->current], reader->lines);
+}
+
+int value_line(Reader* reader) {
+  uint8_t content[CONTENT_SIZE];
+  Section* section = &reader->section;
+  const unsigned count = get_content(reader->lines.cleaned, content);
+  const unsigned limit = reader->state == COMMON ? COMMON_LIMIT : SECTION_LIMIT;
+  if (count > limit - section->count) {
+    return refuse(reader->lines.number, "the section has too many bytes");
+  }
+  for (unsigned i = 0; i < count; i++) {
+    section->bytes[section->count] = content[i];
+    section->lines[section->count] = reader->lines.number;
+    section->count++;
+  }
+  return 1;
+}
+
+int section_line(Reader* reader) {
+  const char* text = reader->lines.cleaned;
+  for (unsigned section = reader->state + 1; section < STATE_COUNT; section++) {
+    if (start_with(text, SECTIONS[section]) != 1) continue;
+    const int result = end_section(reader);
+    reader->state = section;
+    return result;
+  }
+  return start_with(text, TITLE) == 1 ? begin_block(reader) : value_line(reader);
+}
+
+int count_devices(Lines* lines, int32_t* count) {
+  for (*count = 0; next_line(lines);) {
+    if (start_with(lines->cleaned, DEVICE_ID) != 1) continue;
+    if (*count >= DEVICE_LIMIT) return refuse(lines->number, "more than 256 devices");
+    (*count)++;
+  }
+  return *count > 0 && rewind_lines(lines) ? 1 : 0;
+}
+
+int read_blocks(Reader* reader) {
+  while (next_line(&reader->lines)) {
+    const int result = reader->state == HEADER ? header_line(reader) : section_line(reader);
+    if (result != 1) return 0;
+  }
+  if (std::ferror(reader->lines.file) != 0) return 0;
+  if (end_section(reader) != 1) return 0;
+  // A record that no block filled would erase the device it stands for.
+  if (reader->current + 1 < reader->dev->count) {
+    return refuse(reader->lines.number, "fewer device blocks than _DEV_ID lines");
+  }
+  return 1;
+}
+
+int read_file(FILE* file, fru_dev* dev) {
+  Reader reader;
+  reader.lines.file = file;
+  reader.section.count = 0;
+  reader.dev = dev;
+  reader.current = 0;
+  reader.state = HEADER;
+  int32_t count = 0;
+  if (!rewind_lines(&reader.lines) || count_devices(&reader.lines, &count) != 1) return 0;
+  dev->records = make_owned<fru_info>(static_cast<size_t>(count));
+  if (!dev->records) return 0;
+  dev->count = count;
+  for (int32_t i = 0; i < count; i++) init_fru_info(&dev->records[i]);
+  return read_blocks(&reader);
+}
+
+}  // namespace
+
+int FileToFru(const char* path, fru_dev* dev) {
+  init_fru_dev(dev);
+  FILE* file = std::fopen(path, "r");
+  if (file == nullptr) return 0;
+  const int result = read_file(file, dev);
+  std::fclose(file);
+  if (result != 1) destroy_fru_dev(dev);
+  return result;
+}
