@@ -225,11 +225,11 @@ int write_fru_dev(fru_dev* dev) {
   if (!dev->records) return 1;
   uint8_t image[FRU_IMAGE_ROOM];
   unsigned length = 0;
-  for (int32_t i = 0; i < dev->count; i++) {
+  for (unsigned i = 0; i < fru_count(*dev); i++) {
     if (build_fru_image(&dev->records[i], image, &length) != 1) return 0;
   }
   int result = 1;
-  for (int32_t i = 0; i < dev->count && result == 1; i++) {
+  for (unsigned i = 0; i < fru_count(*dev) && result == 1; i++) {
     if (write_fru_info(&dev->records[i]) != 1) result = 0;
   }
   progress_end();

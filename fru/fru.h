@@ -112,6 +112,11 @@ struct fru_dev {
   int32_t count = 0;
 };
 
+// The records that the list holds.
+inline unsigned fru_count(const fru_dev& dev) {
+  return dev.records && dev.count > 0 ? static_cast<unsigned>(dev.count) : 0;
+}
+
 // Where in an area's bytes a parser gave up, and why.
 struct fru_fault {
   unsigned position = 0;

@@ -21,9 +21,7 @@ void init_fru_dev(fru_dev* dev) {
 
 int destroy_fru_dev(fru_dev* dev) {
   if (dev == nullptr) return 0;
-  if (dev->records) {
-    for (int32_t i = 0; i < dev->count; i++) destroy_fru_info(&dev->records[i]);
-  }
+  for (unsigned i = 0; i < fru_count(*dev); i++) destroy_fru_info(&dev->records[i]);
   init_fru_dev(dev);
   return 1;
 }

@@ -8,8 +8,8 @@
 
 namespace {
 
-constexpr unsigned LINE_SIZE = 256;    // 255 characters and a NUL; a longer line is read as several
-constexpr int32_t DEVICE_LIMIT = 256;  // device IDs have one byte
+constexpr unsigned LINE_SIZE = 256;  // 255 characters and a NUL; a longer line is read as several
+constexpr unsigned DEVICE_LIMIT = 256;  // device IDs have one byte
 constexpr unsigned SECTION_LIMIT = 2048;
 constexpr unsigned COMMON_LIMIT = 256;
 
@@ -65,7 +65,7 @@ struct Reader {
   Lines lines;
   Section section;
   fru_dev* dev;
-  int32_t current;
+  unsigned current;
   unsigned state;
 };
 
@@ -203,7 +203,7 @@ int header_line(Reader* reader) {
 
 int begin_block(Reader* reader) {
   if (end_section(reader) != 1) return 0;
-  if (reader->current + 1 >= reader->dev->count) {
+  if (reader->current + 1 >= fru_count(*reader->dev)) {
     return refuse(reader->lines.number, "more device blocks than _DEV_ID lines");
   }
   reader->current++;
@@ -238,7 +238,7 @@ int section_line(Reader* reader) {
   return start_with(text, TITLE) == 1 ? begin_block(reader) : value_line(reader);
 }
 
-int count_devices(Lines* lines, int32_t* count) {
+int count_devices(Lines* lines, unsigned* count) {
   for (*count = 0; next_line(lines);) {
     if (start_with(lines->cleaned, DEVICE_ID) != 1) continue;
     if (*count >= DEVICE_LIMIT) return refuse(lines->number, "more than 256 devices");
@@ -255,7 +255,7 @@ int read_blocks(Reader* reader) {
   if (std::ferror(reader->lines.file) != 0) return 0;
   if (end_section(reader) != 1) return 0;
   // A record that no block filled would erase the device it stands for.
-  if (reader->current + 1 < reader->dev->count) {
+  if (reader->current + 1 < fru_count(*reader->dev)) {
     return refuse(reader->lines.number, "fewer device blocks than _DEV_ID lines");
   }
   return 1;
@@ -268,12 +268,12 @@ int read_file(FILE* file, fru_dev* dev) {
   reader.dev = dev;
   reader.current = 0;
   reader.state = HEADER;
-  int32_t count = 0;
+  unsigned count = 0;
   if (!rewind_lines(&reader.lines) || count_devices(&reader.lines, &count) != 1) return 0;
-  dev->records = make_owned<fru_info>(static_cast<size_t>(count));
+  dev->records = make_owned<fru_info>(count);
   if (!dev->records) return 0;
-  dev->count = count;
-  for (int32_t i = 0; i < count; i++) init_fru_info(&dev->records[i]);
+  dev->count = static_cast<int32_t>(count);
+  for (unsigned i = 0; i < count; i++) init_fru_info(&dev->records[i]);
   return read_blocks(&reader);
 }
 

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr int32_t DATA_IN_LINE = 8;
+constexpr unsigned DATA_IN_LINE = 8;
 
 void put_byte(FILE* file, int32_t byte) {
   std::fprintf(file, "   %02X\n", static_cast<unsigned>(byte));
@@ -28,8 +28,9 @@ void put_header(FILE* file, const fru_info& fru) {
 void put_internal(FILE* file, const fru_info& fru) {
   std::fputs("\n_SEE_INTERNAL\n", file);
   put_byte(file, fru.internal_format);
-  for (int32_t i = 0; fru.internal_data && i < fru.internal_len; i++) {
-    put_byte(file, fru.internal_data[i]);
+  const uint8_t* byte = fru.internal_data.get();
+  for (int32_t left = fru.internal_len; byte != nullptr && left > 0; left--) {
+    put_byte(file, *byte++);
   }
 }
 
@@ -72,7 +73,8 @@ void put_multirecord(FILE* file, const fru_multirecord& record, bool last) {
   put_byte(file, record.length);
   put_byte(file, record.record_checksum);
   std::fprintf(file, "   %02X     // header checksum\n", record.header_checksum);
-  for (int32_t i = 0; record.data && i < record.length; i++) {
+  const unsigned length = static_cast<unsigned>(record.data ? record.length : 0);
+  for (unsigned i = 0; i < length; i++) {
     std::fprintf(file, i % DATA_IN_LINE == 0 ? "\n   %02X" : " %02X", record.data[i]);
   }
 }
@@ -94,7 +96,7 @@ int FruToFile(const char* path, const fru_dev* dev) {
   FILE* file = dump_open(path);
   if (file == nullptr) return 0;
   std::fputs("_FRU\n", file);
-  for (int32_t i = 0; i < dev->count; i++) {
+  for (unsigned i = 0; i < fru_count(*dev); i++) {
     const fru_info& fru = dev->records[i];
     put_header(file, fru);
     put_internal(file, fru);
