@@ -13,6 +13,7 @@ TEST_PACKAGES=(
   # the whole-machine test: a machine, and other tools to compare with
   qemu-system-x86 busybox-static ipmitool freeipmi-tools openipmi
 )
+PACKAGE_PACKAGES=("${BUILD_PACKAGES[@]}" dpkg-dev file lintian)
 
 # The packages among the arguments that are not installed, a line each.
 missing_packages() {
