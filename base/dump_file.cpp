@@ -40,3 +40,10 @@ bool dump_close(FILE* file, const char* path) {
   if (known && S_ISREG(written.st_mode)) remove_regular(path, written);
   return false;
 }
+
+void dump_drop(FILE* file, const char* path) {
+  struct stat written;
+  const bool known = fstat(fileno(file), &written) == 0;
+  std::fclose(file);
+  if (known && S_ISREG(written.st_mode)) remove_regular(path, written);
+}

@@ -9,3 +9,6 @@ FILE* dump_open(const char* path);
 // Flushes and closes `file`, opened from `path`. True when every byte of it was taken; otherwise
 // false, and what was written is removed if it is a regular file.
 bool dump_close(FILE* file, const char* path);
+
+// Closes `file`, opened from `path`, and removes what was written if it is a regular file.
+void dump_drop(FILE* file, const char* path);

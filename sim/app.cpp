@@ -23,7 +23,11 @@ constexpr size_t QUEUE_ROOM = 16;
 constexpr uint8_t SEQUENCE_STEP = 0x04;  // sequence number in bits 7..2
 
 Reply get_device_id(Bmc& bmc, const Bytes&) {
-  return {DONE, bmc.app.device_id};
+  constexpr size_t FIRMWARE_REVISION = 2;
+  constexpr uint8_t UPDATING = 0x80;
+  Bytes id = bmc.app.device_id;
+  if (id.size() > FIRMWARE_REVISION && card_is_updating(bmc)) id[FIRMWARE_REVISION] |= UPDATING;
+  return {DONE, id};
 }
 
 User* find_user(App& app, uint8_t id) {
@@ -73,7 +77,8 @@ Reply cold_reset(Bmc& bmc, const Bytes&) {
   return {};
 }
 
-Reply warm_reset(Bmc&, const Bytes&) {
+Reply warm_reset(Bmc& bmc, const Bytes&) {
+  card_reset(bmc);
   return {};
 }
 

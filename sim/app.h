@@ -14,7 +14,7 @@ inline constexpr unsigned USER_COUNT = 5;
 struct App {
   // Get Device ID response data: device ID and revision, firmware revisions 1 and 2, IPMI version,
   // device support, manufacturer (3), product (2), auxiliary revision (4).
-  Bytes device_id = {0x20, 0x01, 0x81, 0x23, 0x51, 0xBF, 0x57, 0x01, 0x00, 0x03, 0x00, 0, 0, 0, 0};
+  Bytes device_id = {0x20, 0x01, 0x01, 0x23, 0x51, 0xBF, 0x57, 0x01, 0x00, 0x03, 0x00, 0, 0, 0, 0};
   User users[USER_COUNT] = {  // user IDs 1 to 5
       {"", {}},
       {"Operator", {}},

@@ -97,6 +97,7 @@ Bytes carry_out(Bmc& bmc, const Bytes& request, std::vector<const Fault*> hit, A
 }  // namespace
 
 Reply dispatch(Bmc& bmc, uint8_t netfn, uint8_t command, const Bytes& data) {
+  if (!card_answers(bmc, netfn, command)) return {INVALID_COMMAND, {}};
   using Table = std::span<const Command>;
   const Table tables[] = {app_commands(), lan_commands(), sel_commands(),
                           sdr_commands(), fru_commands(), bmc.has_card ? card_commands() : Table()};

@@ -95,8 +95,9 @@ struct Bmc {
   std::map<uint8_t, App> targets;   // controllers on the IPMB, by slave address
   bool keep_sequence = true;        // false: bridged answers carry a wrong sequence number
 
-  // Until the machine's clock (now_us) gets here the BMC is away: its status register reads 0xFF
-  // and nothing is answered.
+  // While the machine's clock (now_us) is between the two the BMC is away: its status register
+  // reads 0xFF and nothing is answered.
+  uint64_t gone_at_us = 0;
   uint64_t back_at_us = 0;
 
   std::vector<Fault> faults;

@@ -74,15 +74,22 @@ void reset(Kind kind) {
   if (kind == Kind::none) the_machine.devices.clear();
 }
 
+bool is_away(const Machine& machine) {
+  return machine.now_us >= machine.bmc.gone_at_us && machine.now_us < machine.bmc.back_at_us;
+}
+
 Answer serve(const Bytes& request) {
   note(hex_text(request));
-  if (the_machine.now_us < the_machine.bmc.back_at_us) {
+  if (is_away(the_machine)) {
     Answer nothing;
     nothing.silent = true;
     return nothing;
   }
   Answer result = answer(the_machine.bmc, request);
-  if (result.power_cut) cut_power();
+  if (result.power_cut) {
+    card_power_cut(the_machine.bmc.card);
+    cut_power();
+  }
   if (!result.silent) log_only("< " + hex_text(result.bytes));
   return result;
 }

@@ -62,6 +62,9 @@ Machine& machine();
 // Starts over with a fresh machine and an empty log.
 void reset(Kind kind);
 
+// Whether the BMC is off the wire now.
+bool is_away(const Machine& machine);
+
 // Has the BMC carry out one request, and logs it.
 Answer serve(const Bytes& request);
 

@@ -27,10 +27,6 @@ constexpr char LIST_COUNTERS[] =
     " "
     "0       0          0\n";
 
-bool away(const sim::Machine& machine) {
-  return machine.now_us < machine.bmc.back_at_us;
-}
-
 uint8_t next_of_stream(sim::Machine& machine) {
   const bool left = machine.port_used < machine.port_stream.size();
   return left ? machine.port_stream[machine.port_used++] : NOTHING;
@@ -67,7 +63,7 @@ uint8_t inb(uint16_t port) {
   sim::Machine& machine = sim::machine();
   machine.port_reads++;
   if (!machine.port_stream.empty()) return next_of_stream(machine);
-  if (away(machine)) return NOTHING;
+  if (sim::is_away(machine)) return NOTHING;
   for (sim::Kcs& kcs : machine.ports) {
     if (kcs.command_port == port) return sim::kcs_read_status(kcs, machine.bmc);
     if (kcs.data_port == port) return sim::kcs_read_data(kcs);
@@ -79,7 +75,7 @@ void outb(uint8_t value, uint16_t port) {
   sim::Machine& machine = sim::machine();
   machine.port_writes++;
   if (port == POKE_PORT) sim::log_poke(value);
-  if (away(machine)) return;
+  if (sim::is_away(machine)) return;
   for (sim::Kcs& kcs : machine.ports) {
     if (kcs.command_port == port) return sim::kcs_write_command(kcs, value);
     if (kcs.data_port == port) return sim::kcs_write_data(kcs, value);

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr unsigned KCS_REQUEST_ROOM = 130;
+constexpr unsigned KCS_REQUEST_ROOM = LONGEST_REQUEST - 1;  // without the address
 // A bridged request travels in 3 bytes of Send Message, and 5 of IPMB frame beyond its own.
 constexpr unsigned SEND_MESSAGE_HEADER = 3;
 constexpr unsigned IPMB_OVERHEAD = 5;

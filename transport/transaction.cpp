@@ -103,6 +103,10 @@ int kernel_receive(uint8_t* response, unsigned* responseLength) {
   return 0;
 }
 
+bool kernel_path() {
+  return openIpmiFlag != 0 && driverHandle != -1;
+}
+
 // Never bridges: the first request byte is not used, nor is the LUN.
 int kernel_transaction(const uint8_t* request, unsigned length, uint8_t* response,
                        unsigned* responseLength) {
@@ -129,9 +133,13 @@ int converToBMCCmd(const uint8_t* request, unsigned length, uint8_t* response,
     std::printf("request of %u bytes has no command: not sent\n", length);
     return -1;
   }
-  const bool kernel = openIpmiFlag != 0 && driverHandle != -1;
-  return kernel ? kernel_transaction(request, length, response, responseLength)
-                : kcs_transaction(request, length, response, responseLength);
+  return kernel_path() ? kernel_transaction(request, length, response, responseLength)
+                       : kcs_transaction(request, length, response, responseLength);
+}
+
+// The kernel counts NetFn and command, not the address.
+unsigned request_limit() {
+  return kernel_path() ? IPMI_MAX_MSG_LENGTH + 1 : LONGEST_REQUEST;
 }
 
 bool exchange(const uint8_t* request, unsigned length, Response* response) {

@@ -28,6 +28,9 @@ unsigned UpdateCommandToSendText(uint8_t* destination, const uint8_t* command);
 int converToBMCCmd(const uint8_t* request, unsigned length, uint8_t* response,
                    unsigned* responseLength);
 
+// The most bytes a request to the BMC itself may have on the path in use.
+unsigned request_limit();
+
 // A response that cannot be mistaken: zeros and a completion code of 0xFF until a real one arrives.
 struct Response {
   uint8_t bytes[RESPONSE_ROOM];
