@@ -7,6 +7,15 @@ inline constexpr unsigned FLASH_NAME_SIZE = 1024;
 inline constexpr unsigned PORTION_SIZE = 4096;
 
 extern char flashfilename[FLASH_NAME_SIZE];  // image to read, or file to save to
+extern FILE* fp;                             // that file while it is open, else null
+
+// Prints the messages of this subsystem that do not go straight to standard output.
+extern int (*flashprintf)(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// How the image is read, chosen by the file's name: ".mot" at its end means S-records.
+inline constexpr int FORMAT_SRECORD = 0;
+inline constexpr int FORMAT_RAW = 1;
+extern int format;
 
 // One portion of an image. Bytes that no record and no file byte supplied are 0xFF.
 struct ImageBuffer {
@@ -15,6 +24,49 @@ struct ImageBuffer {
   uint32_t base;  // S-record: address, raw: file offset, of the first byte
   uint32_t pos;   // the next byte is bytes[pos - base]
 };
+extern ImageBuffer data;
+
+// The card's flash as Get flash update information tells it.
+struct Flash_info {
+  uint32_t update_start;  // first address that is programmed and compared
+  uint8_t block_size;     // bytes
+  uint8_t chunk_size;     // data bytes of one Write flash chunk
+  uint32_t flash_size;    // bytes
+  uint32_t flash_base;    // address; offset 0 of a raw image
+};
+// The address behind the last one of the flash: 2^32 when it ends at the top of the address space.
+uint64_t flash_end(const Flash_info& info);
+
+// Opens the file named by flashfilename into fp and clears the buffer. An S-record file is read
+// through once, and refused for a record that cannot be placed. 1, or 0 with nothing open after one
+// line that says why.
+int init_data(ImageBuffer* buffer);
+// Loads the next portion, from the file's position on, and prints one dot.
+void read_data(ImageBuffer* buffer);
+// Places one S-record line, NUL-terminated and without its line end. Any other line, and a record
+// that cannot be placed, is used up without an effect.
+void interpret_data(ImageBuffer* buffer, const char* line);
+// The byte that two hexadecimal digits denote; above 0xFF when one of them is none.
+unsigned convert(char c1, char c2);
+
+// False once the file could not be read, or no longer holds what was found sound when it was
+// opened.
+bool image_sound();
+// Reads through the open image: does an update of this flash place every byte of it at its own
+// address? False after one line that says why not. The position is at the start of the file
+// afterwards.
+bool image_fits(const Flash_info& info);
+// Closes fp.
+void close_image();
+
+// The card's requests (NetFn Firmware, 0x08). Each prints its own messages.
+int enter_downloader();  // 1 when the card accepted the access code, else 0
+int exit_downloader();   // 1 when the BMC is back in normal operation, else 0
+int program_firmware();  // 1 when the image was programmed, else 0
+int verify_firmware();   // 1 when the comparison came to its end, else 0
+void read_flash();       // saves the flash to the file named by flashfilename
+// Programs one block from the image buffer, which it loads when it is used up. 1, or 0.
+int write_line(uint32_t address, unsigned block_size, unsigned chunk_size);
 
 // The actions for -u, --save and --verify. 1 when the BMC is back in normal operation, else 0.
 int firmwareUpdate();
