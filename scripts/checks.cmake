@@ -3,6 +3,7 @@ function(qarn_check name tool)
   find_program(found_${tool} ${tool})
   if(found_${tool})
     add_test(NAME ${name} COMMAND ${ARGN} WORKING_DIRECTORY ${CMAKE_SOURCE_DIR})
+    set_tests_properties(${name} PROPERTIES LABELS source)
   endif()
 endfunction()
 

@@ -25,7 +25,7 @@ missing_packages() {
 }
 
 install_packages() {
-  export DEBIAN_FRONTEND=noninteractive
+  export DEBIAN_FRONTEND=noninteractive RUNLEVEL=1 # nothing asks, no service starts
   apt-get update -q && apt-get install -y -q --no-install-recommends "$@"
 }
 

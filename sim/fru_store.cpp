@@ -108,12 +108,15 @@ void store(const FruStore& from, State& state) {
   }
 }
 
+// Devices that the state does not name are gone; the others keep their manners.
 void restore(FruStore& to, const State& state) {
   std::map<uint8_t, FruDevice> devices;
   for (const auto& [name, contents] : state) {
     unsigned id = 0;
     if (name.size() != 6 || std::sscanf(name.c_str(), "fru.%2X", &id) != 1) continue;
-    devices[static_cast<uint8_t>(id)].contents = contents;
+    FruDevice& device = devices[static_cast<uint8_t>(id)];
+    device = to.devices[static_cast<uint8_t>(id)];
+    device.contents = contents;
   }
   if (!devices.empty()) to.devices = std::move(devices);
 }

@@ -1,6 +1,7 @@
 """The BMCs that a guest can have behind its KCS ports, started on a loopback socket with known contents."""
 
 import os
+from pathlib import Path
 
 from machine import SocketBmc, free_port
 
@@ -80,3 +81,37 @@ def entry(number):
 def sel_bytes(text):
     """The records of a log dump."""
     return bytes.fromhex("".join(line for line in text.splitlines() if not line.startswith("_")))
+
+
+def data_file(name):
+    """A file that comes with the program."""
+    return (Path(__file__).parent.parent / "data" / name).read_bytes()
+
+
+def record_set(count=40):
+    """Sensor records of every type with a name, names of 0 to 16 characters, and one of a maker's own type."""
+    # type: bytes before the name, the last of which holds the name's length
+    fixed = {0x01: 43, 0x02: 27, 0x03: 12, 0x10: 11, 0x11: 11, 0x12: 11}
+    records = [bytes([1, 0, 0x51, 0xC0, 9]) + bytes(range(1, 10))]
+    for number in range(2, count + 1):
+        kind = list(fixed)[number % len(fixed)] if number != 3 else 0x02
+        name = (f"Fan {number:02}" + "-more-to-it"[:number % 12])[:0 if number == 5 else 16].encode()
+        # owner 0x20, LUN 0, sensor number; then values that tell the bytes of one record from those of another
+        body = bytes([0x20, 0, number]) + bytes((number + at) & 0x7F for at in range(fixed[kind] - 4))
+        body += bytes([0xC0 | len(name)]) + name
+        records.append(number.to_bytes(2, "little") + bytes([0x51, kind, len(body)]) + body)
+    return records
+
+
+def sdr_bytes(text):
+    """The records of an SDR dump."""
+    records = []
+    for line in text.splitlines():
+        value = line.partition("//")[0].strip()
+        if value.startswith("_SDR_TYPE"):
+            records.append(b"")
+        elif value.startswith("'"):
+            records[-1] += value.strip("'").encode("latin-1")
+        elif value and value[0] not in "_)":
+            records[-1] += bytes.fromhex(value)
+    return records

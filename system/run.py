@@ -6,6 +6,7 @@ import importlib
 import inspect
 import os
 import sys
+import tempfile
 import time
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
@@ -29,10 +30,17 @@ class Checks:
     def __init__(self, name, qarn, bmc):
         self.name, self.qarn, self.bmc = name, qarn, bmc
         self.passed, self.failures = 0, []
+        self.folder = tempfile.TemporaryDirectory(prefix="qarn-system-")
 
     def boot(self, steps, bmc=(), **settings):
         settings["programs"] = {"bin/qarn": self.qarn} | settings.get("programs", {})
         return machine.boot(steps, bmc, **settings)
+
+    def file(self, name, content):
+        """Path of a file for QEMU that lasts as long as the case."""
+        path = Path(self.folder.name, name)
+        path.write_bytes(content)
+        return path
 
     def that(self, holds, what, detail=""):
         if holds:

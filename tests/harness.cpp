@@ -94,6 +94,14 @@ RunResult run(const std::vector<std::string>& words) {
   return result;
 }
 
+std::string after_identity(const std::string& text) {
+  for (const char* mark : {"IPMI Ver:", "18 01\n"}) {
+    const size_t at = text.find(mark);
+    if (at != std::string::npos) return text.substr(text.find('\n', at) + 1);
+  }
+  return text;
+}
+
 std::string console_of(const std::function<void()>& action) {
   const int before = divert_to(path_of("console.out"));
   action();

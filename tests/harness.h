@@ -18,6 +18,9 @@ struct RunResult {
 // (what a state file keeps, that is: not its queue, clock and faults).
 RunResult run(const std::vector<std::string>& words);
 
+// What a run said (RunResult::out) or sent (RunResult::traffic) after the identity of the BMC.
+std::string after_identity(const std::string& text);
+
 // Standard output of `action`, run in this process.
 std::string console_of(const std::function<void()>& action);
 
