@@ -89,17 +89,11 @@ TEST_F(Lan, SettersSendTheAddressWhateverBecameOfTheSource) {
             std::string(STATIC) + "30 01 01 03 0A 01 02 03\n30 01 01 0A 00\n");
 }
 
-TEST_F(Lan, AddressesThatAreNoneAreRefusedBeforeTheBmcIsTouched) {
-  const char* const cases[][3] = {
-      {"-i", "10.1.2.x", "10.1.2.x is not correct ip address\n"},
-      {"-m", "0:1:2:3:4", "-m: 0:1:2:3:4 does not give the six bytes of a MAC address\n"},
-  };
-  for (const auto& [option, value, message] : cases) {
-    const RunResult result = run({option, value});
-    EXPECT_EQ(result.status, 1);
-    EXPECT_NE(result.out.find(message), std::string::npos) << result.out;
-    EXPECT_EQ(result.traffic, "");
-  }
+TEST_F(Lan, AMacAddressOfFiveBytesIsRefusedBeforeTheBmcIsTouched) {
+  const RunResult result = run({"-m", "0:1:2:3:4"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_NE(result.out.find("-m: 0:1:2:3:4 does not give the six bytes"), std::string::npos);
+  EXPECT_EQ(result.traffic, "");
 }
 
 TEST_F(Lan, TakesTheMacAddressThatTheCardReports) {
