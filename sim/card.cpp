@@ -23,6 +23,7 @@ constexpr uint8_t LAST_CHUNK = 0x40;
 constexpr uint8_t BLOCK_PROGRAMMED = 0;
 constexpr uint8_t ERASED = 0xFF;
 constexpr uint64_t ANSWER_US = 100000;  // the answer to a reset still gets out
+constexpr size_t FIRMWARE_SIZE = 8192;  // of what a new card has from its update start on
 constexpr size_t MOST_FLASH = size_t{16} << 20;
 constexpr char FLASH_NAME[] = "card.flash";
 
@@ -142,12 +143,13 @@ Bytes& card_flash(Card& card) {
   const size_t known = card.flash.size();
   if (known == size) return card.flash;
   card.flash.resize(size);
+  const size_t used = size_t{card.update_start - card.flash_base} + FIRMWARE_SIZE;
   uint32_t noise = 0x2545F491;
   for (size_t i = 0; i < size; i++) {
     noise ^= noise << 13;
     noise ^= noise >> 17;
     noise ^= noise << 5;
-    if (i >= known) card.flash[i] = static_cast<uint8_t>(noise >> 24);
+    if (i >= known) card.flash[i] = i < used ? static_cast<uint8_t>(noise >> 24) : ERASED;
   }
   return card.flash;
 }

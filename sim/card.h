@@ -24,7 +24,8 @@ struct Card {
   unsigned chunks = 0;  // of that block, so far
 };
 
-// The flash as it is now; noise, the same for every card, before it is first programmed.
+// The flash as it is now. A new card's holds noise, the same for every card, and is erased behind
+// that.
 Bytes& card_flash(Card& card);
 
 std::span<const Command> card_commands();
