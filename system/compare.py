@@ -6,15 +6,17 @@ One guest a job; one instruction takes one nanosecond of the guest's time, so pr
 """
 
 import argparse
+import tempfile
 from collections.abc import Callable
 from contextlib import nullcontext
 from dataclasses import dataclass
 from pathlib import Path
 
+import bmcs
+import cases_fru
 import machine
 
 KCS, KERNEL = "own KCS driver", "/dev/ipmi0"
-REPEATS = 5
 MEASURES = ("cpu_us", "rss_kb", "wall_us", "accesses", "requests")
 
 
@@ -26,6 +28,7 @@ class Job:
     qarn: str
     ipmitool: str
     freeipmi: str
+    repeats: int = 3
 
     def runs(self):
         """(steps before, path, tool, command) in the order of the guest's life and of the table."""
@@ -35,16 +38,28 @@ class Job:
             ([], KCS, "qarn, static", f"qarn-static {self.qarn}"),
             (driver, KERNEL, "qarn", f"qarn --open {self.qarn}"),
             ([], KERNEL, "qarn, static", f"qarn-static --open {self.qarn}"),
-            ([], KERNEL, "FreeIPMI", self.freeipmi),
+            ([], KERNEL, "FreeIPMI", self.freeipmi.replace(" ", " -D OPENIPMI ", 1)),
             ([], KERNEL, "ipmitool without its vendor list", self.ipmitool),
             (vendors, KERNEL, "ipmitool", self.ipmitool),
         ]
 
 
-def jobs():
+def jobs(folder):
+    (folder / "records").write_bytes(b"".join(bmcs.record_set()))
+    (folder / "inventory").write_bytes(cases_fru.image(cases_fru.MODELS["every area"]))
+    own = machine.qemu_bmc(sdrfile=folder / "records", fruareasize=1024, frudatafile=folder / "inventory")
+    log = [bmcs.entry(number) for number in range(500)]
     return [
-        Job("Identity and one raw request (Get Device ID)", lambda: nullcontext(machine.qemu_bmc()),
-            "-e 18 01", "ipmitool raw 6 1", "ipmi-raw -D OPENIPMI 0 6 1"),
+        Job("Identity and one raw request (Get Device ID)", lambda: nullcontext(own),
+            "-e 18 01", "ipmitool raw 6 1", "ipmi-raw 0 6 1", 5),
+        Job("Event log of 500 entries", lambda: bmcs.ipmi_sim(sel=log),
+            "--seldump log", "ipmitool sel writeraw log", "ipmi-sel --hex-dump --ignore-sdr-cache"),
+        Job("40 sensor records", lambda: nullcontext(own),
+            "--sdrdump records", "ipmitool sdr dump records", "ipmi-sensors --quiet-cache"),
+        Job("Inventory with every area", lambda: nullcontext(own),
+            "--wfru inventory", "ipmitool fru print 0", "ipmi-fru --ignore-sdr-cache"),
+        Job("LAN settings", bmcs.ipmi_sim,
+            "-d", "ipmitool lan print 1", "ipmi-config --category=core --checkout --section=Lan_Conf"),
     ]
 
 
@@ -53,14 +68,15 @@ def measure(job, options):
     runs, steps = job.runs(), {}
     for number, (before, _, _, command) in enumerate(runs):
         steps |= {(number, step): step for step in before}
-        steps |= {(number, repeat): command.split() for repeat in range(REPEATS)}
+        for repeat in range(job.repeats):
+            steps |= {(number, repeat, "fresh"): "rm -rf /.freeipmi", (number, repeat): command.split()}
     programs = {"bin/qarn": options.qarn, "bin/qarn-static": options.static, "vendors": machine.VENDORS}
     with job.bmc() as bmc:
         seen = machine.boot(steps, bmc, programs=programs, files={"usr/share/misc/.keep": b""},
                             icount=True, trace=True, seconds=900)
     rows = []
     for number, (_, path, tool, command) in enumerate(runs):
-        results = [seen[number, repeat] for repeat in range(REPEATS)]
+        results = [seen[number, repeat] for repeat in range(job.repeats)]
         if any(result.status for result in results):
             raise machine.MachineError(f"{command}: status {results[0].status}: {results[0].out}{results[0].err}")
         # the least of each: a run of a millisecond may meet a timer tick, or the path's first use
@@ -87,9 +103,10 @@ def main():
         parser.add_argument(name, required=True, type=Path)
     parser.add_argument("--only", default="", help="the jobs whose name holds this text")
     options = parser.parse_args()
-    for job in jobs():
-        if options.only in job.name:
-            print_table(job, measure(job, options))
+    with tempfile.TemporaryDirectory(prefix="qarn-compare-") as folder:
+        for job in jobs(Path(folder)):
+            if options.only in job.name:
+                print_table(job, measure(job, options))
 
 
 if __name__ == "__main__":

@@ -27,8 +27,9 @@ def excerpt(value, other):
 class Checks:
     """What one case saw: counts, and a line for each failed check."""
 
-    def __init__(self, name, qarn, bmc):
-        self.name, self.qarn, self.bmc = name, qarn, bmc
+    def __init__(self, name, options):
+        self.name, self.qarn, self.bmc = name, options.qarn, options.bmc
+        self.sim = str(Path(options.bmc).resolve().with_name("qarn-sim"))
         self.passed, self.failures = 0, []
         self.folder = tempfile.TemporaryDirectory(prefix="qarn-system-")
 
@@ -56,7 +57,7 @@ class Checks:
 
 
 def run_case(case, options):
-    checks = Checks(case.__module__.removeprefix("cases_") + "." + case.__name__, options.qarn, options.bmc)
+    checks = Checks(case.__module__.removeprefix("cases_") + "." + case.__name__, options)
     start = time.monotonic()
     try:
         case(checks)
