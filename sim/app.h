@@ -1,5 +1,6 @@
 // Application commands of the simulated BMC: identity, users, resets, messaging.
 #pragma once
+#include <array>
 
 namespace sim {
 
@@ -15,12 +16,12 @@ struct App {
   // Get Device ID response data: device ID and revision, firmware revisions 1 and 2, IPMI version,
   // device support, manufacturer (3), product (2), auxiliary revision (4).
   Bytes device_id = {0x20, 0x01, 0x01, 0x23, 0x51, 0xBF, 0x57, 0x01, 0x00, 0x03, 0x00, 0, 0, 0, 0};
-  User users[USER_COUNT] = {  // user IDs 1 to 5
-      {"", {}},
-      {"Operator", {}},
-      {"Admin", {}},
-      {"Callback", {}},
-      {"User", {}}};
+  std::array<User, USER_COUNT> users = {{// user IDs 1 to 5
+                                         {"", {}},
+                                         {"Operator", {}},
+                                         {"Admin", {}},
+                                         {"Callback", {}},
+                                         {"User", {}}}};
 };
 
 std::span<const Command> app_commands();
