@@ -6,7 +6,7 @@
 
 inline constexpr unsigned SDR_HEADER_SIZE = 5;
 
-// One record; the first five fields are its header in wire order (IPMI v2.0 table 33-1).
+// One record; the first five fields are its header in wire order (IPMI v2.0 table 43-1).
 struct sdr_entry {
   uint8_t record_id_ls;
   uint8_t record_id_ms;
@@ -19,7 +19,7 @@ struct sdr_entry {
 // A set of records and what the repository said about itself (table 33-3).
 struct sdr_repository {
   uint8_t repo_version;
-  uint8_t count_ls, count_ms;
+  uint8_t count_ls, count_ms;      // as claimed; record_count is what arrived
   uint8_t next_id_ls, next_id_ms;  // the record to read next; 0xFFFF: no further one
   uint32_t record_count;           // entries in psdr_entry
   uint8_t free_ls, free_ms;
@@ -40,7 +40,8 @@ int init_sdr(sdr_repository* repository);
 int get_sdr(sdr_repository* repository);
 // Releases every entry and the name; harmless on a zeroed or released record.
 void freespace(sdr_repository* repository);
-// Erases the BMC's repository and adds every entry in order. 1, or 0 with err_message.
+// Erases the BMC's repository and adds every entry in order. 1, or 0 with err_message; an entry
+// without its body fails before anything is erased.
 int Write_Sdr(sdr_repository* repository);
 
 // Loads a text file, or a binary one whose name ends in ".dat". 1 (also without any record), or 0

@@ -1,14 +1,189 @@
 // Sensor Data Record repository of the simulated BMC.
-#include "sim/bmc.h"
+#include <algorithm>
+
+#include "sim/machine.h"
+#include "sim/wire.h"
 
 namespace sim {
 
+namespace {
+
+constexpr uint8_t NETFN_STORAGE = 0x0A;
+constexpr uint8_t VERSION = 0x51;
+constexpr uint8_t CAN_RESERVE = 0x02;
+constexpr uint8_t CAN_PARTIAL_ADD = 0x04;
+constexpr uint8_t NON_MODAL = 0x20;  // written without update mode
+constexpr uint8_t LENGTH_WRONG = 0x80;
+constexpr uint8_t RESERVATION_CANCELLED = 0xC5;
+constexpr uint8_t TOO_MANY_BYTES = 0xCA;
+constexpr uint8_t NOT_IN_THIS_STATE = 0xD5;
+constexpr uint16_t FIRST = 0x0000;
+constexpr uint16_t LAST = 0xFFFF;
+constexpr uint8_t WHOLE = 0xFF;
+constexpr uint8_t START_ERASE = 0xAA;
+constexpr uint8_t GET_STATUS = 0x00;
+constexpr uint8_t ERASE_IN_PROGRESS = 0x00;
+constexpr uint8_t ERASE_COMPLETE = 0x01;
+constexpr uint8_t LAST_FRAGMENT = 0x01;
+constexpr size_t PARTIAL_HEADER = 6;
+
+uint32_t now() {
+  return machine().epoch + static_cast<uint32_t>(machine().now_us / 1000000);
+}
+
+bool is_whole(const Bytes& record) {
+  return record.size() >= SDR_HEADER && record.size() == SDR_HEADER + record[SDR_HEADER - 1];
+}
+
+Reply get_info(Bmc& bmc, const Bytes&) {
+  const SdrStore& sdr = bmc.sdr;
+  size_t used = 0;
+  for (const auto& [id, record] : sdr.records) used += record.size();
+  const size_t free = sdr.records.size() < sdr.room && used < SDR_MOST ? SDR_MOST - used : 0;
+  const size_t count = sdr.claimed >= 0 ? static_cast<size_t>(sdr.claimed) : sdr.records.size();
+  Reply reply = {DONE, {VERSION}};
+  put(std::back_inserter(reply.data), static_cast<uint32_t>(count), 2);
+  put(std::back_inserter(reply.data), static_cast<uint32_t>(free), 2);
+  put(std::back_inserter(reply.data), sdr.added, 4);
+  put(std::back_inserter(reply.data), sdr.erased, 4);
+  reply.data.push_back(NON_MODAL | CAN_RESERVE | (sdr.partial_add ? CAN_PARTIAL_ADD : 0));
+  return reply;
+}
+
+Reply reserve(Bmc& bmc, const Bytes&) {
+  if (++bmc.sdr.reservation == 0) bmc.sdr.reservation = 1;
+  Reply reply;
+  put(std::back_inserter(reply.data), bmc.sdr.reservation, 2);
+  return reply;
+}
+
+// Reservation (2; needed for a part only), record ID (2), offset, bytes to read.
+Reply get_record(Bmc& bmc, const Bytes& data) {
+  const SdrStore& sdr = bmc.sdr;
+  if (data.size() != 6) return {INVALID_LENGTH, {}};
+  const size_t offset = data[4];
+  if (offset != 0 && word(&data[0]) != sdr.reservation) return {RESERVATION_CANCELLED, {}};
+  const uint16_t id = word(&data[2]);
+  const auto found = id == FIRST ? sdr.records.begin() : sdr.records.find(id);
+  if (found == sdr.records.end()) return {NOT_PRESENT, {}};
+  const Bytes& record = found->second;
+  if (offset > record.size()) return {OUT_OF_RANGE, {}};
+  const size_t left = record.size() - offset;
+  size_t count = data[5] == WHOLE ? left : data[5];
+  if (count > left && !sdr.answers_short) return {OUT_OF_RANGE, {}};
+  count = std::min(count, left);
+  if (count > sdr.longest_read) return {TOO_MANY_BYTES, {}};
+  const auto next = std::next(found);
+  Reply reply;
+  put(std::back_inserter(reply.data), next == sdr.records.end() ? LAST : next->first, 2);
+  reply.data.insert(reply.data.end(), &record[0] + offset, &record[0] + offset + count);
+  return reply;
+}
+
+// The ID of the next record, or LAST when there is no room for it.
+uint16_t new_id(const SdrStore& sdr) {
+  if (sdr.records.size() >= sdr.room) return LAST;
+  return sdr.records.empty() ? sdr.first_id
+                             : static_cast<uint16_t>(sdr.records.rbegin()->first + 1);
+}
+
+Reply keep(SdrStore& sdr, uint16_t id, Bytes record) {
+  put(record.begin(), id, 2);
+  sdr.records[id] = record;
+  sdr.added = now();
+  Reply reply;
+  put(std::back_inserter(reply.data), id, 2);
+  return reply;
+}
+
+// A record; the BMC sets its ID.
+Reply add_record(Bmc& bmc, const Bytes& data) {
+  SdrStore& sdr = bmc.sdr;
+  if (sdr.erase_left > 0) return {NOT_IN_THIS_STATE, {}};
+  if (!is_whole(data)) return {LENGTH_WRONG, {}};
+  const uint16_t id = new_id(sdr);
+  return id == LAST ? Reply{OUT_OF_SPACE, {}} : keep(sdr, id, data);
+}
+
+// Reservation (2), record ID (2; 0 for a new record), offset, progress, record bytes.
+Reply add_part(Bmc& bmc, const Bytes& data) {
+  SdrStore& sdr = bmc.sdr;
+  if (!sdr.partial_add) return {INVALID_COMMAND, {}};
+  if (data.size() < PARTIAL_HEADER) return {INVALID_LENGTH, {}};
+  if (sdr.erase_left > 0) return {NOT_IN_THIS_STATE, {}};
+  if (word(&data[0]) != sdr.reservation) return {RESERVATION_CANCELLED, {}};
+  const uint16_t id = word(&data[2]);
+  if (id == FIRST) {
+    sdr.open.clear();
+    sdr.open_id = new_id(sdr);
+    if (sdr.open_id == LAST) return {OUT_OF_SPACE, {}};
+  } else if (id != sdr.open_id || sdr.open.empty()) {
+    return {NOT_PRESENT, {}};
+  }
+  if (data[4] != sdr.open.size()) return {OUT_OF_RANGE, {}};
+  if (data[5] > LAST_FRAGMENT) return {INVALID_DATA, {}};
+  sdr.open.insert(sdr.open.end(), data.begin() + PARTIAL_HEADER, data.end());
+  Reply reply;
+  if (data[5] == LAST_FRAGMENT) {
+    reply = is_whole(sdr.open) ? keep(sdr, sdr.open_id, sdr.open) : Reply{LENGTH_WRONG, {}};
+    sdr.open.clear();
+  } else {
+    put(std::back_inserter(reply.data), sdr.open_id, 2);
+  }
+  return reply;
+}
+
+// Reservation (2), "CLR", operation: start, or ask how far it is.
+Reply clear(Bmc& bmc, const Bytes& data) {
+  SdrStore& sdr = bmc.sdr;
+  if (data.size() != 6) return {INVALID_LENGTH, {}};
+  if (word(&data[0]) != sdr.reservation) return {RESERVATION_CANCELLED, {}};
+  if (data[2] != 'C' || data[3] != 'L' || data[4] != 'R') return {INVALID_DATA, {}};
+  if (data[5] == START_ERASE) {
+    sdr.records.clear();
+    sdr.open.clear();
+    sdr.erased = now();
+    sdr.erase_left = sdr.erase_polls;
+    return {DONE, {sdr.erase_left > 0 ? ERASE_IN_PROGRESS : ERASE_COMPLETE}};
+  }
+  if (data[5] != GET_STATUS) return {INVALID_DATA, {}};
+  if (sdr.erase_left == 0) return {DONE, {ERASE_COMPLETE}};
+  sdr.erase_left--;
+  return {DONE, {ERASE_IN_PROGRESS}};
+}
+
+constexpr Command COMMANDS[] = {
+    {NETFN_STORAGE, 0x20, get_info},   {NETFN_STORAGE, 0x22, reserve},
+    {NETFN_STORAGE, 0x23, get_record}, {NETFN_STORAGE, 0x24, add_record},
+    {NETFN_STORAGE, 0x25, add_part},   {NETFN_STORAGE, 0x27, clear},
+};
+
+}  // namespace
+
 std::span<const Command> sdr_commands() {
-  return {};
+  return COMMANDS;
 }
-void store(const SdrStore&, State&) {
+
+void store(const SdrStore& from, State& state) {
+  Bytes& all = state["sdr.records"];
+  for (const auto& [id, record] : from.records) all.insert(all.end(), record.begin(), record.end());
+  state["sdr.partial_add"] = {from.partial_add};
 }
-void restore(SdrStore&, const State&) {
+
+void restore(SdrStore& to, const State& state) {
+  if (const auto found = state.find("sdr.records"); found != state.end()) {
+    to.records.clear();
+    // A length byte that leads past the end ends the list.
+    const Bytes& all = found->second;
+    for (size_t at = 0; all.size() - at >= SDR_HEADER;) {
+      const size_t size = SDR_HEADER + all[at + SDR_HEADER - 1];
+      if (size > all.size() - at) break;
+      to.records[word(&all[at])] = Bytes(&all[at], &all[at] + size);
+      at += size;
+    }
+  }
+  const auto found = state.find("sdr.partial_add");
+  if (found != state.end() && !found->second.empty()) to.partial_add = found->second[0] != 0;
 }
 
 }  // namespace sim

@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "sim/machine.h"
+#include "sim/wire.h"
 
 namespace sim {
 
@@ -19,15 +20,6 @@ constexpr uint8_t WHOLE = 0xFF;
 constexpr uint8_t TIMESTAMPED = 0xE0;  // record types below carry a time at byte 3
 constexpr uint8_t START_ERASE = 0xAA;
 constexpr uint8_t ERASE_COMPLETE = 0x01;
-
-uint16_t word(const uint8_t* bytes) {
-  return static_cast<uint16_t>(bytes[0] | bytes[1] << 8);
-}
-
-template <typename Target>
-void put(Target at, uint32_t value, unsigned size) {
-  for (unsigned i = 0; i < size; i++) *at++ = static_cast<uint8_t>(value >> (8 * i));
-}
 
 uint32_t now() {
   return machine().epoch + static_cast<uint32_t>(machine().now_us / 1000000);

@@ -1,0 +1,75 @@
+// The comments of util.dat.
+#include "sdr/comments.h"
+
+#include <strings.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "base/memory.h"
+
+namespace {
+
+constexpr int LINE_SIZE = 1024;
+const char LEAD[] = "// ";
+
+struct Section_lines {
+  const char* opening;
+  const char* closing;
+};
+const Section_lines SECTION_LINES[] = {
+    {"<SDR_COMMENT_TYPE1>\n", "</SDR_COMMENT_TYPE1>\n"},
+    {"<SDR_COMMENT_TYPE2>\n", "</SDR_COMMENT_TYPE2>\n"},
+};
+constexpr int OUTSIDE = -1;
+
+// The section that this line opens. A full one takes no more lines.
+int opened_by(const char* line, const sdr_comments& comments) {
+  for (int i = 0; i < 2; i++) {
+    const comment_section& section = comments.sections[i];
+    if (strcasecmp(line, SECTION_LINES[i].opening) == 0 && section.taken < section.fields) return i;
+  }
+  return OUTSIDE;
+}
+
+// An empty line leaves its field without a comment.
+void take_line(comment_section* section, const char* line) {
+  std::unique_ptr<char[]>& comment = section->comments[section->taken++];
+  const size_t length = std::strlen(line);
+  if (length <= 1) return;
+  comment = make_owned<char>(sizeof LEAD + length - 1);
+  if (!comment) return;
+  std::memcpy(comment.get(), LEAD, sizeof LEAD - 1);
+  std::memcpy(comment.get() + sizeof LEAD - 1, line, length - 1);
+}
+
+}  // namespace
+
+void read_comments(sdr_comments* comments) {
+  *comments = {
+      {{FULL_SENSOR, FULL_SENSOR_FIELDS, 0, {}}, {COMPACT_SENSOR, COMPACT_SENSOR_FIELDS, 0, {}}}};
+  FILE* file = std::fopen("util.dat", "re");
+  if (file == nullptr) return;
+  char line[LINE_SIZE];
+  int current = OUTSIDE;
+  while (std::fgets(line, sizeof line, file) != nullptr) {
+    if (current == OUTSIDE) {
+      current = opened_by(line, *comments);
+    } else if (strcasecmp(line, SECTION_LINES[current].closing) == 0) {
+      current = OUTSIDE;
+    } else {
+      comment_section* section = &comments->sections[current];
+      take_line(section, line);
+      if (section->taken == section->fields) current = OUTSIDE;
+    }
+  }
+  std::fclose(file);
+}
+
+const char* field_comment(const sdr_comments& comments, uint8_t record_type, unsigned index) {
+  for (const comment_section& section : comments.sections) {
+    if (section.record_type != record_type) continue;
+    return index < section.fields ? section.comments[index].get() : nullptr;
+  }
+  return nullptr;
+}
