@@ -2,12 +2,20 @@
 #include <string>
 
 #include "sim/bmc.h"
-#include "sim/wire.h"
 
 namespace sim {
 
 namespace {
 
+enum Type : uint8_t {
+  FULL = 0x01,
+  COMPACT = 0x02,
+  EVENT_ONLY = 0x03,
+  GENERIC_DEVICE = 0x10,
+  FRU_DEVICE = 0x11,
+  CONTROLLER = 0x12,
+  OEM = 0xC0,
+};
 constexpr uint8_t VERSION = 0x51;
 constexpr uint8_t BMC_OWNER = 0x20;
 constexpr uint8_t ASCII = 0xC0;  // type of an ID string; its length is in the low 5 bits
@@ -52,32 +60,34 @@ Bytes with_name(Bytes body, const std::string& name) {
   return body;
 }
 
+Bytes joined(std::initializer_list<Bytes> parts) {
+  Bytes all;
+  for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
+  return all;
+}
+
 Bytes full_sensor(const Analog& of) {
   const auto& [unr, ucr, unc] = of.upper;
   const auto& [lnr, lcr, lnc] = of.lower;
-  return with_name(
-      {BMC_OWNER,  0x00,       of.number, of.entity, of.instance, 0x7F,         0x68, of.type,
-       THRESHOLDS, 0x95,       0x7A,      0x95,      0x7A,        0x3F,         0x3F,  // events and
-                                                                                       // thresholds
-                                                                                       // that it
-                                                                                       // has
-       0x00,       of.unit,    0x00,      0x00,                                  // units, linear
-       of.m,       0x00,       0x00,      0x00,      0x00,        of.exponents,  // conversion
-       0x01,       of.nominal, unc,       lnc,       0xFF,        0x00,  // nominal, normal range,
-                                                                         // sensor range
-       unr,        ucr,        unc,       lnr,       lcr,         lnc,          0x02, 0x02,
-       0x00,       0x00,       0x00},
-      of.name);
+  const Bytes head = {BMC_OWNER, 0,    of.number, of.entity, of.instance,
+                      0x7F,      0x68, of.type,   THRESHOLDS};
+  const Bytes events_and_thresholds = {0x95, 0x7A, 0x95, 0x7A, 0x3F, 0x3F};
+  const Bytes units = {0, of.unit, 0, 0};
+  const Bytes conversion = {of.m, 0, 0, 0, 0, of.exponents};
+  const Bytes ranges = {0x01, of.nominal, unc, lnc, 0xFF, 0};
+  const Bytes limits = {unr, ucr, unc, lnr, lcr, lnc, 2, 2, 0, 0, 0};
+  return with_name(joined({head, events_and_thresholds, units, conversion, ranges, limits}),
+                   of.name);
 }
 
 Bytes compact_sensor(const Discrete& of) {
   const uint8_t low = static_cast<uint8_t>(of.states);
   const uint8_t high = static_cast<uint8_t>(of.states >> 8);
-  return with_name(
-      {BMC_OWNER, 0x00, of.number, of.entity, of.instance, 0x63, 0x40, of.type, SENSOR_SPECIFIC,
-       low,       high, low,       high,      low,         high, 0xC0, 0x00,    0x00,
-       0x01,      0x00, 0x00,      0x00,      0x00,        0x00, 0x00, 0x00},
-      of.name);
+  const Bytes head = {BMC_OWNER, 0,    of.number, of.entity,      of.instance,
+                      0x63,      0x40, of.type,   SENSOR_SPECIFIC};
+  const Bytes states = {low, high, low, high, low, high};
+  const Bytes units_and_sharing = {0xC0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0};
+  return with_name(joined({head, states, units_and_sharing}), of.name);
 }
 
 }  // namespace
@@ -86,21 +96,18 @@ SdrRecords sample_sdr_records() {
   SdrRecords records;
   const auto add = [&](uint8_t type, const Bytes& body) {
     const uint16_t id = static_cast<uint16_t>(records.size() + 1);
-    Bytes record(2);
-    put(record.begin(), id, 2);
-    record.insert(record.end(), {VERSION, type, static_cast<uint8_t>(body.size())});
-    record.insert(record.end(), body.begin(), body.end());
-    records[id] = record;
+    const Bytes header = {static_cast<uint8_t>(id), 0, VERSION, type,
+                          static_cast<uint8_t>(body.size())};
+    records[id] = joined({header, body});
   };
-  add(0x12, with_name({0x20, 0x00, 0x00, 0x9F, 0, 0, 0, 0x06, 0x01, 0x00}, "BMC"));
-  for (const Analog& sensor : ANALOG) add(0x01, full_sensor(sensor));
-  for (const Discrete& sensor : DISCRETE) add(0x02, compact_sensor(sensor));
-  add(0x03,
-      with_name({BMC_OWNER, 0x00, 0x20, 0x07, 0x01, 0x12, SENSOR_SPECIFIC, 0x01, 0x00, 0x00, 0x00},
-                "System Event"));
-  add(0x10, with_name({0x20, 0xA0, 0x00, 0x00, 0x00, 0x08, 0x00, 0x20, 0x01, 0x00}, "DIMM A1 SPD"));
-  add(0x11, with_name({0x20, 0x00, 0x80, 0x00, 0x00, 0x10, 0x00, 0x07, 0x01, 0x00}, "Board FRU"));
-  add(0xC0, {0x57, 0x01, 0x00, 0x01, 0x02, 0x03, 0x04, 0x05});
+  add(CONTROLLER, with_name({0x20, 0, 0, 0x9F, 0, 0, 0, 0x06, 1, 0}, "BMC"));
+  for (const Analog& sensor : ANALOG) add(FULL, full_sensor(sensor));
+  for (const Discrete& sensor : DISCRETE) add(COMPACT, compact_sensor(sensor));
+  const Bytes event = {BMC_OWNER, 0, 0x20, 0x07, 1, 0x12, SENSOR_SPECIFIC, 1, 0, 0, 0};
+  add(EVENT_ONLY, with_name(event, "System Event"));
+  add(GENERIC_DEVICE, with_name({0x20, 0xA0, 0, 0, 0, 0x08, 0, 0x20, 1, 0}, "DIMM A1 SPD"));
+  add(FRU_DEVICE, with_name({0x20, 0, 0x80, 0, 0, 0x10, 0, 0x07, 1, 0}, "Board FRU"));
+  add(OEM, {0x57, 0x01, 0x00, 1, 2, 3, 4, 5});
   return records;
 }
 
