@@ -69,8 +69,8 @@ def ipmi_sim(records=(), fru=None, sel=(), sel_room=1000):
 
 
 def qarn_bmc(program, *arguments):
-    """Our own simulated BMC; "{folder}" in an argument stands for the folder of this run."""
-    return SocketBmc(lambda folder, port: [program, str(port), *(a.format(folder=folder) for a in arguments)])
+    """Our own simulated BMC."""
+    return SocketBmc(lambda folder, port: [program, str(port), *arguments])
 
 
 def entry(number):
