@@ -10,6 +10,9 @@
 
 namespace {
 
+FILE* open_file = nullptr;
+const char* open_path = nullptr;
+
 // The file itself goes, not a link that led to it.
 void remove_regular(const char* path, const struct stat& written) {
   char real[PATH_MAX];
@@ -27,10 +30,13 @@ FILE* dump_open(const char* path) {
   if (handle < 0) return nullptr;
   FILE* file = fdopen(handle, "w");
   if (file == nullptr) close(handle);
+  open_file = file;
+  open_path = path;
   return file;
 }
 
 bool dump_close(FILE* file, const char* path) {
+  open_file = nullptr;
   struct stat written;
   const bool known = fstat(fileno(file), &written) == 0;
   const bool sound = std::ferror(file) == 0;
@@ -42,8 +48,13 @@ bool dump_close(FILE* file, const char* path) {
 }
 
 void dump_drop(FILE* file, const char* path) {
+  open_file = nullptr;
   struct stat written;
   const bool known = fstat(fileno(file), &written) == 0;
   std::fclose(file);
   if (known && S_ISREG(written.st_mode)) remove_regular(path, written);
+}
+
+void dump_abandon() {
+  if (open_file != nullptr) dump_drop(open_file, open_path);
 }

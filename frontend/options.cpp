@@ -75,7 +75,9 @@ const char* const USAGE[] = {
     "-e Net/LUN CMD DATA\tExecute IPMI command",
 };
 
-// What an option does to the record. Every text is kept with its terminator in `room` bytes.
+static_assert(FLASH_NAME_SIZE == VALUE_LIMIT + 1);
+
+// What an option does to the record. Every text has room for `limit` characters and a terminator.
 struct Rule {
   int letter;
   const char* name;  // as the user knows it

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/dump_file.h"
 #include "base/progress.h"
 #include "platform/platform.h"
 #include "transport/bmc.h"
@@ -36,6 +37,7 @@ void trace(const uint8_t* bytes, unsigned length) {
 [[noreturn]] void give_up(const char* message) {
   progress_end();
   if (message != nullptr) std::puts(message);
+  dump_abandon();  // half a dump must not pass for a whole one
   std::exit(-1);
 }
 
