@@ -220,4 +220,30 @@ TEST_F(Frontend, firmware_is_for_the_card_only_and_passwords_come_first) {
   }
 }
 
+TEST_F(Frontend, the_later_fru_option_wins_and_a_save_leaves_the_lan_alone) {
+  const std::string path = path_of("dump");
+  const RunResult dump = qarn(("--fru missing --wfru " + path).c_str());
+  EXPECT_TRUE(after_identity(dump).starts_with("Dump FRU to file " + path + "\n")) << dump.out;
+  EXPECT_EQ(dump.traffic.find("28 12 "), std::string::npos) << "nothing is written";
+
+  const RunResult save = qarn(("-d -i 10.0.0.1 --seldump /dev/null --save " + path).c_str());
+  EXPECT_TRUE(after_identity(save).starts_with("Dumping SEL to file /dev/null\n")) << save.out;
+  EXPECT_NE(save.out.find("Save to File " + path), std::string::npos);
+  EXPECT_EQ(save.traffic.find("\n30 0"), std::string::npos);
+}
+
+TEST_F(Frontend, an_interface_that_dies_during_a_dump_leaves_no_half_file) {
+  const std::string path = path_of("half");
+  machine().bmc.faults = {{.kind = FaultKind::write_error,
+                           .netfn = 0x08,
+                           .command = 0x03,
+                           .skip = 20,
+                           .times = 0,
+                           .value = 1}};
+  const RunResult result = qarn(("--save " + path).c_str());
+  EXPECT_EQ(result.status, 255);
+  EXPECT_TRUE(result.out.ends_with("cmd error\n")) << result.out;
+  EXPECT_EQ(content_of(path), "(no file)");
+}
+
 }  // namespace

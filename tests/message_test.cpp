@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 
 #include "platform/platform.h"
 #include "tests/harness.h"
@@ -177,6 +178,28 @@ TEST_F(Message, a_send_is_tried_three_times) {
   machine().bmc.targets[0x2C] = {};
   machine().bmc.faults = {{.kind = FaultKind::write_error, .command = 0x33, .value = 1}};
   EXPECT_TRUE(ask(TARGET_NAME).empty()) << "Get Message is repeated after time-outs only";
+}
+
+TEST_F(Message, each_step_gives_up_after_its_own_number_of_attempts) {
+  uint8_t answer[RESPONSE_ROOM];
+  unsigned length = 0;
+  const struct {
+    const char* what;
+    uint8_t status;  // IBF never clears, so each operation and each re-initialisation pokes once
+    std::function<int()> step;
+    unsigned pokes;
+  } cases[] = {
+      {"init", 0x82, [] { return Init_Interface("KCS", 0xCAC, 0xCA8, 0); }, 5},
+      {"send", 0x82, [] { return Send_Req(DEVICE_ID.data(), 3); }, 2 * 3},
+      {"clear", 0x86, [] { return Send_Req(TARGET_NAME.data(), 4); }, 2 * 4},
+      {"receive", 0x82, [&] { return Get_Resp(answer, &length); }, 2 * 3},
+  };
+  for (const auto& one : cases) {
+    sim::reset(sim::Kind::card);
+    machine().port_stream = Bytes(5000, one.status);
+    console_of([&] { EXPECT_EQ(one.step(), -1) << one.what; });
+    EXPECT_EQ(count_of("poke 80\n", sim::transcript()), one.pokes) << one.what;
+  }
 }
 
 TEST_F(Message, a_time_out_that_init_clears_ends_the_step_without_repeating_it) {
