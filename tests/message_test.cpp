@@ -64,6 +64,12 @@ TEST_F(Message, a_direct_request_reaches_the_bmc_as_it_is_whatever_sms_atn_says)
   EXPECT_EQ(sim::transcript(), "19 01\n");
 }
 
+TEST_F(Message, the_rest_of_a_response_that_is_too_long_is_no_response) {
+  machine().bmc.faults = {{.kind = FaultKind::lengthen, .value = 150}};
+  EXPECT_TRUE(ask(DEVICE_ID).empty());
+  EXPECT_EQ(ask({0x20, 0x18, 0x46, 0x02}).size(), 20U);  // the interface is idle again
+}
+
 // Send Message as it must stand on the wire.
 std::string bridged(uint8_t sequence, const Bytes& tail) {
   Bytes frame = {0x20, static_cast<uint8_t>(sequence << 2 | 2)};

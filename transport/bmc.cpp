@@ -227,8 +227,13 @@ int Send_Req(const uint8_t* request, unsigned length) {
 int Get_Resp(uint8_t* response, unsigned* responseLength) {
   unsigned attempts = 1;
   int result = attempt_receive();
-  for (; result != KCS_OK && attempts < RECEIVE_ATTEMPTS; attempts++) result = attempt_receive();
-  if (result != KCS_OK) return -1;
+  bool overflow = result == KCS_RESP_OVERFLOW;
+  for (; result != KCS_OK && attempts < RECEIVE_ATTEMPTS; attempts++) {
+    result = attempt_receive();
+    overflow = overflow || result == KCS_RESP_OVERFLOW;
+  }
+  // Further attempts read the rest of a response that is too long: no response of its own.
+  if (result != KCS_OK || overflow) return -1;
 
   BMC_Msg& received = interface().response;
   received.rsSA = interface().request.rsSA;
