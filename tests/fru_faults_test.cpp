@@ -31,16 +31,26 @@ Bytes joined(Bytes first, const Bytes& second) {
 const Bytes BOARD_AT_8 = {1, 0, 0, 1, 0, 0, 0, 0xFE};
 const Bytes RECORDS_AT_8 = {1, 0, 0, 0, 0, 1, 0, 0xFE};
 
-// A board area of 16 bytes whose last five, from the last text's type/length byte on, are `tail`;
-// its checksum holds.
+// A board area of 16 bytes whose last five, behind its texts, are `tail`; the date makes its
+// checksum hold.
 Bytes board_ending(const Bytes& tail) {
-  return joined(joined(BOARD_AT_8, {1, 2, 0, 0, 0, 0, 0xC0, 0xC0, 0xC0, 0xC0, 0}), tail);
+  Bytes board = joined({1, 2, 0, 0, 0, 0, 0xC0, 0xC0, 0xC0, 0xC0, 0xC0}, tail);
+  board[3] = zero_sum(board, 0);
+  return joined(BOARD_AT_8, board);
+}
+
+// A chassis area of 40 bytes, zeros in its second chunk: empty custom fields.
+Bytes chassis_of_zeros() {
+  return joined({1, 0, 1, 0, 0, 0, 0, 0xFE},
+                joined(joined({1, 5}, Bytes(30, 0)), {0xC1, 0, 0, 0, 0, 0, 0, 0x39}));
 }
 
 TEST(FruFaults, ABrokenDeviceIsNoDump) {
   const Bytes good = sim::example_fru_image();
   const Bytes record = multirecord(0xC0, 2, {1, 2, 3});
   const Bytes endless = joined(joined(RECORDS_AT_8, record), record);
+  sim::Fault miscounted = fault_at(FaultKind::answer, 0, 0);
+  miscounted.bytes = {0, 7, 1, 0, 1, 3, 8, 0x0D, 0, 0xE6};
   const struct {
     const char* name;
     Bytes image;
@@ -54,12 +64,14 @@ TEST(FruFaults, ABrokenDeviceIsNoDump) {
       {"answers of 4 bytes", good, {}, -1, 4},
       {"answers of 8 bytes", good, {}, -1, 8},
       {"refused in the middle", good, {fault_at(FaultKind::refuse, 5, 0x81)}},
+      {"refused where zeros are", chassis_of_zeros(), {fault_at(FaultKind::refuse, 3, 0x81)}},
+      {"header with another count", good, {miscounted}},
       {"empty answer", good, {fault_at(FaultKind::shorten, 5, 0)}},
       {"area of length 0", altered(good, 0x18, Bytes(40, 0))},
       {"area behind the end", Bytes{1, 0, 0xFF, 0, 0, 0, 0, 0}},
-      {"no end mark", board_ending({0, 0, 0, 0, 0xFD})},
-      {"end mark is the checksum", board_ending({0, 0, 0, 0x3C, 0xC1})},
-      {"field behind the end", board_ending({0xC5, 0, 0, 0, 0x38})},
+      {"no end mark", board_ending({0, 0, 0, 0, 0})},
+      {"end mark is the checksum", board_ending({0, 0, 0, 0, 0xC1})},
+      {"field behind the end", board_ending({0xC5, 0, 0, 0, 0})},
       {"no end bit", endless},
       {"second record bad", altered(endless, 16, {0xC1})},
       {"says it is smaller", good, {}, 110},
@@ -72,6 +84,10 @@ TEST(FruFaults, ABrokenDeviceIsNoDump) {
     Bytes unused;
     EXPECT_EQ(read_device(&unused), 0) << broken.name;
   }
+  serve_exactly(chassis_of_zeros());
+  Bytes unused;
+  EXPECT_EQ(read_device(&unused), 1);
+  serve_exactly(Bytes(256, 0xFF));
   const RunResult result = run({"--wfru", path_of("broken.fru")});
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(after(result.out, "reading"), "reading FRU......\nchecksum error\n");

@@ -93,8 +93,10 @@ TEST(Fru, ADeviceWithoutAreasOrWithInternalUseOnlyIsDumped) {
   EXPECT_EQ(run({"--wfru", path}).status, 0);
   EXPECT_EQ(after(content_of(path), "\n_SEE_INTERNAL"),
             std::string("\n_SEE_INTERNAL\n   01\n") + NO_MULTIRECORD_AREAS);
-  serve_image({1, 1, 0, 0, 0, 0, 0, 0xFE, 1, 2, 3}, 64);
+  serve_image({0xF1, 1, 0, 0, 0, 0, 0, 0x0E, 1, 2, 3}, 64);
   EXPECT_EQ(run({"--wfru", path}).status, 0);
+  EXPECT_EQ(after(content_of(path), "\n_SEE_COMMON").substr(0, 26),
+            "\n_SEE_COMMON\n   01\n   01\n ");
   EXPECT_EQ(after(content_of(path), "\n_SEE_INTERNAL"),
             std::string("\n_SEE_INTERNAL\n   00\n") + NO_MULTIRECORD_AREAS);
 }
@@ -127,7 +129,7 @@ TEST(Fru, EachBlockIsWrittenToItsOwnDevice) {
   const std::string two =
       "_fru_title 'replaced'\n_FRU_TITLE 'one'\n_data_len 01 02 00 03\n_dev_id 07\n_BUS_ID 0A\n"
       "_ACCESS_LUN 3\nnothing\n_see_common // the pad is kept\n 01 FF FF FF FF FF 5A FF\n"
-      "_SEE_BOARD\n01 00\n_SEE_COMMON\n"  // too late: bytes of an absent area
+      "_SEE_BOARD\n01 00\n_SEE_COMMON\n09\n"  // too late: bytes of an absent area
       "_FRU_TITLE 'two'\n_DEV_ID 00\n_SEE_COMMON\n 02 00 00 00 00 00 00 00";
   fru_dev dev;
   ASSERT_EQ(FileToFru(file_with("two.fru", two).c_str(), &dev), 1);
