@@ -1,22 +1,33 @@
 // One line on a terminal's standard error that tells how far a long walk has come.
 #include "base/progress.h"
 
+#include <cstdint>
 #include <cstdio>
 
 int progressFlag = 0;
 
 namespace {
+
+// A line is renewed when this part of the walk is done, however many steps the walk has.
+constexpr uint64_t PARTS = 1000;
+
 bool shown = false;
-}
+uint64_t shown_part = 0;
+
+}  // namespace
 
 void progress(const char* what, unsigned done, unsigned total) {
   if (progressFlag == 0) return;
-  std::fprintf(stderr, "\r\033[K%s %u/%u", what, done, total);
+  const uint64_t part = total > 0 ? done * PARTS / total : done;
+  if (shown && part == shown_part) return;
+  // Leaves the cursor at the start, so that a message of the transport begins there.
+  std::fprintf(stderr, "\033[K%s %u/%u\r", what, done, total);
   shown = true;
+  shown_part = part;
 }
 
 void progress_end() {
   if (!shown) return;
-  std::fputs("\r\033[K", stderr);
+  std::fputs("\033[K", stderr);
   shown = false;
 }

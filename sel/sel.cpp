@@ -1,6 +1,7 @@
 // System Event Log: read whole, written as text.
 #include "sel/sel.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -15,6 +16,7 @@ namespace {
 // Get SEL Info response: version, entries (2), free space (2), time of last addition (4), time of
 // last erase (4), operation support.
 constexpr unsigned INFO_SIZE = 14;
+constexpr unsigned INFO_NEEDED = 3;
 // Get SEL Entry response: next record ID (2), record.
 constexpr unsigned ENTRY_SIZE = 2 + SEL_RECORD_SIZE;
 constexpr uint8_t WHOLE_RECORD = 0xFF;
@@ -28,8 +30,11 @@ bool get_info(SelList* list) {
   const unsigned length = UpdateCommandToSendText(request, GetSelRepositoryInfo);
   Response response;
   if (!exchange(request, length, &response)) return false;
-  const uint8_t* info = response_part(response, RESPONSE_DATA, INFO_SIZE);
-  if (info == nullptr) return false;
+  if (response_part(response, RESPONSE_DATA, INFO_NEEDED) == nullptr) return false;
+  // A log can be read without what follows the count of its entries.
+  uint8_t info[INFO_SIZE] = {};
+  const unsigned arrived = std::min(response.length - RESPONSE_DATA, INFO_SIZE);
+  std::memcpy(info, response.bytes + RESPONSE_DATA, arrived);
   list->version = info[0];
   list->entries = info[1] | info[2] << 8;
   list->freeSpace = static_cast<uint32_t>(info[3] | info[4] << 8);

@@ -9,7 +9,8 @@ struct SelRecord {
   uint8_t bytes[SEL_RECORD_SIZE];
 };
 
-// What Get SEL Info reported (IPMI v2.0 table 31-2), and the records read.
+// What Get SEL Info reported (IPMI v2.0 table 31-2; zero what it left out after the entries), and
+// the records read.
 struct SelList {
   uint32_t version;
   int32_t entries;  // as the BMC claims

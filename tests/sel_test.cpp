@@ -1,9 +1,16 @@
 // The event log: read whole from the BMC, written as text.
-#include <gtest/gtest.h>
+#include "sel/sel.h"
 
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <algorithm>
 #include <array>
+#include <csignal>
 #include <cstdio>
 
+#include "base/memory.h"
+#include "base/progress.h"
 #include "tests/harness.h"
 
 namespace {
@@ -56,6 +63,13 @@ TEST_F(Sel, IsWrittenRecordByRecordAsTheBmcHoldsIt) {
   }
 }
 
+TEST_F(Sel, IsReadWhenTheBmcTellsNoMoreThanTheCountOfEntries) {
+  sim::machine().bmc.faults = {
+      {.kind = sim::FaultKind::shorten, .netfn = 0x0A, .command = 0x40, .value = 4}};
+  run({"--seldump", path});
+  EXPECT_EQ(head_of_file(), std::string(HEAD) + "0300");
+}
+
 TEST_F(Sel, EndsWithItsChainOrWithTheClaimedCountWhicheverComesFirst) {
   const struct {
     size_t held;
@@ -97,7 +111,7 @@ TEST_F(Sel, ThatTheBmcRefusesOrCutsGivesAMessageAndNoFile) {
     std::string traffic;
   } cases[] = {
       {{FaultKind::refuse, 0x0A, 0x40, 0, 1, 0xC1}, " Get SEL Repository Info Fail", INFO},
-      {{FaultKind::shorten, 0x0A, 0x40, 0, 1, 14}, " Get SEL Repository Info Fail", INFO},
+      {{FaultKind::shorten, 0x0A, 0x40, 0, 1, 3}, " Get SEL Repository Info Fail", INFO},
       {{FaultKind::refuse, 0x0A, 0x43, 1, 1, 0xCB},
        "Get SEL Record 2301 Fail",
        INFO + first + second},
@@ -123,6 +137,41 @@ TEST_F(Sel, ThatCannotBeWrittenWholeGivesAMessage) {
     EXPECT_EQ(after_identity(result.out),
               "Dumping SEL to file " + target + "\nWritting File " + target + " fail\n");
   }
+  // A regular file that finds no room is not left behind.
+  SelList list{};
+  list.count = 500;
+  list.records = make_owned<SelRecord>(500);
+  rlimit before;
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+  const rlimit narrow = {4096, before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &narrow), 0);
+  const int written = SelToFile2(path.c_str(), &list);
+  setrlimit(RLIMIT_FSIZE, &before);
+  std::signal(SIGXFSZ, handler);
+  EXPECT_EQ(written, 0);
+  EXPECT_EQ(content_of(path), "(no file)");
+}
+
+TEST(Progress, IsRenewedAtEachThousandthAndOnATerminalOnly) {
+  testing::internal::CaptureStderr();
+  progress("SEL", 1, 3);
+  progress_end();
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  progressFlag = 1;
+  testing::internal::CaptureStderr();
+  for (unsigned i = 1; i <= 3; i++) progress("SDR", i, 3);
+  progress_end();
+  progress_end();
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "\033[KSDR 1/3\r\033[KSDR 2/3\r\033[KSDR 3/3\r\033[K");
+  testing::internal::CaptureStderr();
+  for (unsigned i = 1; i <= 65535; i++) progress("SEL", i, 65535);
+  progress_end();
+  progressFlag = 0;
+  const std::string shown = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(std::count(shown.begin(), shown.end(), 'S'), 1 + 1000);  // the first step, too
+  EXPECT_TRUE(shown.ends_with("SEL 65535/65535\r\033[K"));
 }
 
 }  // namespace
