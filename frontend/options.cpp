@@ -254,9 +254,9 @@ int parse_options(int argc, char** argv, Options* options) {
 }
 
 bool parse_mac(const char* text, uint8_t mac[6]) {
-  unsigned part[6];
-  const int found = std::sscanf(text, "%x:%x:%x:%x:%x:%x", &part[0], &part[1], &part[2], &part[3],
-                                &part[4], &part[5]);
+  unsigned long part[6];  // an unsigned would drop what is beyond its 32 bits
+  const int found = std::sscanf(text, "%lx:%lx:%lx:%lx:%lx:%lx", &part[0], &part[1], &part[2],
+                                &part[3], &part[4], &part[5]);
   if (found != 6) return false;
   for (unsigned i = 0; i < 6; i++) {
     if (part[i] > 0xFF) return false;

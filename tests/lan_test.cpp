@@ -3,7 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include "base/error_text.h"
+#include "platform/platform.h"
 #include "tests/harness.h"
+#include "transport/transaction.h"
 
 namespace {
 
@@ -89,11 +92,49 @@ TEST_F(Lan, SettersSendTheAddressWhateverBecameOfTheSource) {
             std::string(STATIC) + "30 01 01 03 0A 01 02 03\n30 01 01 0A 00\n");
 }
 
-TEST_F(Lan, AMacAddressOfFiveBytesIsRefusedBeforeTheBmcIsTouched) {
-  const RunResult result = run({"-m", "0:1:2:3:4"});
-  EXPECT_EQ(result.status, 1);
-  EXPECT_NE(result.out.find("-m: 0:1:2:3:4 does not give the six bytes"), std::string::npos);
-  EXPECT_EQ(result.traffic, "");
+TEST_F(Lan, AMacAddressThatIsNotSixBytesIsRefusedBeforeTheBmcIsTouched) {
+  for (const std::string text : {"0:1:2:3:4", "0:1:2:3:4:100", "100000001:2:3:4:5:6"}) {
+    const RunResult result = run({"-m", text});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.out.find("-m: " + text + " does not give the six bytes"), std::string::npos);
+    EXPECT_EQ(result.traffic, "");
+  }
+}
+
+// The operations on a whole record, called in this process.
+struct Record : Lan {
+  IpCfg record = {{1, 1, 1, 1}, {2, 2, 2, 2}, {3, 3, 3, 3, 3, 3}, {4, 4, 4, 4}, 5, 6};
+  Record() {
+    openIpmiFlag = 1;
+    driverHandle = platform::device_open("/dev/ipmi0");
+  }
+  ~Record() override {
+    platform::device_close(driverHandle);
+    driverHandle = -1;
+    openIpmiFlag = 0;
+  }
+};
+
+TEST_F(Record, KeepsWhatWasReadBeforeAFailure) {
+  refuse(2, 1);
+  EXPECT_EQ(readIpCfg(&record), 0);
+  EXPECT_STREQ(err_message, " Get MAC Address Fail");
+  EXPECT_EQ(sim::Bytes(record.ip, record.ip + 4), parameter(3));
+  EXPECT_EQ(sim::Bytes(record.mac, record.mac + 6), sim::Bytes(6, 3));
+  EXPECT_EQ(sim::Bytes(record.netmask, record.netmask + 4), sim::Bytes(4, 2));
+  EXPECT_EQ(record.dhcp, 6);
+}
+
+TEST_F(Record, ThatCannotBeWrittenLeavesTheReason) {
+  const char* const messages[] = {"Set IP Address Fail", "Set Who Assign Fail",
+                                  "Set MAC Address Fail", "Set Net Mask Fail",
+                                  "Set Gateway IP Address Fail"};
+  for (unsigned step = 0; step < 5; step++) {
+    refuse(1, step);
+    EXPECT_EQ(writeIpCfg(&record), 0);
+    EXPECT_STREQ(err_message, messages[step]);
+  }
+  EXPECT_EQ(writeIpCfg(&record), 1);
 }
 
 TEST_F(Lan, TakesTheMacAddressThatTheCardReports) {
