@@ -31,6 +31,11 @@ uint32_t now() {
   return machine().epoch + static_cast<uint32_t>(machine().now_us / 1000000);
 }
 
+// Data that begins with the last reservation that was given.
+bool is_reserved(const SdrStore& sdr, const Bytes& data) {
+  return sdr.reservation != 0 && word(&data[0]) == sdr.reservation;
+}
+
 bool is_whole(const Bytes& record) {
   return record.size() >= SDR_HEADER && record.size() == SDR_HEADER + record[SDR_HEADER - 1];
 }
@@ -62,7 +67,7 @@ Reply get_record(Bmc& bmc, const Bytes& data) {
   const SdrStore& sdr = bmc.sdr;
   if (data.size() != 6) return {INVALID_LENGTH, {}};
   const size_t offset = data[4];
-  if (offset != 0 && word(&data[0]) != sdr.reservation) return {RESERVATION_CANCELLED, {}};
+  if (offset != 0 && !is_reserved(sdr, data)) return {RESERVATION_CANCELLED, {}};
   const uint16_t id = word(&data[2]);
   const auto found = id == FIRST ? sdr.records.begin() : sdr.records.find(id);
   if (found == sdr.records.end()) return {NOT_PRESENT, {}};
@@ -111,7 +116,7 @@ Reply add_part(Bmc& bmc, const Bytes& data) {
   if (!sdr.partial_add) return {INVALID_COMMAND, {}};
   if (data.size() < PARTIAL_HEADER) return {INVALID_LENGTH, {}};
   if (sdr.erase_left > 0) return {NOT_IN_THIS_STATE, {}};
-  if (word(&data[0]) != sdr.reservation) return {RESERVATION_CANCELLED, {}};
+  if (!is_reserved(sdr, data)) return {RESERVATION_CANCELLED, {}};
   const uint16_t id = word(&data[2]);
   if (id == FIRST) {
     sdr.open.clear();
@@ -137,7 +142,7 @@ Reply add_part(Bmc& bmc, const Bytes& data) {
 Reply clear(Bmc& bmc, const Bytes& data) {
   SdrStore& sdr = bmc.sdr;
   if (data.size() != 6) return {INVALID_LENGTH, {}};
-  if (word(&data[0]) != sdr.reservation) return {RESERVATION_CANCELLED, {}};
+  if (!is_reserved(sdr, data)) return {RESERVATION_CANCELLED, {}};
   if (data[2] != 'C' || data[3] != 'L' || data[4] != 'R') return {INVALID_DATA, {}};
   if (data[5] == START_ERASE) {
     sdr.records.clear();
