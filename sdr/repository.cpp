@@ -40,7 +40,9 @@ constexpr unsigned ERASE_PAUSE_US = 100000;
 enum Add_progress : uint8_t { MORE_TO_COME = 0x00, LAST_FRAGMENT = 0x01 };
 
 uint32_t get_u32(const uint8_t* bytes) {
-  return bytes[0] | bytes[1] << 8 | bytes[2] << 16 | uint32_t{bytes[3]} << 24;
+  uint32_t value = 0;
+  for (unsigned i = 4; i > 0; i--) value = value << 8 | bytes[i - 1];
+  return value;
 }
 
 // Zeros when the BMC gives none: the request that follows then shows whether it needs one.

@@ -289,10 +289,10 @@ TEST_F(Sdr, OfEveryTypeSurviveTheWayThroughTextAndTheBmc) {
                                     {0xC0, 0}}) {
     const size_t size = static_cast<size_t>(fixed);
     std::vector<Bytes> bodies;
-    for (const size_t length : {0, 5, 10, 11, 27, 28, 245, 250}) {
+    for (const size_t length : {0U, 5U, 10U, 11U, 27U, 28U, 245U, 250U}) {
       if (fixed == 0 || length <= size + 31) bodies.push_back(body_of(length, size));
     }
-    for (const size_t id : {0, 1, 31}) bodies.push_back(body_of(size + id, size));
+    for (const size_t id : {0U, 1U, 31U}) bodies.push_back(body_of(size + id, size));
     for (const bool partial : {true, false}) {
       // Longer ones do not fit into a request of the KCS driver.
       const char* way = partial ? "--nrst" : "--open";
