@@ -75,7 +75,8 @@ def qarn_bmc(program, *arguments):
 
 def entry(number):
     """A 16-byte event log record; the BMC gives it its ID."""
-    return bytes([0, 0, 2]) + number.to_bytes(4, "little") + bytes([0x20, 0, 4, 1, number & 0xFF, 1, 0x57, number >> 8, 0xFF])
+    event = bytes([0x20, 0, 4, 1, number & 0xFF, 1, 0x57, number >> 8, 0xFF])
+    return bytes([0, 0, 2]) + number.to_bytes(4, "little") + event
 
 
 def sel_bytes(text):

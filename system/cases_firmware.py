@@ -19,20 +19,19 @@ def save_update_verify(checks):
     with qarn_bmc(checks.bmc, "--kind", "card") as bmc:
         seen = checks.boot({
             "load": load_driver(), "save": "qarn --open --save old.bin; cat old.bin",
-            "update": f"cp old.bin new.bin; dd if=patch of=new.bin bs=16 seek={CHANGED // 16} conv=notrunc 2>/dev/null; "
-                      "qarn --open -u new.bin | tail -n +3", "verify": "qarn --open --verify new.bin | tail -n +3",
-            "verify old": "qarn --open --verify old.bin | tail -n +3", "compare": "qarn --open --save now.bin; cmp now.bin new.bin",
+            "change": f"cp old.bin new.bin; dd if=patch of=new.bin bs=16 seek={CHANGED // 16} conv=notrunc",
+            "update": "qarn --open -u new.bin | tail -n +3", "verify": "qarn --open --verify new.bin | tail -n +3",
+            "verify old": "qarn --open --verify old.bin", "compare": "qarn --open --save now.bin; cmp now.bin new.bin",
         }, bmc, files={"work/patch": patch}, seconds=300)
-    old = seen["save"].out.encode("latin-1")[-SIZE:]
-    dots = "." * ((SIZE - (START - BASE)) // PORTION + 1)  # and one portion to see the end of the file
-    leave = "OK\nreset and wait\nExit Downloader......OK\n"
-    enter = "Enter Downloader......OK\n"
-    checks.same(seen["update"].out, f"Update Firmware with File new.bin\n{enter}Flashing now\n{dots[:-1]}{leave}", "update")
-    checks.same(seen["verify"].out, f"Verify firmware with the File new.bin\n{enter}Verify now\n{dots[:-1]}{leave}", "verify")
+    old = seen["save"].raw[-SIZE:]
+    rest = "." * ((SIZE - (START - BASE)) // PORTION) + "OK\nreset and wait\nExit Downloader......OK\n"
+    for action, heading, begin in (("update", "Update Firmware with File", "Flashing now"),
+                                   ("verify", "Verify firmware with the File", "Verify now")):
+        checks.same(seen[action].out, f"{heading} new.bin\nEnter Downloader......OK\n{begin}\n{rest}", action)
     wrong = [CHANGED + at for at, byte in enumerate(patch) if old[CHANGED + at] != byte]
     told = [int(line.split()[-1], 16) for line in seen["verify old"].out.splitlines() if "data wrong at" in line]
     checks.same(told, wrong, "the old image differs where it was changed")
-    checks.same((seen["compare"].status, len(old)), (0, SIZE), "the flash holds the new image: " + seen["compare"].out[-200:])
+    checks.same((seen["compare"].status, len(old)), (0, SIZE), "the flash holds the new image")
 
 
 def expected_flash(old, ranges, content):

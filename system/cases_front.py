@@ -23,7 +23,7 @@ def identity(mc_info):
 def raw(line, netfn, command):
     """The line our -e prints, from ipmitool raw's list of data bytes."""
     data = line.split()
-    return "response is " + "".join(f"{byte.upper()} " for byte in [f"{netfn:02X}", f"{command:02X}", "00", *data]) + "\n"
+    return f"response is {netfn:02X} {command:02X} 00 " + "".join(f"{byte.upper()} " for byte in data) + "\n"
 
 
 def qemu_on_second_pair(checks):
@@ -37,23 +37,22 @@ def qemu_on_second_pair(checks):
     }, qemu_bmc(**OURS))
     line = identity(seen["mc"].out)
     for path in ("kcs", "open"):
-        checks.same((seen[path].out, seen[path].status), (line, 0), path + " identity")
+        checks.ended(seen[path], line, 0, path + " identity")
     data = raw(seen["mc raw"].out, 0x1C, 0x01)
     for path in ("raw", "open raw"):
-        checks.same((seen[path].out, seen[path].status), (line + data, 0), path)
+        checks.ended(seen[path], line + data, 0, path)
     for path in ("refused", "open refused"):
-        checks.same((seen[path].out, seen[path].status), (line + "response is 1C 7F C1 \n", 0), path)
+        checks.ended(seen[path], line + "response is 1C 7F C1 \n", 0, path)
     received = data.removeprefix("response is ").lower()
     checks.holds(seen["debug"].out, "\n20 18 01 \nrecv:20 " + received, "trace over KCS")
     checks.same(seen["open debug"].out, line.replace("\n", "\nsend with openipmi:20 18 01 \n", 1), "trace with --open")
-    checks.same((seen["nobody"].out, seen["nobody"].status),
-                (BANNER + 3 * NO_RIGHT + "KCS_INIT error\n", 255), "not root")
+    checks.ended(seen["nobody"], BANNER + 3 * NO_RIGHT + "KCS_INIT error\n", 255, "not root")
     for path in ("no device", "open nobody"):
-        checks.same((seen[path].out, seen[path].status), (NO_DEVICE, 255), path)
+        checks.ended(seen[path], NO_DEVICE, 255, path)
     for action in ("update", "save", "verify"):
         refusal = ("Cannot find ORBE C4410/4415\nqarn only support C4410/4415 firmware "
                    + ("update" if action == "update" else "save") + "\n")
-        checks.same((seen[action].out, seen[action].status), (line + refusal, 1), "firmware without the card: " + action)
+        checks.ended(seen[action], line + refusal, 1, action + " without the card")
 
 
 def qemu_on_third_pair(checks):
@@ -66,9 +65,9 @@ def qemu_on_third_pair(checks):
 
 def no_interface(checks):
     seen = checks.boot({"kcs": SHOW, "none": "qarn", "help": "qarn -h", "ip": "qarn -i 1.2.3.256"})
-    checks.same((seen["kcs"].out, seen["kcs"].status), (BANNER + "KCS_INIT error\n", 255), "no interface")
-    checks.same((seen["help"].out, seen["help"].status), (seen["none"].out, 0), "usage without a BMC")
-    checks.same((seen["ip"].out, seen["ip"].status), (BANNER + "1.2.3.256 is not correct ip address\n", 1), "bad address")
+    checks.ended(seen["kcs"], BANNER + "KCS_INIT error\n", 255, "no interface")
+    checks.ended(seen["help"], seen["none"].out, 0, "usage without a BMC")
+    checks.ended(seen["ip"], BANNER + "1.2.3.256 is not correct ip address\n", 1, "bad address")
 
 
 def independent_simulator(checks):

@@ -5,7 +5,8 @@ import re
 from bmcs import MAC, data_file, ipmi_sim, qarn_bmc
 from machine import UNLOAD_DRIVER, load_driver
 
-PRINT = "ipmitool lan print 1"
+# That simulator answers late on a busy machine, for it asks a program for each setting: ask again then.
+PRINT = "for i in 1 2 3; do ipmitool lan print 1 >said; grep -q Source said && break; sleep 1; done; cat said"
 # The independent simulator takes settings only between "set in progress" and commit.
 SET = "qarn {open} -e 30 01 01 00 01 >/dev/null; qarn {open} {what} | tail -n +3; s=$?; " \
       "qarn {open} -e 30 01 01 00 02 >/dev/null; qarn {open} -e 30 01 01 00 00 >/dev/null; exit $s"
@@ -108,19 +109,20 @@ def scripts(checks):
     script = b"# a remark\n20 18 01 // Get Device ID\n\n301801\n20 18 '\x7f'\n20 18\n30 18 46 01\n"
     with ipmi_sim() as bmc:
         seen = checks.boot({"kcs": "qarn --cfg script", "none": "qarn --cfg nothing", "load": load_driver(),
-                            "open": "qarn --open --cfg script", "sample": "qarn --open --cfg sample.cfg", "bmc": "ipmitool raw 6 1",
+                            "open": "qarn --open --cfg script", "sample": "qarn --open --cfg sample.cfg",
+                            "bmc": "ipmitool raw 6 1",
                             "target": "ipmitool -t 0x30 raw 6 1", "refused": "ipmitool -t 0x30 raw 6 0x46 1"},
                            bmc, files={"work/script": script, "work/sample.cfg": data_file("sample.cfg")})
     bmc_id, target_id = ("".join(byte.upper() + " " for byte in seen[name].out.split()) for name in ("bmc", "target"))
     direct = f"send: 20 18 01 \nrecv: 20 1C 01 00 {bmc_id}\n\n"
     checks.holds(seen["kcs"].out, direct + f"send: 30 18 01 \nrecv: 30 1E 01 00 {target_id}\n\n", "bridged over KCS")
-    checks.holds(seen["open"].out, direct + f"send: 30 18 01 \nrecv: 20 1C 01 00 {bmc_id}\n\n", "not bridged with --open")
+    checks.holds(seen["open"].out, direct + f"send: 30 18 01 \nrecv: 20 1C 01 00 {bmc_id}\n\n", "no bridge with --open")
     code = re.search(r"rsp=0x(..)", seen["refused"].err)
     checks.that(code and f"send: 30 18 46 01 \nrecv: 30 1E 46 {code[1].upper()} \n\n" in seen["kcs"].out,
                 "a bridged refusal", seen["kcs"].out[-200:] + seen["refused"].err)
     for path in ("kcs", "open"):
         checks.holds(seen[path].out, "send: 20 18 7F \nrecv: 20 1C 7F C1 \n\n", path + ": a refused request")
-        checks.same((seen[path].out.count("send: "), seen[path].status), (4, 0), path + ": a line too short is not sent")
+        checks.same((seen[path].out.count("send: "), seen[path].status), (4, 0), path + ": too short a line")
     checks.same((seen["none"].out.count("\n"), seen["none"].status), (2, 0), "no script, no word")
     answers = re.findall(r"^send: .*\nrecv: 20 \S+ \S+ \S\S .*\n\n", seen["sample"].out, re.M)
-    checks.that(0 < len(answers) == seen["sample"].out.count("send: "), "every request of the sample script is answered")
+    checks.that(0 < len(answers) == seen["sample"].out.count("send: "), "the sample script is answered")

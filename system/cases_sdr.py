@@ -24,6 +24,10 @@ def without_ids(records):
     return [record[2:] for record in records]
 
 
+def read_by_peer(seen):
+    return without_ids(split(seen.raw))
+
+
 def dat_file(records):
     """The binary form: a heading of 16 bytes, then each record with a mark and the length of the whole."""
     return b"SDR records\0\0\0\0\0" + b"".join(b"Z" + bytes([len(record) + 2]) + record for record in records)
@@ -34,7 +38,7 @@ def check_reading(checks, bmc, records, more=None):
     seen = checks.boot({"dump": dump(), "load": load_driver(), "peer": PEER, "open dump": dump("--open"),
                         "commented": "mv /util.dat .; " + dump("--open")} | (more or {}),
                        bmc, files={"util.dat": data_file("util.dat")})
-    held = split(seen["peer"].out.encode("latin-1"))
+    held = split(seen["peer"].raw)
     checks.same(without_ids(held), without_ids(records), "the peer reads what was put in")
     for path in ("dump", "open dump", "commented"):
         checks.same(sdr_bytes(seen[path].out), held, path)
@@ -66,16 +70,17 @@ def check_writing(checks, bmc, reset):
     seen = checks.boot({
         "write dat": "qarn --nrst --sdr our.dat | tail -n +3", "dump": dump(), "load": load_driver(), "peer": PEER,
         "edit": "sed \"s/'Fan 03/'Pump03/\" dump >edited; qarn --open --nrst --sdr edited | tail -n +3",
-        "edited": PEER, "names": "ipmitool sdr list all", "unload": UNLOAD_DRIVER, "write": f"qarn {reset} --sdr dump | tail -n +3",
+        "edited": PEER, "names": "ipmitool sdr list all", "unload": UNLOAD_DRIVER,
+        "write": f"qarn {reset} --sdr dump | tail -n +3",
         "broken": "sed '/_REC_LEN/s/..$/7F/' dump >broken; qarn --nrst --sdr broken | tail -n 1", "again": dump(),
     }, bmc, files={"work/our.dat": dat_file(records)})
     for path in ("write dat", "edit", "write"):
         checks.same(seen[path].out, WRITTEN + ("reset BMC and wait\n" if path == "write" and not reset else ""), path)
-    checks.same(without_ids(split(seen["peer"].out.encode("latin-1"))), without_ids(records), "records of the binary form")
-    checks.same(sdr_bytes(seen["dump"].out), split(seen["peer"].out.encode("latin-1")), "dump")
+    checks.same(read_by_peer(seen["peer"]), without_ids(records), "records of the binary form")
+    checks.same(sdr_bytes(seen["dump"].out), split(seen["peer"].raw), "dump")
     renamed = [record.replace(b"Fan 03", b"Pump03") for record in records]
-    checks.same(without_ids(split(seen["edited"].out.encode("latin-1"))), without_ids(renamed), "records after the edit")
-    checks.that("Pump03" in seen["names"].out and "Fan 03" not in seen["names"].out, "the edited name", seen["names"].out)
+    checks.same(read_by_peer(seen["edited"]), without_ids(renamed), "records after the edit")
+    checks.that("Pump03" in seen["names"].out and "Fan 03" not in seen["names"].out, "the edited name")
     checks.same(seen["broken"].out, "load sdr file broken failed\n", "a broken file is refused")
     checks.same(without_ids(sdr_bytes(seen["again"].out)), without_ids(records), "dump, write, dump")
 

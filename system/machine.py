@@ -44,6 +44,11 @@ class Result:
     accesses: int = 0
     requests: int = 0
 
+    @property
+    def raw(self):
+        """The output as bytes, for files that are brought back."""
+        return self.out.encode("latin-1")
+
 
 def load_driver(port=0xCA2):
     return LOAD_DRIVER.format(port=port)
@@ -51,7 +56,7 @@ def load_driver(port=0xCA2):
 
 def missing_tools():
     """Names of the programs without which no guest runs."""
-    tools = [QEMU, "ipmi_sim", IPMITOOL, FREEIPMI[0], "busybox", "c++", "dpkg-deb"]
+    tools = [QEMU, "ipmi_sim", IPMITOOL, FREEIPMI[0], "busybox", "srec_cat", "c++", "dpkg-deb"]
     return [tool for tool in tools if not shutil.which(tool)]
 
 

@@ -52,6 +52,9 @@ class Checks:
     def same(self, got, wanted, what):
         self.that(got == wanted, what, f"got {excerpt(got, wanted)}, wanted {excerpt(wanted, got)}")
 
+    def ended(self, seen, out, status, what):
+        self.same((seen.out, seen.status), (out, status), what)
+
     def holds(self, text, part, what):
         self.that(part in text, what, f"{part!r} is not in {text[:LONGEST]!r}")
 
