@@ -41,6 +41,17 @@ sim::Fault carried_out_but(int command, unsigned skip, unsigned times, const Byt
   return {sim::FaultKind::answer, FIRMWARE, command, skip, times, 0, bytes};
 }
 
+// Whether the flash holds `bytes` from `offset` on.
+bool holds(size_t offset, const Bytes& bytes) {
+  return text_of(flash()).compare(offset, bytes.size(), text_of(bytes)) == 0;
+}
+
+// What an update with new_raw() programs.
+Bytes new_part() {
+  const Bytes image = noise(0x600);
+  return Bytes(image.begin() + 0x400, image.end());
+}
+
 std::string new_raw() {
   return file_with("fw.bin", text_of(noise(0x600)));
 }
@@ -94,7 +105,7 @@ TEST(Update, ProgramsARawImageOnEitherPath) {
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(after_identity(result.traffic), expected + RESET);
     EXPECT_TRUE(std::equal(before.begin(), before.begin() + 0x400, flash().begin()));
-    EXPECT_TRUE(std::equal(image.begin() + 0x400, image.end(), flash().begin() + 0x400));
+    EXPECT_TRUE(holds(0x400, new_part()));
     EXPECT_EQ(result.out.find("DOWNLOAD"), std::string::npos);
     if (kernel) {
       EXPECT_EQ(update_outcome(result, path), ".OK\n");
@@ -132,7 +143,7 @@ TEST(Update, ErasesUpToTheFirstRecord) {
   Bytes programmed(256, 0xFF);
   programmed.insert(programmed.end(), image.begin(), image.end());
   programmed.resize(512, 0xFF);
-  EXPECT_TRUE(std::equal(programmed.begin(), programmed.end(), flash().begin() + 0x400));
+  EXPECT_TRUE(holds(0x400, programmed));
   EXPECT_NE(result.traffic.find(block_traffic(START + 128, Bytes(128, 0xFF), 0)),
             std::string::npos);
 }
@@ -197,53 +208,37 @@ TEST(Update, TellsWhatStoppedIt) {
   }
 }
 
-struct Geometry {
-  unsigned block;
-  unsigned chunk;
-  uint32_t start = START;
-  uint32_t size = 0x600;
-};
-
 TEST(Update, RefusesSizesThatDoNotFitBeforeTheFirstChunk) {
   const struct {
-    Geometry geometry;
+    uint8_t block;
+    uint8_t chunk;
+    uint32_t start;
+    uint32_t size;
     const char* reason;
   } cases[] = {
-      {{0, 32}, "the block size is 0"},
-      {{128, 0}, "the chunk size is 0"},
-      {{128, 48}, "a block is not made of whole chunks"},
-      {{32, 64}, "a block is not made of whole chunks"},
-      {{96, 32}, "4096 bytes are not whole blocks"},
-      {{128, 128}, "a chunk is too long for the KCS ports; try --open"},
-      {{128, 32, 0xFFFFF9FF}, "the update start is outside of the flash"},
-      {{128, 32, START, 0x400}, "the update start is outside of the flash"},
-      {{128, 32, START, 0x601}, "the flash runs past the last address"},
+      {0, 32, START, 0x600, "the block size is 0"},
+      {128, 0, START, 0x600, "the chunk size is 0"},
+      {128, 48, START, 0x600, "a block is not made of whole chunks"},
+      {32, 64, START, 0x600, "a block is not made of whole chunks"},
+      {96, 32, START, 0x600, "4096 bytes are not whole blocks"},
+      {128, 128, START, 0x600, "a chunk is too long for the KCS ports; try --open"},
+      {128, 32, 0xFFFFF9FF, 0x600, "the update start is outside of the flash"},
+      {128, 32, START, 0x400, "the update start is outside of the flash"},
+      {128, 32, START, 0x601, "the flash runs past the last address"},
   };
   for (const auto& entry : cases) {
     serve_card();
     card().flash.resize(0x600);
-    card().block_size = static_cast<uint8_t>(entry.geometry.block);
-    card().chunk_size = static_cast<uint8_t>(entry.geometry.chunk);
-    card().update_start = entry.geometry.start;
-    card().flash_size = entry.geometry.size;
+    card().block_size = entry.block;
+    card().chunk_size = entry.chunk;
+    card().update_start = entry.start;
+    card().flash_size = entry.size;
     const std::string path = new_raw();
     const RunResult result = run({"-u", path});
     EXPECT_EQ(update_outcome(result, path),
               "cannot use the flash update information: " + std::string(entry.reason) +
                   "\ncan't find file " + path + "\n");
     EXPECT_EQ(after_identity(result.traffic), CODE + std::string("sleep 2000000\n20 01\n") + RESET);
-  }
-}
-
-TEST(Update, ProgramsBlocksOfOneChunkOfAnyLengthThePathCarries) {
-  for (const unsigned size : {64, 128}) {
-    serve_card();
-    card().block_size = static_cast<uint8_t>(size);
-    card().chunk_size = static_cast<uint8_t>(size);
-    const std::string path = new_raw();
-    EXPECT_EQ(update_outcome(run({"-o", "-u", path}), path), ".OK\n");
-    const Bytes image = noise(0x600);
-    EXPECT_TRUE(std::equal(image.begin() + 0x400, image.end(), flash().begin() + 0x400));
   }
 }
 
@@ -282,24 +277,22 @@ TEST(Update, RefusesAnImageThatDoesNotFitBeforeTheFirstChunk) {
             "cannot use the image: " + none + "\ncan't find file " + path + "\n");
 }
 
-// Data in a later portion that resumes inside a block would be programmed at other addresses.
-TEST(Update, LetsDataResumeWhereABlockBegins) {
+// A block of one chunk may be longer than the KCS ports carry. Data that resumes in a later portion
+// must begin with a block.
+TEST(Update, ProgramsLongChunksAndGapsOfWholeBlocks) {
   for (const uint32_t gap : {5120, 5121}) {
     serve_card();
-    card().flash_base = 0x10000;
+    card().flash_base = card().update_start = 0x10000;
     card().flash_size = 0x4000;
-    card().update_start = 0x10000;
-    const std::string content =
-        srecords(0x10000, noise(300)) + srecords(0x10000 + gap, noise(300, 2));
-    const std::string path = file_with("fw.mot", content);
-    const RunResult result = run({"-u", path});
-    if (gap % 128 != 0) {
-      EXPECT_EQ(count_of(result.traffic, "\n20 04 "), 0u);
-      continue;
-    }
-    EXPECT_EQ(update_outcome(result, path), "..OK\n");
+    card().chunk_size = 128;
     const Bytes later = noise(300, 2);
-    EXPECT_TRUE(std::equal(later.begin(), later.end(), flash().begin() + gap));
+    const RunResult result =
+        run({"-o", "-u",
+             file_with("fw.mot", srecords(0x10000, noise(300)) + srecords(0x10000 + gap, later))});
+    const bool fits = gap % 128 == 0;
+    EXPECT_EQ(result.out.find("now\n..OK\n") != std::string::npos, fits) << result.out;
+    EXPECT_EQ(count_of(result.traffic, "\n20 04 "), fits ? (5120 + 4096) / 128U : 0);
+    EXPECT_EQ(holds(gap, later), fits);
   }
 }
 
@@ -315,9 +308,7 @@ TEST(Update, EndsAtOnceOrIsCompleteWhicheverRequestIsRefused) {
       const bool whole = result.out.find("now\n.OK\n") != std::string::npos;
       const bool stopped = result.out.find("can't find file " + path) != std::string::npos;
       EXPECT_NE(whole, stopped) << result.out;
-      const Bytes image = noise(0x600);
-      const bool same = std::equal(image.begin() + 0x400, image.end(), flash().begin() + 0x400);
-      EXPECT_EQ(whole, same) << skip;
+      EXPECT_EQ(whole, holds(0x400, new_part())) << skip;
       EXPECT_TRUE(result.traffic.ends_with(RESET));
       EXPECT_TRUE(result.out.ends_with(LEFT));
       EXPECT_LE(count_of(result.traffic, "\n20 04 "), times == 1 ? 18u : 30u);
@@ -343,7 +334,7 @@ TEST(Update, RepairsWhatAPowerCutLeft) {
     }
     sim::machine().bmc.faults.clear();
     EXPECT_EQ(update_outcome(run({"-u", path}), path), ".OK\n");
-    EXPECT_TRUE(std::equal(image.begin() + 0x400, image.end(), flash().begin() + 0x400));
+    EXPECT_TRUE(holds(0x400, new_part()));
   }
 }
 
