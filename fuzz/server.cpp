@@ -1,0 +1,44 @@
+// Fuzz target: the simulated BMC itself, as a server. What comes before an empty line is its state
+// file, the rest what arrives on its socket.
+#define main qarn_bmc_main
+#include "sim/bmc_server.cpp"
+#undef main
+
+#include "fuzz/fuzz.h"
+
+namespace {
+
+int ends[2] = {-1, -1};  // of the connection, for the life of the process
+
+void drain(int handle) {
+  uint8_t bytes[4096];
+  while (recv(handle, bytes, sizeof bytes, MSG_DONTWAIT) > 0) {
+  }
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
+  if (ends[0] < 0) {
+    fuzz::require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0);
+  }
+  const std::string input(bytes, bytes + size);
+  const size_t empty_line = input.find("\n\n");
+  const bool has_state = empty_line != std::string::npos;
+  sim::reset(sim::Kind::card);
+  sim::machine().bmc.targets[0x24] = {};
+  if (has_state) {
+    fuzz::require(
+        sim::load_state(fuzz::file("state", input.substr(0, empty_line)), sim::machine().bmc));
+  }
+  Connection connection;
+  connection.handle = ends[0];
+  for (size_t i = has_state ? empty_line + 2 : 0; i < input.size(); i++) {
+    fuzz::require(take_byte(connection, bytes[i]));
+    if (bytes[i] == MESSAGE_END) drain(ends[1]);
+  }
+  fuzz::require(connection.frame.size() <= FRAME_ROOM);
+  sim::State state;
+  sim::store(sim::machine().bmc, state);
+  return 0;
+}
