@@ -94,6 +94,10 @@ bool take_line(Reader* reader, const char* text) {
   return true;
 }
 
+bool has_comment(const char* line) {
+  return std::strchr(line, '#') != nullptr || std::strstr(line, "//") != nullptr;
+}
+
 bool ends_in(const char* path, const char* ending) {
   const size_t length = std::strlen(path);
   const size_t tail = std::strlen(ending);
@@ -108,16 +112,19 @@ bool load_text(FILE* file, sdr_repository* repository) {
   reader.line = 1;
   char line[LINE_SIZE];
   char cleaned[LINE_SIZE];
+  bool in_comment = false;  // that began in an earlier part of a line longer than the buffer
   for (;;) {
     line[0] = '\0';
     // The last place is written only when the buffer is full.
     char& last = line[LINE_SIZE - 2];
     last = '\0';
     if (std::fgets(line, LINE_SIZE, file) == nullptr) break;
-    process_string(line, cleaned, sizeof cleaned);
+    cleaned[0] = '\0';
+    if (!in_comment) process_string(line, cleaned, sizeof cleaned);
     if (cleaned[0] != '\0' && !take_line(&reader, cleaned)) return false;
     const bool cut = last != '\0' && last != '\n';
     if (!cut) reader.line++;
+    in_comment = cut && (in_comment || has_comment(line));
   }
   // The end of the file closes what the closing line would close.
   return reader.state != IN_DATA || std::ferror(file) != 0 || end_record(&reader, BEFORE_LENGTH);

@@ -337,6 +337,7 @@ TEST_F(Sdr, AreLoadedFromTextAsPeopleWriteItAndFromBlocksTwoBytesApart) {
       {"a.txt", begun + " AA\nBB CC DD\nEE\n_REC_LEN 06\n" + two, one},
       {"a.txt", begun + " AA\n)\n_REC_LEN 06\n" + two, filled + two},
       {"a.txt", begun, "01 00 51 C0 02 00 00\n"},
+      {"a.txt", begun + " AA // " + std::string(3000, 'B') + "\nBB", one},
       {"a.dat", head + BLOCK + BLOCK, found + found},
       {"a.DAT", head + "\x5A\x07xx" + BLOCK + "\x5A", found},
       {"a.dat", head + "x" + BLOCK, ""},
