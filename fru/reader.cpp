@@ -29,14 +29,13 @@ const char* const SECTIONS[STATE_COUNT] = {
 const char TITLE[] = "_FRU_TITLE";
 const char DEVICE_ID[] = "_DEV_ID";
 
-// A header line's keyword and the one-byte field it sets. The first that matches decides: "_FRU" is
-// the beginning of TITLE.
+// A header line's keyword and the one-byte field it sets. TITLE is matched before: "_FRU" is its
+// beginning.
 struct Header_keyword {
   const char* keyword;
   uint8_t fru_info::*field;
 };
 const Header_keyword HEADER_KEYWORDS[] = {
-    {TITLE, nullptr},
     {"_FRU", nullptr},
     {"_DATA_LEN", nullptr},
     {"_DEV_ACCESS_ADDR", &fru_info::dev_access_addr},
