@@ -117,6 +117,15 @@ bool sizes_fit(const Flash_info& info) {
   return true;
 }
 
+// The last block may run past the end of the flash; past the last address its chunks would go to
+// the bottom of the address space.
+bool blocks_fit(const Flash_info& info) {
+  const uint64_t past = (flash_end(info) - info.update_start) % info.block_size;
+  const uint64_t rest = past > 0 ? info.block_size - past : 0;
+  if (flash_end(info) + rest <= ADDRESS_SPACE) return true;
+  return refuse("the last block runs past the last address");
+}
+
 bool portion_used_up() {
   return data.pos - data.base >= PORTION_SIZE;
 }
@@ -205,7 +214,7 @@ int program_image() {
   flashprintf("Flashing now\n");
   Flash_info info;
   if (!get_flash_information(&info)) return 0;
-  if (!sizes_fit(info) || !start_fits(info) || !image_fits(info)) return 0;
+  if (!sizes_fit(info) || !start_fits(info) || !blocks_fit(info) || !image_fits(info)) return 0;
   return program_blocks(info);
 }
 
