@@ -66,10 +66,10 @@ TEST(Image, ContiguousRecordsFillPortions) {
 TEST(Image, GapIsErasedAndALongOneClosesThePortion) {
   const Bytes start = noise(1000);
   const Bytes near = noise(10, 2);
-  const Bytes far = noise(20, 3);
+  const Bytes far = noise(16, 3);
   std::string content =
       srecords(0x10000, start) + srecords(0x10000 + 4000, near) + srecords(0x10000 + 5000, far);
-  content.resize(content.size() - 2);  // a last line without an end
+  content.resize(content.size() - 2);  // its line is the last one, without an end
   EXPECT_EQ(portions_of("fw.mot", content),
             (Portions{{0x10000, erased_but(4096, {{0, start}, {4000, near}})},
                       {0x10000 + 5000, erased_but(4096, {{0, far}})}}));
