@@ -151,7 +151,7 @@ TEST(Update, ErasesUpToTheFirstRecord) {
 // must begin with a block.
 TEST(Update, ProgramsLongChunksAndGapsOfWholeBlocks) {
   const Bytes later = noise(300, 2);
-  for (const uint32_t gap : {5120, 5121}) {
+  for (const uint32_t gap : {5120U, 5121U}) {
     serve_card({.base = 0x10000, .size = 0x4000, .start = 0x10000, .chunk = 128});
     const std::string records = srecords(0x10000, noise(300)) + srecords(0x10000 + gap, later);
     const RunResult result = act(firmwareUpdate, file_with("fw.mot", records));
@@ -166,7 +166,7 @@ TEST(Update, SendsABlockAgainUpToEightTimes) {
   const std::string path = new_raw();
   const std::string chunks = block_traffic(START + 128, slice(noise(0x600), 0x480, 128));
   for (const bool refused : {false, true}) {
-    for (const unsigned times : {1, 7, 8}) {
+    for (const unsigned times : {1U, 7U, 8U}) {
       serve_card({}, {refused ? refuse(5, 1, FIRMWARE, times) : answer(5, 1, {0, 1}, times)});
       const RunResult result = act(firmwareUpdate, path);
       std::string expected;
@@ -345,7 +345,7 @@ TEST(Exit, ResetsAndWaitsUntilTheCardRunsNormally) {
 
 TEST(Save, WritesWholePortionsThatVerifyTakesBack) {
   const std::string path = path_of("saved");
-  for (const uint32_t size : {4096, 5000}) {
+  for (const uint32_t size : {4096U, 5000U}) {
     serve_card({.base = 0U - size, .size = size, .start = 0U - size + 128});
     Bytes expected = flash(0, size);
     expected.resize((size + 4095) / 4096 * 4096, 0xFF);

@@ -52,7 +52,7 @@ TEST(Image, ContiguousRecordsFillPortions) {
   const Portions expected = {{base, slice(bytes, 0, 4096)},
                              {base + 4096, slice(bytes, 4096, 4096)},
                              {base + 8192, erased_but(4096, {{0, slice(bytes, 8192, 700)}})}};
-  for (const size_t length : {16, 32, 100, 250}) {
+  for (const size_t length : {16U, 32U, 100U, 250U}) {
     for (const char* line_end : {"\r\n", "\n", "\r"}) {
       const std::string content =
           "S0030000FC" + (line_end + srecords(base, bytes, length, line_end));
