@@ -4,11 +4,12 @@
 
 #include "base/memory.h"
 #include "fru/layout.h"
+#include "textfile/lines.h"
 #include "textfile/tokenizer.h"
 
 namespace {
 
-constexpr unsigned LINE_SIZE = 256;  // 255 characters and a NUL; a longer line is read as several
+constexpr int LINE_SIZE = 256;  // 255 characters and a NUL; a longer line is read as several
 constexpr unsigned DEVICE_LIMIT = 256;  // device IDs have one byte
 constexpr unsigned SECTION_LIMIT = 2048;
 constexpr unsigned COMMON_LIMIT = 256;
@@ -45,14 +46,6 @@ const Header_keyword HEADER_KEYWORDS[] = {
     {"_BUS_ID", &fru_info::bus_id},
 };
 
-// A file and the line it is at, cleaned.
-struct Lines {
-  FILE* file;
-  unsigned number;
-  bool broken;  // the line before was longer than LINE_SIZE allows
-  char cleaned[LINE_SIZE + 1];
-};
-
 // The bytes of one section, and for each the number of the line that gave it.
 struct Section {
   uint8_t bytes[SECTION_LIMIT];
@@ -62,6 +55,7 @@ struct Section {
 
 struct Reader {
   Lines lines;
+  char cleaned[LINE_SIZE];
   Section section;
   fru_dev* dev;
   unsigned current;
@@ -69,14 +63,10 @@ struct Reader {
 };
 
 // The next line that carries something; false at the end of the file.
-bool next_line(Lines* lines) {
-  char line[LINE_SIZE];
-  for (line[0] = '\0'; std::fgets(line, sizeof line, lines->file) != nullptr; line[0] = '\0') {
-    if (!lines->broken) lines->number++;
-    const size_t length = std::strlen(line);
-    lines->broken = length == LINE_SIZE - 1 && line[length - 1] != '\n';
-    process_string(line, lines->cleaned, sizeof lines->cleaned);
-    if (lines->cleaned[0] != '\0') return true;
+bool next_cleaned(Reader* reader) {
+  while (next_line(&reader->lines)) {
+    process_string(reader->lines.text, reader->cleaned, sizeof reader->cleaned);
+    if (reader->cleaned[0] != '\0') return true;
   }
   return false;
 }
@@ -84,7 +74,7 @@ bool next_line(Lines* lines) {
 // True when the file can be read once more.
 bool rewind_lines(Lines* lines) {
   lines->number = 0;
-  lines->broken = false;
+  lines->cut = false;
   return std::ferror(lines->file) == 0 && std::fseek(lines->file, 0, SEEK_SET) == 0;
 }
 
@@ -163,11 +153,12 @@ int end_section(Reader* reader) {
   return result;
 }
 
-int set_title(fru_info* fru, const Lines& lines) {
+int set_title(Reader* reader) {
+  fru_info* fru = &reader->dev->records[reader->current];
   uint8_t content[CONTENT_SIZE];
-  const unsigned count = get_content(lines.cleaned + std::strlen(TITLE), content);
+  const unsigned count = get_content(reader->cleaned + std::strlen(TITLE), content);
   fru->title = make_text(content, count);
-  return fru->title ? 1 : refuse(lines.number, "out of memory");
+  return fru->title ? 1 : refuse(reader->lines.number, "out of memory");
 }
 
 // Most significant byte first, up to the first 00.
@@ -178,9 +169,9 @@ int32_t data_length(const uint8_t* content, unsigned count) {
 }
 
 int header_line(Reader* reader) {
-  const char* text = reader->lines.cleaned;
+  const char* text = reader->cleaned;
   fru_info* fru = &reader->dev->records[reader->current];
-  if (start_with(text, TITLE) == 1) return set_title(fru, reader->lines);
+  if (start_with(text, TITLE) == 1) return set_title(reader);
   for (const Header_keyword& header : HEADER_KEYWORDS) {
     if (start_with(text, header.keyword) != 1) continue;
     uint8_t content[CONTENT_SIZE];
@@ -207,13 +198,13 @@ int begin_block(Reader* reader) {
   }
   reader->current++;
   reader->state = HEADER;
-  return set_title(&reader->dev->records[reader->current], reader->lines);
+  return set_title(reader);
 }
 
 int value_line(Reader* reader) {
   uint8_t content[CONTENT_SIZE];
   Section* section = &reader->section;
-  const unsigned count = get_content(reader->lines.cleaned, content);
+  const unsigned count = get_content(reader->cleaned, content);
   const unsigned limit = reader->state == COMMON ? COMMON_LIMIT : SECTION_LIMIT;
   if (count > limit - section->count) {
     return refuse(reader->lines.number, "the section has too many bytes");
@@ -227,7 +218,7 @@ int value_line(Reader* reader) {
 }
 
 int section_line(Reader* reader) {
-  const char* text = reader->lines.cleaned;
+  const char* text = reader->cleaned;
   for (unsigned section = reader->state + 1; section < STATE_COUNT; section++) {
     if (start_with(text, SECTIONS[section]) != 1) continue;
     const int result = end_section(reader);
@@ -237,17 +228,17 @@ int section_line(Reader* reader) {
   return start_with(text, TITLE) == 1 ? begin_block(reader) : value_line(reader);
 }
 
-int count_devices(Lines* lines, unsigned* count) {
-  for (*count = 0; next_line(lines);) {
-    if (start_with(lines->cleaned, DEVICE_ID) != 1) continue;
-    if (*count >= DEVICE_LIMIT) return refuse(lines->number, "more than 256 devices");
+int count_devices(Reader* reader, unsigned* count) {
+  for (*count = 0; next_cleaned(reader);) {
+    if (start_with(reader->cleaned, DEVICE_ID) != 1) continue;
+    if (*count >= DEVICE_LIMIT) return refuse(reader->lines.number, "more than 256 devices");
     (*count)++;
   }
-  return *count > 0 && rewind_lines(lines) ? 1 : 0;
+  return *count > 0 && rewind_lines(&reader->lines) ? 1 : 0;
 }
 
 int read_blocks(Reader* reader) {
-  while (next_line(&reader->lines)) {
+  while (next_cleaned(reader)) {
     const int result = reader->state == HEADER ? header_line(reader) : section_line(reader);
     if (result != 1) return 0;
   }
@@ -263,12 +254,13 @@ int read_blocks(Reader* reader) {
 int read_file(FILE* file, fru_dev* dev) {
   Reader reader;
   reader.lines.file = file;
+  reader.lines.room = LINE_SIZE;
   reader.section.count = 0;
   reader.dev = dev;
   reader.current = 0;
   reader.state = HEADER;
   unsigned count = 0;
-  if (!rewind_lines(&reader.lines) || count_devices(&reader.lines, &count) != 1) return 0;
+  if (!rewind_lines(&reader.lines) || count_devices(&reader, &count) != 1) return 0;
   dev->records = make_owned<fru_info>(count);
   if (!dev->records) return 0;
   dev->count = static_cast<int32_t>(count);

@@ -6,11 +6,11 @@
 
 #include "sdr/loader.h"
 #include "sdr/records.h"
+#include "textfile/lines.h"
 #include "textfile/tokenizer.h"
 
 namespace {
 
-constexpr int LINE_SIZE = 1024;
 constexpr unsigned LENGTH_LIMIT = 0xFF;  // the length line's value is one byte
 
 const char OPENING[] = "_SDR";
@@ -25,7 +25,7 @@ enum State { BEFORE_OPENING, BEFORE_TYPE, BEFORE_LENGTH, IN_DATA };
 struct Reader {
   sdr_repository* repository;
   State state;
-  unsigned line;     // its number
+  Lines lines;
   unsigned length;   // of the record being read, header included
   unsigned count;    // bytes of it so far; the others are zero
   unsigned culprit;  // the line to blame when the record's length byte is wrong
@@ -50,11 +50,12 @@ unsigned length_value(const char* text) {
 
 bool begin_record(Reader* reader, const char* text) {
   reader->length = length_value(text);
-  if (reader->length < SDR_HEADER_SIZE) return refuse(reader->line, "record length under 05");
-  if (reader->length > LENGTH_LIMIT) return refuse(reader->line, "record length over FF");
+  if (reader->length < SDR_HEADER_SIZE)
+    return refuse(reader->lines.number, "record length under 05");
+  if (reader->length > LENGTH_LIMIT) return refuse(reader->lines.number, "record length over FF");
   std::memset(reader->record, 0, sizeof reader->record);
   reader->count = 0;
-  reader->culprit = reader->line;
+  reader->culprit = reader->lines.number;
   reader->state = IN_DATA;
   return true;
 }
@@ -70,7 +71,7 @@ bool data_line(Reader* reader, const char* text) {
   const unsigned given = get_content(text, content);
   const unsigned used = std::min(given, reader->length - reader->count);
   std::memcpy(reader->record + reader->count, content, used);
-  if (reader->count <= SDR_LENGTH_BYTE) reader->culprit = reader->line;
+  if (reader->count <= SDR_LENGTH_BYTE) reader->culprit = reader->lines.number;
   reader->count += used;
   return reader->count < reader->length || end_record(reader, BEFORE_TYPE);
 }
@@ -109,22 +110,16 @@ bool ends_in(const char* path, const char* ending) {
 bool load_text(FILE* file, sdr_repository* repository) {
   Reader reader = {};
   reader.repository = repository;
-  reader.line = 1;
-  char line[LINE_SIZE];
-  char cleaned[LINE_SIZE];
-  bool in_comment = false;  // that began in an earlier part of a line longer than the buffer
-  for (;;) {
-    line[0] = '\0';
-    // The last place is written only when the buffer is full.
-    char& last = line[LINE_SIZE - 2];
-    last = '\0';
-    if (std::fgets(line, LINE_SIZE, file) == nullptr) break;
-    cleaned[0] = '\0';
-    if (!in_comment) process_string(line, cleaned, sizeof cleaned);
+  reader.lines.file = file;
+  reader.lines.room = LINE_ROOM;
+  bool in_comment = false;  // that began in an earlier piece of the line
+  while (next_line(&reader.lines)) {
+    const Lines& lines = reader.lines;
+    in_comment = lines.continued && in_comment;
+    char cleaned[LINE_ROOM] = "";
+    if (!in_comment) process_string(lines.text, cleaned, sizeof cleaned);
     if (cleaned[0] != '\0' && !take_line(&reader, cleaned)) return false;
-    const bool cut = last != '\0' && last != '\n';
-    if (!cut) reader.line++;
-    in_comment = cut && (in_comment || has_comment(line));
+    in_comment = in_comment || has_comment(lines.text);
   }
   // The end of the file closes what the closing line would close.
   return reader.state != IN_DATA || std::ferror(file) != 0 || end_record(&reader, BEFORE_LENGTH);

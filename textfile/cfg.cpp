@@ -4,12 +4,12 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "textfile/lines.h"
 #include "textfile/tokenizer.h"
 #include "transport/transaction.h"
 
 namespace {
 
-constexpr int LINE_SIZE = 1024;
 constexpr unsigned SMALLEST_REQUEST = 3;  // address, NetFn/LUN, command
 
 void show_bytes(const char* label, const uint8_t* bytes, unsigned count) {
@@ -19,7 +19,7 @@ void show_bytes(const char* label, const uint8_t* bytes, unsigned count) {
 }
 
 void run_line(const char* line, unsigned number) {
-  char cleaned[LINE_SIZE];
+  char cleaned[LINE_ROOM];
   process_string(line, cleaned, sizeof cleaned);
   uint8_t request[CONTENT_SIZE];
   const unsigned length = get_content(cleaned, request);
@@ -41,17 +41,9 @@ void run_line(const char* line, unsigned number) {
 void process_cfg(const char* path) {
   FILE* file = std::fopen(path, "re");
   if (file == nullptr) return;
-  char line[LINE_SIZE];
-  unsigned number = 1;
-  for (;;) {
-    line[0] = '\0';
-    // The last place is written only when the buffer is full.
-    char& last = line[LINE_SIZE - 2];
-    last = '\0';
-    if (std::fgets(line, sizeof line, file) == nullptr) break;
-    run_line(line, number);
-    const bool cut = last != '\0' && last != '\n';
-    if (!cut) number++;
-  }
+  Lines lines = {};
+  lines.file = file;
+  lines.room = LINE_ROOM;
+  while (next_line(&lines)) run_line(lines.text, lines.number);
   std::fclose(file);
 }

@@ -1,0 +1,20 @@
+// The lines of a definition file, as far as a reader's buffer holds them.
+#pragma once
+#include <cstdio>
+
+inline constexpr int LINE_ROOM = 1024;
+
+// The line that was read last. Start with the file and the room, everything else zero.
+struct Lines {
+  FILE* file;
+  int room;         // bytes of `text` in use, its terminator included; at most LINE_ROOM
+  unsigned number;  // of the line, from 1
+  bool cut;         // the line goes on behind what `text` holds
+  bool continued;   // `text` is not the beginning of its line
+  char text[LINE_ROOM];
+};
+
+// Reads on: a line with its line end, or a piece of one that is longer than the room; the pieces
+// share a number. False at the end of the file or when it cannot be read (see the file's error
+// mark).
+bool next_line(Lines* lines);
