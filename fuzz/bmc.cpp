@@ -90,6 +90,8 @@ void verify() {
 void (*const ACTIONS[])() = {dump_sdr,  dump_fru,  dump_log,      read_lan,        who_is_there,
                              write_sdr, write_fru, save_firmware, update_firmware, verify};
 
+constexpr unsigned LONG_ANSWERS = 64;
+
 // No fault in three of four inputs.
 void break_device(uint8_t choice) {
   sim::KernelFaults& faults = sim::machine().kernel_faults;
@@ -98,8 +100,8 @@ void break_device(uint8_t choice) {
   if (choice == 0xC1) faults.select_errno = EINTR;
   if (choice == 0xC2) faults.not_readable = true;
   if (choice == 0xC3) faults.receive_errno = EMSGSIZE;
-  if (choice > 0xC3) {  // every answer is longer than the driver's room
-    sim::machine().bmc.faults = {{sim::FaultKind::lengthen, -1, -1, 0, 0, longest}};
+  if (choice > 0xC3) {  // answers longer than the driver's room, but not for a flash of 4 GB
+    sim::machine().bmc.faults = {{sim::FaultKind::lengthen, -1, -1, 0, LONG_ANSWERS, longest}};
   }
 }
 
