@@ -13,3 +13,6 @@ qarn_check(includes python3 scripts/check-includes)
 qarn_check(includes_self_check python3 scripts/check-includes --self-check)
 qarn_check(manual mandoc mandoc -Tlint -W warning doc/qarn.8)
 qarn_check(documented python3 scripts/check-documented)
+qarn_check(cppcheck cppcheck cppcheck --std=c++20 --enable=warning,performance,portability
+  --inline-suppr --suppress=missingIncludeSystem --quiet --error-exitcode=1 -I.
+  base transport textfile sdr fru sel lan firmware platform frontend sim)
