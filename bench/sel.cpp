@@ -60,7 +60,7 @@ void BM_transactions(benchmark::State& state) {
       benchmark::DoNotOptimize(exchange(request, sizeof request, &response));
     }
   }
-  state.SetItemsProcessed(state.iterations() * sim::SEL_MOST);
+  state.SetItemsProcessed(state.iterations() * int64_t{sim::SEL_MOST});
 }
 BENCHMARK(BM_transactions)->Unit(benchmark::kMillisecond);
 
@@ -73,7 +73,7 @@ void BM_get_sel(benchmark::State& state) {
     if (get_sel(&list) != 1 || list.count != sim::SEL_MOST) state.SkipWithError("log not read");
     benchmark::DoNotOptimize(list.records.get());
   }
-  state.SetItemsProcessed(state.iterations() * sim::SEL_MOST);
+  state.SetItemsProcessed(state.iterations() * int64_t{sim::SEL_MOST});
   state.counters["peak_bytes_an_entry"] = peak_bytes() / sim::SEL_MOST;
 }
 BENCHMARK(BM_get_sel)->Unit(benchmark::kMillisecond);
@@ -85,7 +85,7 @@ void BM_SelToFile2(benchmark::State& state) {
   for (auto _ : state) {
     if (SelToFile2("/dev/null", &list) != 1) state.SkipWithError("file not written");
   }
-  state.SetItemsProcessed(state.iterations() * sim::SEL_MOST);
+  state.SetItemsProcessed(state.iterations() * int64_t{sim::SEL_MOST});
 }
 BENCHMARK(BM_SelToFile2)->Unit(benchmark::kMillisecond);
 
