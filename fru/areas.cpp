@@ -53,8 +53,7 @@ int take_custom_fields(const fru_layout& layout, Cursor* cursor, fru_info* fru, 
   return give_up(fault, cursor->position, "the section has no end mark C1");
 }
 
-}  // namespace
-
+// Parses one area as its layout has it.
 int parse_area(const fru_layout& layout, const uint8_t* area, unsigned count, unsigned end,
                fru_info* fru, fru_fault* fault) {
   if (count > FRU_AREA_LENGTH && area[FRU_AREA_LENGTH] == 0) return 1;
@@ -74,6 +73,8 @@ int parse_area(const fru_layout& layout, const uint8_t* area, unsigned count, un
   fru->*layout.checksum = last < count ? area[last] : uint8_t{0};
   return 1;
 }
+
+}  // namespace
 
 int GetChassis(const uint8_t* area, unsigned count, unsigned end, fru_info* fru, fru_fault* fault) {
   return parse_area(FRU_AREAS[CHASSIS_AREA], area, count, end, fru, fault);

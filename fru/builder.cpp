@@ -92,10 +92,10 @@ void put_fields(Image* image, const fru_info& fru, const fru_layout& layout) {
   }
 }
 
-void put_area(Image* image, fru_info* fru, const fru_layout& layout) {
+void put_area(Image* image, fru_info* fru, const fru_layout& layout, void (*process)(fru_info*)) {
   image->bytes[layout.header_byte] = 0;
   if (fru->*layout.length == 0) return;
-  measure_area(fru, layout);
+  process(fru);
   const unsigned units = static_cast<unsigned>(fru->*layout.length);
   if (units > FRU_UNITS_LIMIT) {
     image->sound = false;
@@ -189,7 +189,9 @@ int build_fru_image(fru_info* fru, uint8_t* image, unsigned* length) {
   Image built{image, 0, true};
   put(&built, fru->common_header, FRU_HEADER_SIZE);
   put_internal(&built, fru);
-  for (const fru_layout& layout : FRU_AREAS) put_area(&built, fru, layout);
+  put_area(&built, fru, FRU_AREAS[CHASSIS_AREA], process_chassis);
+  put_area(&built, fru, FRU_AREAS[BOARD_AREA], process_board);
+  put_area(&built, fru, FRU_AREAS[PRODUCT_AREA], process_product);
   put_multirecords(&built, *fru);
   image[FRU_HEADER_CHECKSUM] = GetChecksum(image, FRU_HEADER_CHECKSUM);
   *length = built.length;

@@ -43,7 +43,7 @@ unsigned probe_units(uint8_t* request, Response* response) {
   return data != nullptr ? data[FRU_AREA_LENGTH] : 0;
 }
 
-int read_area(fru_info* fru, const fru_layout& layout) {
+int read_area(fru_info* fru, const fru_layout& layout, fru_parser parse) {
   const unsigned offset = fru->common_header[layout.header_byte];
   if (offset == 0) return 1;
   uint8_t request[FRU_READ_REQUEST];
@@ -56,7 +56,7 @@ int read_area(fru_info* fru, const fru_layout& layout) {
   fru->*layout.length = area[FRU_AREA_LENGTH];
   if (length == 0 || GetChecksum(area, length) != 0) return 0;
   fru_fault unused;
-  return parse_area(layout, area, length, length - 1, fru, &unused);
+  return parse(area, length, length - 1, fru, &unused);
 }
 
 // Reads the `size` bytes of one record. A size of whole chunks ends with a read of no bytes.
@@ -171,15 +171,15 @@ int GetInternalInforArea(fru_info* fru) {
 }
 
 int GetChassisInforArea(fru_info* fru) {
-  return read_area(fru, FRU_AREAS[CHASSIS_AREA]);
+  return read_area(fru, FRU_AREAS[CHASSIS_AREA], GetChassis);
 }
 
 int GetBoardInforArea(fru_info* fru) {
-  return read_area(fru, FRU_AREAS[BOARD_AREA]);
+  return read_area(fru, FRU_AREAS[BOARD_AREA], GetBoard);
 }
 
 int GetProductInforArea(fru_info* fru) {
-  return read_area(fru, FRU_AREAS[PRODUCT_AREA]);
+  return read_area(fru, FRU_AREAS[PRODUCT_AREA], GetProduct);
 }
 
 int GetMultirecordInforArea(fru_info* fru) {

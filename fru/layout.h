@@ -38,9 +38,9 @@ struct fru_layout {
 enum : unsigned { CHASSIS_AREA, BOARD_AREA, PRODUCT_AREA, FRU_AREA_COUNT };
 extern const fru_layout FRU_AREAS[FRU_AREA_COUNT];
 
-// Parses one area as GetChassis does.
-int parse_area(const fru_layout& layout, const uint8_t* area, unsigned count, unsigned end,
-               fru_info* fru, fru_fault* fault);
+// GetChassis, GetBoard or GetProduct.
+using fru_parser = int (*)(const uint8_t* area, unsigned count, unsigned end, fru_info* fru,
+                           fru_fault* fault);
 
 // A list node with a copy of a record's header and data (5 + byte 2 bytes); null when out of
 // memory.

@@ -107,10 +107,10 @@ int end_internal(const Section& section, fru_info* fru) {
   return 1;
 }
 
-int end_area(const fru_layout& layout, const Section& section, fru_info* fru) {
+int end_area(fru_parser parse, const Section& section, fru_info* fru) {
   if (section.count < 2) return 1;
   fru_fault fault;
-  if (parse_area(layout, section.bytes, section.count, section.count, fru, &fault) == 1) return 1;
+  if (parse(section.bytes, section.count, section.count, fru, &fault) == 1) return 1;
   return refuse_at(section, fault.position, fault.reason);
 }
 
@@ -134,13 +134,13 @@ int end_section(Reader* reader) {
         result = end_internal(section, fru);
         break;
       case CHASSIS:
-        result = end_area(FRU_AREAS[CHASSIS_AREA], section, fru);
+        result = end_area(GetChassis, section, fru);
         break;
       case BOARD:
-        result = end_area(FRU_AREAS[BOARD_AREA], section, fru);
+        result = end_area(GetBoard, section, fru);
         break;
       case PRODUCT:
-        result = end_area(FRU_AREAS[PRODUCT_AREA], section, fru);
+        result = end_area(GetProduct, section, fru);
         break;
       case MULTIREC:
         result = end_multirecord(section, fru);
