@@ -78,6 +78,10 @@ int attempt_receive() {
   return attempt(interface().receive, &response);
 }
 
+bool completed(const BMC_Msg& response) {
+  return response.length > COMPLETION && response.data[COMPLETION] == 0;
+}
+
 // Stores the two's complement of the sum of the first count - 1 bytes in the last one.
 void Check_Sum(uint8_t* bytes, unsigned count) {
   uint8_t sum = 0;
@@ -134,9 +138,7 @@ int Clear_RMQ() {
     left--;
     result = attempt_receive();
   }
-  const BMC_Msg& response = interface().response;
-  return result == KCS_OK && response.length > COMPLETION && response.data[COMPLETION] == 0 ? 0
-                                                                                            : -1;
+  return result == KCS_OK && completed(interface().response) ? 0 : -1;
 }
 
 // Get Message, its answer left in the response record. 0, or -1.
@@ -174,10 +176,6 @@ void unwrap_response(const BMC_Msg& from, uint8_t* response, unsigned* responseL
   response[3] = from.data[BRIDGED_COMPLETION];
   std::memcpy(response + 4, from.data + BRIDGED_COMPLETION + 1, data);
   *responseLength = data + 4;
-}
-
-bool completed(const BMC_Msg& response) {
-  return response.length > COMPLETION && response.data[COMPLETION] == 0;
 }
 
 }  // namespace
