@@ -118,16 +118,16 @@ void show_address(const char* label, const uint8_t address[4]) {
 void display_lan(const IpCfg& lan) {
   std::puts(lan.dhcp != 0 ? "DHCP\t\t\tEnable" : "DHCP\t\t\tDisable");
   show_address("BMC IP Address", lan.ip);
-  std::printf("MAC Address:\t\t\t%02X:%02X:%02X:%02X:%02X:%02X\n", lan.mac[0], lan.mac[1],
-              lan.mac[2], lan.mac[3], lan.mac[4], lan.mac[5]);
+  char mac[18];
+  mac_text(lan.mac, mac);
+  std::printf("MAC Address:\t\t\t%s\n", mac);
   show_address("Net Mask", lan.netmask);
   show_address("Gate Way", lan.gateway);
 }
 
 // The texts of -m and -i become those of the BMC and of the host interface that carries its MAC.
 void match_host_address(Options* options, IpCfg* lan) {
-  std::snprintf(options->mac, sizeof options->mac, "%02X:%02X:%02X:%02X:%02X:%02X", lan->mac[0],
-                lan->mac[1], lan->mac[2], lan->mac[3], lan->mac[4], lan->mac[5]);
+  mac_text(lan->mac, options->mac);
   if (getIpfromMAC(options->mac, options->ip) == 0) return;
   put_address(lan->ip, options->ip);
   writeIpCfg(lan);

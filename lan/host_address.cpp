@@ -90,9 +90,13 @@ int getmac(const char* name, char macText[MAC_TEXT_SIZE]) {
   const int result = platform::interface_hardware_address(socket, name, mac);
   platform::interface_close(socket);
   if (result != 0) return 0;
-  std::snprintf(macText, MAC_TEXT_SIZE, "%02X:%02X:%02X:%02X:%02X:%02X", mac[0], mac[1], mac[2],
-                mac[3], mac[4], mac[5]);
+  mac_text(mac, macText);
   return 1;
+}
+
+void mac_text(const uint8_t mac[6], char text[MAC_TEXT_SIZE]) {
+  std::snprintf(text, MAC_TEXT_SIZE, "%02X:%02X:%02X:%02X:%02X:%02X", mac[0], mac[1], mac[2],
+                mac[3], mac[4], mac[5]);
 }
 
 int notLocal(const uint8_t address[4]) {

@@ -37,6 +37,9 @@ void insideMacSet();
 // else 0 with `ipText` untouched.
 int getIpfromMAC(const char* macText, char* ipText);
 
+// Writes six bytes as "00:0E:0C:44:10:01".
+void mac_text(const uint8_t mac[6], char text[18]);
+
 // The parts of the search. get_name takes an interface's name (at most 63 characters) out of a line
 // of the interface list and returns the position reached; getip and getmac return 1, or 0; notLocal
 // returns 0 for 127.0.0.1 only.
