@@ -33,7 +33,6 @@ constexpr unsigned REQUEST_CHUNK = 8;
 constexpr unsigned LONGEST_CHUNK = 255;
 constexpr uint8_t FIRST_CHUNK = 0x80;
 constexpr uint8_t LAST_CHUNK = 0x40;
-constexpr uint8_t ERASED = 0xFF;
 
 constexpr unsigned READ_SIZE = 16;
 constexpr unsigned READ_DATA = 5;  // one byte without use before it
@@ -61,8 +60,6 @@ constexpr unsigned POLLS = 10;
 
 constexpr unsigned REVISION = 6;  // of the firmware; one later in an answer that is not App's
 constexpr uint8_t UPDATING = 0x80;
-
-constexpr uint64_t ADDRESS_SPACE = uint64_t{1} << 32;
 
 uint32_t read_number(const uint8_t* bytes) {
   return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
@@ -136,14 +133,6 @@ bool next_portion() {
   return image_sound();
 }
 
-// A raw image holds the flash from its base on.
-bool seek_update_start(const Flash_info& info) {
-  if (format != FORMAT_RAW) return true;
-  if (fseeko(fp, info.update_start - info.flash_base, SEEK_SET) == 0) return true;
-  flashprintf("cannot use the image: it cannot be read\n");
-  return false;
-}
-
 uint8_t chunk_flags(unsigned index, unsigned count) {
   if (index == 0) return FIRST_CHUNK;
   return index + 1 == count ? LAST_CHUNK : 0;
@@ -200,7 +189,7 @@ Block end_block() {
 
 int program_blocks(const Flash_info& info) {
   uint64_t address = info.update_start;
-  if (!seek_update_start(info) || !next_portion()) return 0;
+  if (!image_seek(info) || !next_portion()) return 0;
   do {
     const uint32_t block = static_cast<uint32_t>(address);
     if (write_line(block, info.block_size, info.chunk_size) != 1) return 0;
@@ -240,7 +229,7 @@ bool read_portion(uint64_t address, uint8_t* bytes) {
 int compare_flash(const Flash_info& info) {
   uint8_t bytes[PORTION_SIZE];
   uint64_t address = info.update_start;
-  if (!seek_update_start(info)) return 0;
+  if (!image_seek(info)) return 0;
   do {
     if (!next_portion() || !read_portion(address, bytes)) return 0;
     address += PORTION_SIZE;

@@ -5,6 +5,8 @@
 
 inline constexpr unsigned FLASH_NAME_SIZE = 1024;
 inline constexpr unsigned PORTION_SIZE = 4096;
+inline constexpr uint8_t ERASED = 0xFF;
+inline constexpr uint64_t ADDRESS_SPACE = uint64_t{1} << 32;
 
 extern char flashfilename[FLASH_NAME_SIZE];  // image to read, or file to save to
 extern FILE* fp;                             // that file while it is open, else null
@@ -56,6 +58,9 @@ bool image_sound();
 // address? False after one line that says why not. The position is at the start of the file
 // afterwards.
 bool image_fits(const Flash_info& info);
+// Puts a raw image, which holds the flash from its base on, to the update start. False after one
+// line that says why not.
+bool image_seek(const Flash_info& info);
 // Closes fp.
 void close_image();
 

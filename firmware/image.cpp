@@ -16,8 +16,6 @@ ImageBuffer data;
 
 namespace {
 
-constexpr uint8_t ERASED = 0xFF;
-
 bool sound = true;
 
 bool ends_in(const char* name, const char* extension) {
@@ -138,15 +136,19 @@ bool image_sound() {
   return sound;
 }
 
+bool image_seek(const Flash_info& info) {
+  if (format != FORMAT_RAW) return true;
+  const bool done = fseeko(fp, info.update_start - info.flash_base, SEEK_SET) == 0;
+  return done || refuse("it cannot be read");
+}
+
 bool image_fits(const Flash_info& info) {
   const uint64_t end = flash_end(info);
   uint64_t address = info.update_start;
   bool has_data = false;
   static ImageBuffer portion;
   portion.eof = 0;
-  if (format == FORMAT_RAW && fseeko(fp, info.update_start - info.flash_base, SEEK_SET) != 0) {
-    return refuse("it cannot be read");
-  }
+  if (!image_seek(info)) return false;
   while (portion.eof == 0 && address < end) {
     const bool filled = fill(&portion);
     if (!sound) return refuse("it cannot be read");

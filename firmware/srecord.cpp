@@ -22,7 +22,6 @@ constexpr unsigned LONGEST_RECORD = ADDRESS_DIGITS + 2 * 255;
 // One more shows that a line is longer than any record.
 constexpr unsigned LINE_ROOM = LONGEST_RECORD + 1;
 constexpr unsigned NOT_HEX = 0x100;
-constexpr uint64_t ADDRESS_SPACE = uint64_t{1} << 32;
 
 constexpr char NOT_A_DIGIT[] = "a character is not a hexadecimal digit";
 constexpr char COUNT_TOO_SMALL[] = "the byte count is below 5";
