@@ -1,8 +1,8 @@
 // Fuzz target: the simulated BMC itself, as a server. What comes before an empty line is its state
 // file, the rest what arrives on its socket.
-#define main qarn_bmc_main
-#include "sim/bmc_server.cpp"
-#undef main
+#include "sim/vm_link.h"
+
+#include <sys/socket.h>
 
 #include "fuzz/fuzz.h"
 
@@ -31,13 +31,13 @@ int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     fuzz::require(
         sim::load_state(fuzz::file("state", input.substr(0, empty_line)), sim::machine().bmc));
   }
-  Connection connection;
-  connection.handle = ends[0];
+  sim::VmLink link;
+  link.handle = ends[0];
   for (size_t i = has_state ? empty_line + 2 : 0; i < input.size(); i++) {
-    fuzz::require(take_byte(connection, bytes[i]));
-    if (bytes[i] == MESSAGE_END) drain(ends[1]);
+    fuzz::require(sim::take_byte(link, bytes[i]));
+    if (bytes[i] == sim::MESSAGE_END) drain(ends[1]);
   }
-  fuzz::require(connection.frame.size() <= FRAME_ROOM);
+  fuzz::require(link.frame.size() <= sim::FRAME_ROOM);
   sim::State state;
   sim::store(sim::machine().bmc, state);
   return 0;

@@ -1,9 +1,4 @@
-// qarn-bmc: the simulated BMC behind a loopback socket, in the framing of QEMU's external BMC.
-//
-// A message is its bytes, a checksum byte (all add up to 0 modulo 256), then 0xA0. Inside are a
-// sequence byte, NetFn/LUN, command, data; the answer has the same sequence byte. A hardware
-// command is one byte, then 0xA1. The bytes 0xA0, 0xA1 and 0xAA are sent as 0xAA, then the byte OR
-// 0x10.
+// qarn-bmc: the simulated BMC behind a loopback socket, for a virtual machine.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -19,19 +14,10 @@
 #include <utility>
 
 #include "sim/machine.h"
+#include "sim/vm_link.h"
 
 namespace {
 
-using sim::Bytes;
-
-constexpr uint8_t MESSAGE_END = 0xA0;
-constexpr uint8_t COMMAND_END = 0xA1;
-constexpr uint8_t ESCAPE = 0xAA;
-constexpr uint8_t ESCAPED_BIT = 0x10;
-constexpr uint8_t ATTENTION_ON = 0x01;
-constexpr uint8_t ATTENTION_OFF = 0x00;
-constexpr size_t SMALLEST_MESSAGE = 4;  // sequence, NetFn/LUN, command, checksum
-constexpr size_t FRAME_ROOM = 1024;
 constexpr int WRONG_USAGE = 2;
 constexpr long PATIENCE_US = 200000;  // without traffic, then contents are saved
 
@@ -40,16 +26,6 @@ struct Settings {
   std::string state;
   std::string log;
   sim::Kind kind = sim::Kind::card;
-};
-
-// One connection: what has arrived of a frame, and what the other side was told.
-struct Connection {
-  int handle = -1;
-  Bytes frame;
-  bool escaped = false;
-  bool too_long = false;
-  bool attention = false;
-  bool changed = false;  // requests were served since contents were saved
 };
 
 volatile std::sig_atomic_t ending = 0;
@@ -64,43 +40,8 @@ uint64_t real_now_us() {
   return static_cast<uint64_t>(now.tv_sec) * 1000000 + static_cast<uint64_t>(now.tv_nsec) / 1000;
 }
 
-bool send_all(int handle, const Bytes& bytes) {
-  size_t sent = 0;
-  while (sent < bytes.size()) {
-    const ssize_t count = send(handle, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-    if (count < 0 && errno == EINTR && ending == 0) continue;
-    if (count <= 0) return false;
-    sent += static_cast<size_t>(count);
-  }
-  return true;
-}
-
-uint8_t sum(const Bytes& bytes) {
-  uint8_t total = 0;
-  for (const uint8_t byte : bytes) total = static_cast<uint8_t>(total + byte);
-  return total;
-}
-
-bool send_frame(int handle, const Bytes& bytes, uint8_t end) {
-  Bytes wire;
-  for (const uint8_t byte : bytes) {
-    const bool special = byte == MESSAGE_END || byte == COMMAND_END || byte == ESCAPE;
-    if (special) wire.push_back(ESCAPE);
-    wire.push_back(special ? byte | ESCAPED_BIT : byte);
-  }
-  wire.push_back(end);
-  return send_all(handle, wire);
-}
-
-bool tell_attention(Connection& connection) {
-  const bool now = sim::attention(sim::machine().bmc);
-  if (now == connection.attention) return true;
-  connection.attention = now;
-  return send_frame(connection.handle, {now ? ATTENTION_ON : ATTENTION_OFF}, COMMAND_END);
-}
-
-void save_contents(Connection& connection, const Settings& settings) {
-  if (!std::exchange(connection.changed, false) || settings.state.empty()) return;
+void save_contents(sim::VmLink& link, const Settings& settings) {
+  if (!std::exchange(link.changed, false) || settings.state.empty()) return;
   if (sim::save_state(settings.state, sim::machine().bmc)) return;
   std::fprintf(stderr, "qarn-bmc: %s: the state cannot be written\n", settings.state.c_str());
 }
@@ -111,54 +52,21 @@ void limit_waits(int handle) {
   setsockopt(handle, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
 }
 
-// A request that is too short, or whose checksum is wrong, is dropped as the wire's noise.
-bool serve_message(Connection& connection, const Bytes& message) {
-  if (message.size() < SMALLEST_MESSAGE || sum(message) != 0) return true;
-  const Bytes request(message.begin() + 1, message.end() - 1);
-  const sim::Answer answer = sim::serve(request);
-  connection.changed = true;
-  if (!answer.silent) {
-    Bytes reply = {message[0]};
-    reply.insert(reply.end(), answer.bytes.begin(), answer.bytes.end());
-    reply.push_back(static_cast<uint8_t>(0 - sum(reply)));
-    if (!send_frame(connection.handle, reply, MESSAGE_END)) return false;
-  }
-  return tell_attention(connection);
-}
-
-// The virtual machine's hardware commands (its version, capabilities, reset) ask for no answer.
-bool take_byte(Connection& connection, uint8_t byte) {
-  if (byte == MESSAGE_END || byte == COMMAND_END) {
-    const Bytes frame = std::exchange(connection.frame, {});
-    const bool whole = !std::exchange(connection.too_long, false);
-    connection.escaped = false;
-    return byte == COMMAND_END || !whole || serve_message(connection, frame);
-  }
-  if (byte == ESCAPE) {
-    connection.escaped = true;
-    return true;
-  }
-  if (std::exchange(connection.escaped, false)) byte &= static_cast<uint8_t>(~ESCAPED_BIT);
-  connection.too_long = connection.too_long || connection.frame.size() == FRAME_ROOM;
-  if (!connection.too_long) connection.frame.push_back(byte);
-  return true;
-}
-
 void serve_connection(int handle, const Settings& settings, uint64_t start_us) {
-  Connection connection;
-  connection.handle = handle;
+  sim::VmLink link;
+  link.handle = handle;
   limit_waits(handle);
-  bool open = tell_attention(connection);
+  bool open = sim::tell_attention(link);
   while (open && ending == 0) {
     uint8_t arrived[512];
     const ssize_t count = recv(handle, arrived, sizeof arrived, 0);
-    if (count < 0 && errno == EAGAIN) save_contents(connection, settings);
+    if (count < 0 && errno == EAGAIN) save_contents(link, settings);
     if (count < 0 && (errno == EINTR || errno == EAGAIN)) continue;
     if (count <= 0) break;
     sim::machine().now_us = real_now_us() - start_us;
-    for (ssize_t i = 0; i < count && open; i++) open = take_byte(connection, arrived[i]);
+    for (ssize_t i = 0; i < count && open; i++) open = sim::take_byte(link, arrived[i]);
   }
-  save_contents(connection, settings);
+  save_contents(link, settings);
 }
 
 int listen_on(uint16_t port) {

@@ -23,9 +23,8 @@ constexpr char LIST_HEAD[] =
     " face |bytes    packets errs drop fifo frame compressed multicast|"
     "bytes    packets errs drop fifo colls carrier compressed\n";
 constexpr char LIST_COUNTERS[] =
-    "    1500      12    0    0    0     0          0         0     1500      12    0    0    0    "
-    " "
-    "0       0          0\n";
+    "    1500      12    0    0    0     0          0         0 "
+    "    1500      12    0    0    0     0       0          0\n";
 
 uint8_t next_of_stream(sim::Machine& machine) {
   const bool left = machine.port_used < machine.port_stream.size();
