@@ -34,15 +34,13 @@ class MachineError(Exception):
 
 @dataclass
 class Result:
-    """One step: exit status (-1 = killed after its time), cost, texts; port accesses and requests of traced runs."""
+    """One step: exit status (-1 = killed after its time), cost, texts."""
     status: int
     cpu_us: int
     rss_kb: int
     wall_us: int
     out: str
     err: str
-    accesses: int = 0
-    requests: int = 0
 
     @property
     def raw(self):
@@ -215,24 +213,11 @@ def parse_results(text, names):
     return results, text.startswith(b"end")
 
 
-def count_accesses(trace, results):
-    """Fill in accesses and requests from QEMU's trace, in which the guest marks where each step begins and ends."""
-    current, steps = None, iter(results.values())
-    for line in trace.read_text().splitlines():
-        if "isa-debugcon" in line:
-            current = next(steps) if "value 0x42 " in line else None
-        elif current and "'ipmi-kcs'" in line:
-            current.accesses += 1
-            # WRITE_START in the command register begins a request
-            current.requests += "_write" in line and "value 0x61 " in line and int(
-                re.search(r"addr (0x\w+)", line)[1], 16) % 2 == 1
-
-
-def boot(steps, bmc=(), port=0xCA2, files=None, programs=(), icount=False, trace=False, seconds=120):
+def boot(steps, bmc=(), port=0xCA2, files=None, programs=(), options=(), seconds=120):
     """Boot a guest and run {name: shell text or argument list}; returns {name: Result}.
 
     bmc: QEMU arguments of the BMC whose KCS data register is at `port`; none = a machine without interface.
-    files: {path in the guest: bytes}; programs: {path in the guest: path here}.
+    files: {path in the guest: bytes}; programs: {path in the guest: path here}; options: more arguments for QEMU.
     """
     entries = dict(files or {})
     for inside, here in dict(programs).items():
@@ -245,14 +230,9 @@ def boot(steps, bmc=(), port=0xCA2, files=None, programs=(), icount=False, trace
         command = [QEMU, "-machine", "pc,accel=tcg", "-cpu", "qemu64", "-m", "256", "-nodefaults", "-no-user-config",
                    "-display", "none", "-no-reboot", "-kernel", kernel() / "vmlinux", "-initrd", folder / "initrd",
                    "-append", "console=ttyS0 quiet panic=-1 tsc=reliable no_timer_check",
-                   "-serial", f"file:{folder}/console", "-serial", f"file:{folder}/results",
-                   "-chardev", "null,id=marks", "-device", "isa-debugcon,iobase=0xe9,chardev=marks"]
+                   "-serial", f"file:{folder}/console", "-serial", f"file:{folder}/results", *options]
         if bmc:
             command += [*bmc, "-device", f"isa-ipmi-kcs,bmc=bmc0,ioport={port:#x},irq=0"]
-        if icount:
-            command += ["-icount", "shift=0,sleep=off"]
-        if trace:
-            command += ["-trace", "memory_region_ops_read", "-trace", "memory_region_ops_write", "-D", folder / "trace"]
         try:
             ended = subprocess.run(command, timeout=seconds, stdin=subprocess.DEVNULL, capture_output=True, text=True)
             trouble = ended.stderr.strip()
@@ -263,6 +243,4 @@ def boot(steps, bmc=(), port=0xCA2, files=None, programs=(), icount=False, trace
         if not whole:
             console = (folder / "console").read_text("latin-1")[-600:] if (folder / "console").exists() else ""
             raise MachineError(f"guest ended after {len(results)} of {len(steps)} steps: {trouble}\n{console}")
-        if trace:
-            count_accesses(folder / "trace", results)
         return results

@@ -1,23 +1,39 @@
 #!/usr/bin/env python3
 """Prints what qarn and its peers cost on the same work, side by side in a guest, as a markdown table.
 
-Usage: system/compare.py --qarn PATH --static PATH --bmc PATH [--only TEXT]
+Usage: bench/compare.py --qarn PATH --static PATH --bmc PATH [--only TEXT]
 One guest a job; one instruction takes one nanosecond of the guest's time, so processor time counts instructions.
 """
 
 import argparse
+import re
+import sys
 import tempfile
 from collections.abc import Callable
 from contextlib import nullcontext
 from dataclasses import dataclass
 from pathlib import Path
 
+sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "system"))
 import bmcs
 import cases_fru
 import machine
 
 KCS, KERNEL = "own KCS driver", "/dev/ipmi0"
-MEASURES = ("cpu_us", "rss_kb", "wall_us", "accesses", "requests")
+# One instruction takes one nanosecond; a debug port takes the marks around what is measured.
+QEMU = ["-icount", "shift=0,sleep=off", "-chardev", "null,id=marks", "-device", "isa-debugcon,iobase=0xe9,chardev=marks"]
+TRACES = ["-trace", "memory_region_ops_read", "-trace", "memory_region_ops_write", "-D"]
+MARK = "printf . | dd of=/dev/port bs=1 seek=233 conv=notrunc 2>/dev/null"
+
+
+@dataclass
+class Cost:
+    """Of one run."""
+    cpu_us: int
+    rss_kb: int
+    wall_us: int
+    accesses: int
+    requests: int
 
 
 @dataclass
@@ -63,25 +79,40 @@ def jobs(folder):
     ]
 
 
-def measure(job, options):
-    """[(tool, path, least of each measure)] of one guest."""
+def between_marks(trace):
+    """[(port accesses, requests)] of what ran between the first mark and the second, the third and the fourth..."""
+    counts = [[0, 0]]
+    for line in trace.read_text().splitlines():
+        if "isa-debugcon" in line:
+            counts.append([0, 0])
+        elif "'ipmi-kcs'" in line:
+            counts[-1][0] += 1
+            # WRITE_START in the command register begins a request
+            at_command = int(re.search(r"addr (0x\w+)", line)[1], 16) % 2 == 1
+            counts[-1][1] += "_write" in line and "value 0x61 " in line and at_command
+    return counts[1::2]
+
+
+def measure(job, options, folder):
+    """[(tool, path, the least of each measure)] of one guest."""
     runs, steps = job.runs(), {}
     for number, (before, _, _, command) in enumerate(runs):
         steps |= {(number, step): step for step in before}
         for repeat in range(job.repeats):
-            steps |= {(number, repeat, "fresh"): "rm -rf /.freeipmi", (number, repeat): command.split()}
+            steps |= {(number, repeat, "fresh"): "rm -rf /.freeipmi; " + MARK, (number, repeat): command.split(),
+                      (number, repeat, "done"): MARK}
     programs = {"bin/qarn": options.qarn, "bin/qarn-static": options.static, "vendors": machine.VENDORS}
     with job.bmc() as bmc:
         seen = machine.boot(steps, bmc, programs=programs, files={"usr/share/misc/.keep": b""},
-                            icount=True, trace=True, seconds=900)
-    rows = []
+                            options=[*QEMU, *TRACES, folder / "trace"], seconds=900)
+    counts, rows = iter(between_marks(folder / "trace")), []
     for number, (_, path, tool, command) in enumerate(runs):
         results = [seen[number, repeat] for repeat in range(job.repeats)]
         if any(result.status for result in results):
             raise machine.MachineError(f"{command}: status {results[0].status}: {results[0].out}{results[0].err}")
         # the least of each: a run of a millisecond may meet a timer tick, or the path's first use
-        best = {name: min(getattr(result, name) for result in results) for name in MEASURES}
-        rows.append((tool, path, machine.Result(status=0, out="", err="", **best)))
+        costs = [(result.cpu_us, result.rss_kb, result.wall_us, *next(counts)) for result in results]
+        rows.append((tool, path, Cost(*map(min, zip(*costs)))))
     return rows
 
 
@@ -106,7 +137,7 @@ def main():
     with tempfile.TemporaryDirectory(prefix="qarn-compare-") as folder:
         for job in jobs(Path(folder)):
             if options.only in job.name:
-                print_table(job, measure(job, options))
+                print_table(job, measure(job, options, Path(folder)))
 
 
 if __name__ == "__main__":
