@@ -20,6 +20,7 @@ inline constexpr uint8_t DONE = 0x00;
 inline constexpr uint8_t NODE_BUSY = 0xC0;
 inline constexpr uint8_t INVALID_COMMAND = 0xC1;
 inline constexpr uint8_t OUT_OF_SPACE = 0xC4;
+inline constexpr uint8_t RESERVATION_CANCELLED = 0xC5;
 inline constexpr uint8_t INVALID_LENGTH = 0xC7;
 inline constexpr uint8_t OUT_OF_RANGE = 0xC9;
 inline constexpr uint8_t NOT_PRESENT = 0xCB;
@@ -47,6 +48,7 @@ struct Command {
 #include "sim/card.h"
 #include "sim/fru_store.h"
 #include "sim/lan_channel.h"
+#include "sim/repository.h"
 #include "sim/sdr_store.h"
 #include "sim/sel_store.h"
 

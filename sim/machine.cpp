@@ -11,6 +11,7 @@ namespace sim {
 namespace {
 
 constexpr int POWER_CUT_STATUS = 137;
+constexpr uint64_t SECOND_US = 1000000;
 constexpr size_t TRANSCRIPT_LIMIT = size_t{64} << 20;
 
 struct Records {
@@ -92,6 +93,10 @@ Answer serve(const Bytes& request) {
   }
   if (!result.silent) log_only("< " + hex_text(result.bytes));
   return result;
+}
+
+uint32_t time_now() {
+  return machine().epoch + static_cast<uint32_t>(machine().now_us / SECOND_US);
 }
 
 void pause(uint64_t microseconds) {

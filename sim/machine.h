@@ -68,6 +68,9 @@ bool is_away(const Machine& machine);
 // Has the BMC carry out one request, and logs it.
 Answer serve(const Bytes& request);
 
+// The host's clock, in seconds since 1970.
+uint32_t time_now();
+
 // Logs a pause and moves the clock; logs a write to port 0xE6.
 void pause(uint64_t microseconds);
 void log_poke(uint8_t value);

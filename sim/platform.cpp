@@ -90,7 +90,7 @@ void usleep(unsigned microseconds) {
 }
 
 uint32_t time_now() {
-  return sim::machine().epoch + static_cast<uint32_t>(sim::machine().now_us / SECOND_US);
+  return sim::time_now();
 }
 
 FILE* interface_list() {

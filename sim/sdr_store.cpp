@@ -9,32 +9,19 @@ namespace sim {
 namespace {
 
 constexpr uint8_t NETFN_STORAGE = 0x0A;
-constexpr uint8_t VERSION = 0x51;
 constexpr uint8_t CAN_RESERVE = 0x02;
 constexpr uint8_t CAN_PARTIAL_ADD = 0x04;
 constexpr uint8_t NON_MODAL = 0x20;  // written without update mode
 constexpr uint8_t LENGTH_WRONG = 0x80;
-constexpr uint8_t RESERVATION_CANCELLED = 0xC5;
 constexpr uint8_t TOO_MANY_BYTES = 0xCA;
 constexpr uint8_t NOT_IN_THIS_STATE = 0xD5;
 constexpr uint16_t FIRST = 0x0000;
 constexpr uint16_t LAST = 0xFFFF;
 constexpr uint8_t WHOLE = 0xFF;
-constexpr uint8_t START_ERASE = 0xAA;
-constexpr uint8_t GET_STATUS = 0x00;
 constexpr uint8_t ERASE_IN_PROGRESS = 0x00;
 constexpr uint8_t ERASE_COMPLETE = 0x01;
 constexpr uint8_t LAST_FRAGMENT = 0x01;
 constexpr size_t PARTIAL_HEADER = 6;
-
-uint32_t now() {
-  return machine().epoch + static_cast<uint32_t>(machine().now_us / 1000000);
-}
-
-// Data that begins with the last reservation that was given.
-bool is_reserved(const SdrStore& sdr, const Bytes& data) {
-  return sdr.reservation != 0 && word(&data[0]) == sdr.reservation;
-}
 
 bool is_whole(const Bytes& record) {
   return record.size() >= SDR_HEADER && record.size() == SDR_HEADER + record[SDR_HEADER - 1];
@@ -44,22 +31,14 @@ Reply get_info(Bmc& bmc, const Bytes&) {
   const SdrStore& sdr = bmc.sdr;
   size_t used = 0;
   for (const auto& [id, record] : sdr.records) used += record.size();
-  const size_t free = sdr.records.size() < sdr.room && used < SDR_MOST ? SDR_MOST - used : 0;
-  const size_t count = sdr.claimed >= 0 ? static_cast<size_t>(sdr.claimed) : sdr.records.size();
-  Reply reply = {DONE, {VERSION}};
-  put(std::back_inserter(reply.data), static_cast<uint32_t>(count), 2);
-  put(std::back_inserter(reply.data), static_cast<uint32_t>(free), 2);
-  put(std::back_inserter(reply.data), sdr.added, 4);
-  put(std::back_inserter(reply.data), sdr.erased, 4);
-  reply.data.push_back(NON_MODAL | CAN_RESERVE | (sdr.partial_add ? CAN_PARTIAL_ADD : 0));
-  return reply;
+  const size_t free =
+      sdr.records.size() < sdr.room && used < REPOSITORY_MOST ? REPOSITORY_MOST - used : 0;
+  const uint8_t partial = sdr.partial_add ? CAN_PARTIAL_ADD : 0;
+  return repository_info(sdr, sdr.records.size(), free, NON_MODAL | CAN_RESERVE | partial);
 }
 
 Reply reserve(Bmc& bmc, const Bytes&) {
-  if (++bmc.sdr.reservation == 0) bmc.sdr.reservation = 1;
-  Reply reply;
-  put(std::back_inserter(reply.data), bmc.sdr.reservation, 2);
-  return reply;
+  return give_reservation(bmc.sdr);
 }
 
 // Reservation (2; needed for a part only), record ID (2), offset, bytes to read.
@@ -95,7 +74,7 @@ uint16_t new_id(const SdrStore& sdr) {
 Reply keep(SdrStore& sdr, uint16_t id, Bytes record) {
   put(record.begin(), id, 2);
   sdr.records[id] = record;
-  sdr.added = now();
+  sdr.added = time_now();
   Reply reply;
   put(std::back_inserter(reply.data), id, 2);
   return reply;
@@ -138,20 +117,18 @@ Reply add_part(Bmc& bmc, const Bytes& data) {
   return reply;
 }
 
-// Reservation (2), "CLR", operation: start, or ask how far it is.
 Reply clear(Bmc& bmc, const Bytes& data) {
   SdrStore& sdr = bmc.sdr;
-  if (data.size() != 6) return {INVALID_LENGTH, {}};
-  if (!is_reserved(sdr, data)) return {RESERVATION_CANCELLED, {}};
-  if (data[2] != 'C' || data[3] != 'L' || data[4] != 'R') return {INVALID_DATA, {}};
-  if (data[5] == START_ERASE) {
+  Reply refusal;
+  const Clear asked = check_clear(sdr, data, refusal);
+  if (asked == Clear::refused) return refusal;
+  if (asked == Clear::start) {
     sdr.records.clear();
     sdr.open.clear();
-    sdr.erased = now();
+    sdr.erased = time_now();
     sdr.erase_left = sdr.erase_polls;
     return {DONE, {sdr.erase_left > 0 ? ERASE_IN_PROGRESS : ERASE_COMPLETE}};
   }
-  if (data[5] != GET_STATUS) return {INVALID_DATA, {}};
   if (sdr.erase_left == 0) return {DONE, {ERASE_COMPLETE}};
   sdr.erase_left--;
   return {DONE, {ERASE_IN_PROGRESS}};

@@ -4,7 +4,6 @@
 namespace sim {
 
 inline constexpr size_t SDR_HEADER = 5;  // ID (2), version, type, length of the body
-inline constexpr size_t SDR_MOST = 65535;
 
 // Records as they are read, header included, by record ID.
 using SdrRecords = std::map<uint16_t, Bytes>;
@@ -12,22 +11,17 @@ using SdrRecords = std::map<uint16_t, Bytes>;
 // A dozen records of a server board: every type that a tool prints, and one of an OEM.
 SdrRecords sample_sdr_records();
 
-struct SdrStore {
+struct SdrStore : Repository {
   SdrRecords records = sample_sdr_records();
   bool partial_add = true;    // false: Partial Add SDR is no command of this BMC
   unsigned erase_polls = 0;   // how often an erase reports that it is still in progress
-  int claimed = -1;           // what Get SDR Repository Info says instead of their number
-  size_t room = SDR_MOST;     // records that fit
   size_t longest_read = 64;   // record bytes in one Get SDR answer, 0xCA beyond
   bool answers_short = true;  // reads beyond a record's end give what there is; false: 0xC9
   uint16_t first_id = 1;      // of the first record after an erase
 
-  uint16_t reservation = 0;
   unsigned erase_left = 0;  // of erase_polls
   uint16_t open_id = 0;     // the record that Partial Add is building; 0: none
   Bytes open;
-  uint32_t added = 0x6553F180;  // time of the last addition and of the last erase
-  uint32_t erased = 0x6553F100;
 };
 
 std::span<const Command> sdr_commands();

@@ -11,19 +11,12 @@ namespace {
 using Record = std::array<uint8_t, SEL_RECORD>;
 
 constexpr uint8_t NETFN_STORAGE = 0x0A;
-constexpr uint8_t VERSION = 0x51;
 constexpr uint8_t CAN_RESERVE = 0x02;
-constexpr uint8_t RESERVATION_CANCELLED = 0xC5;
 constexpr uint16_t FIRST = 0x0000;
 constexpr uint16_t LAST = 0xFFFF;
 constexpr uint8_t WHOLE = 0xFF;
 constexpr uint8_t TIMESTAMPED = 0xE0;  // record types below carry a time at byte 3
-constexpr uint8_t START_ERASE = 0xAA;
 constexpr uint8_t ERASE_COMPLETE = 0x01;
-
-uint32_t now() {
-  return machine().epoch + static_cast<uint32_t>(machine().now_us / 1000000);
-}
 
 // The place of a record by its ID, or the number of records. IDs mostly count up from the first.
 size_t find(const std::vector<Record>& records, uint16_t id) {
@@ -40,22 +33,11 @@ Reply get_info(Bmc& bmc, const Bytes&) {
   const SelStore& sel = bmc.sel;
   const size_t held = sel.records.size();
   const size_t free = sel.room > held ? (sel.room - held) * SEL_RECORD : 0;
-  Reply reply = {DONE, {VERSION}};
-  const uint32_t claimed =
-      sel.claimed >= 0 ? static_cast<uint32_t>(sel.claimed) : static_cast<uint32_t>(held);
-  put(std::back_inserter(reply.data), claimed, 2);
-  put(std::back_inserter(reply.data), static_cast<uint32_t>(std::min<size_t>(free, 0xFFFF)), 2);
-  put(std::back_inserter(reply.data), sel.added, 4);
-  put(std::back_inserter(reply.data), sel.erased, 4);
-  reply.data.push_back(CAN_RESERVE);
-  return reply;
+  return repository_info(sel, held, free, CAN_RESERVE);
 }
 
 Reply reserve(Bmc& bmc, const Bytes&) {
-  if (++bmc.sel.reservation == 0) bmc.sel.reservation = 1;
-  Reply reply;
-  put(std::back_inserter(reply.data), bmc.sel.reservation, 2);
-  return reply;
+  return give_reservation(bmc.sel);
 }
 
 // Reservation (2; needed for a part only), record ID (2), offset, bytes to read.
@@ -63,7 +45,7 @@ Reply get_entry(Bmc& bmc, const Bytes& data) {
   const SelStore& sel = bmc.sel;
   if (data.size() != 6) return {INVALID_LENGTH, {}};
   const size_t offset = data[4];
-  if (offset != 0 && word(&data[0]) != sel.reservation) return {RESERVATION_CANCELLED, {}};
+  if (offset != 0 && !is_reserved(sel, data)) return {RESERVATION_CANCELLED, {}};
   const size_t place = find(sel.records, word(&data[2]));
   if (place >= sel.records.size()) return {NOT_PRESENT, {}};
   if (offset > SEL_RECORD) return {OUT_OF_RANGE, {}};
@@ -86,7 +68,7 @@ Reply add_entry(Bmc& bmc, const Bytes& data) {
   Record record;
   std::copy(data.begin(), data.end(), record.begin());
   put(record.begin(), id, 2);
-  sel.added = now();
+  sel.added = time_now();
   if (record[2] < TIMESTAMPED) put(record.begin() + 3, sel.added, 4);
   sel.records.push_back(record);
   Reply reply;
@@ -94,15 +76,15 @@ Reply add_entry(Bmc& bmc, const Bytes& data) {
   return reply;
 }
 
-// Reservation (2), "CLR", operation: start, or ask how far it is.
+// An erase is complete at once.
 Reply clear(Bmc& bmc, const Bytes& data) {
   SelStore& sel = bmc.sel;
-  if (data.size() != 6) return {INVALID_LENGTH, {}};
-  if (word(&data[0]) != sel.reservation) return {RESERVATION_CANCELLED, {}};
-  if (data[2] != 'C' || data[3] != 'L' || data[4] != 'R') return {INVALID_DATA, {}};
-  if (data[5] == START_ERASE) {
+  Reply refusal;
+  const Clear asked = check_clear(sel, data, refusal);
+  if (asked == Clear::refused) return refusal;
+  if (asked == Clear::start) {
     sel.records.clear();
-    sel.erased = now();
+    sel.erased = time_now();
   }
   return {DONE, {ERASE_COMPLETE}};
 }

@@ -4,21 +4,16 @@
 
 namespace sim {
 
+inline constexpr size_t SEL_MOST = REPOSITORY_MOST;
 inline constexpr size_t SEL_RECORD = 16;  // bytes; the first two are the record ID
-inline constexpr size_t SEL_MOST = 65535;
 
-struct SelStore {
+struct SelStore : Repository {
   std::vector<std::array<uint8_t, SEL_RECORD>> records = {
       // ID, type, time, generator, format, sensor type and number, direction and type, data
       {1, 0, 0x02, 0, 0xF1, 0x53, 0x65, 0x20, 0, 0x04, 0x10, 0x09, 0x6F, 0x42, 0xFF, 0xFF},
       {2, 0, 0x02, 0x2C, 0xF1, 0x53, 0x65, 0x20, 0, 0x04, 0x01, 0x30, 0x01, 0x57, 0x5F, 0x5A},
       {3, 0, 0x02, 0x90, 0xF1, 0x53, 0x65, 0x20, 0, 0x04, 0x08, 0x51, 0x6F, 0x01, 0xFF, 0xFF},
   };
-  int claimed = -1;  // what Get SEL Info says instead of their number; -1: the truth
-  size_t room = SEL_MOST;
-  uint16_t reservation = 0;
-  uint32_t added = 0x6553F190;  // time of the last addition and of the last erase
-  uint32_t erased = 0;
 };
 
 std::span<const Command> sel_commands();
