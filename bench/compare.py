@@ -7,6 +7,7 @@ One guest a job; one instruction takes one nanosecond of the guest's time, so pr
 
 import argparse
 import re
+import subprocess
 import sys
 import tempfile
 from collections.abc import Callable
@@ -21,9 +22,10 @@ import machine
 
 KCS, KERNEL = "own KCS driver", "/dev/ipmi0"
 # One instruction takes one nanosecond; a debug port takes the marks around what is measured.
-QEMU = ["-icount", "shift=0,sleep=off", "-chardev", "null,id=marks", "-device", "isa-debugcon,iobase=0xe9,chardev=marks"]
-TRACES = ["-trace", "memory_region_ops_read", "-trace", "memory_region_ops_write", "-D"]
-MARK = "printf . | dd of=/dev/port bs=1 seek=233 conv=notrunc 2>/dev/null"
+QEMU = ["-icount", "shift=0,sleep=off", "-chardev", "null,id=marks",
+        "-device", "isa-debugcon,iobase=0xe9,chardev=marks", "-trace", "memory_region_ops_read", "-trace", "memory_region_ops_write", "-D"]
+FREEIPMI = ["/usr/sbin/" + name for name in ("ipmi-raw", "ipmi-sel", "ipmi-fru", "ipmi-sensors", "ipmi-config")]
+VENDORS = "/usr/share/misc/enterprise-numbers.txt"
 
 
 @dataclass
@@ -48,7 +50,7 @@ class Job:
 
     def runs(self):
         """(steps before, path, tool, command) in the order of the guest's life and of the table."""
-        driver, vendors = [machine.load_driver()], [f"cp /vendors {machine.VENDORS}"]
+        driver, vendors = ["load"], [f"mkdir -p {Path(VENDORS).parent}; cp /vendors {VENDORS}"]
         return [
             ([], KCS, "qarn", f"qarn {self.qarn}"),
             ([], KCS, "qarn, static", f"qarn-static {self.qarn}"),
@@ -62,7 +64,7 @@ class Job:
 
 def jobs(folder):
     (folder / "records").write_bytes(b"".join(bmcs.record_set()))
-    (folder / "inventory").write_bytes(cases_fru.image(cases_fru.MODELS["every area"]))
+    (folder / "inventory").write_bytes(cases_fru.image(**cases_fru.every_area()))
     own = machine.qemu_bmc(sdrfile=folder / "records", fruareasize=1024, frudatafile=folder / "inventory")
     log = [bmcs.entry(number) for number in range(500)]
     return [
@@ -99,19 +101,18 @@ def measure(job, options, folder):
     for number, (before, _, _, command) in enumerate(runs):
         steps |= {(number, step): step for step in before}
         for repeat in range(job.repeats):
-            steps |= {(number, repeat, "fresh"): "rm -rf /.freeipmi; " + MARK, (number, repeat): command.split(),
-                      (number, repeat, "done"): MARK}
-    programs = {"bin/qarn": options.qarn, "bin/qarn-static": options.static, "vendors": machine.VENDORS}
+            steps[number, repeat] = f"rm -rf /.freeipmi; measure {command}"
+    files = {"bin/qarn": options.qarn, "bin/qarn-static": options.static, "bin/measure": folder / "measure",
+             "vendors": VENDORS} | machine.linked(FREEIPMI)
     with job.bmc() as bmc:
-        seen = machine.boot(steps, bmc, programs=programs, files={"usr/share/misc/.keep": b""},
-                            options=[*QEMU, *TRACES, folder / "trace"], seconds=900)
+        seen = machine.boot(steps, bmc, files=files, options=[*QEMU, folder / "trace"], seconds=900)
     counts, rows = iter(between_marks(folder / "trace")), []
     for number, (_, path, tool, command) in enumerate(runs):
-        results = [seen[number, repeat] for repeat in range(job.repeats)]
-        if any(result.status for result in results):
-            raise machine.MachineError(f"{command}: status {results[0].status}: {results[0].out}{results[0].err}")
+        printed = [seen[number, repeat] for repeat in range(job.repeats)]
+        if "\nstatus " in "".join(printed):
+            raise RuntimeError(f"{command}: {printed[0]}")
         # the least of each: a run of a millisecond may meet a timer tick, or the path's first use
-        costs = [(result.cpu_us, result.rss_kb, result.wall_us, *next(counts)) for result in results]
+        costs = [(*map(int, text.split()[-3:]), *next(counts)) for text in printed]
         rows.append((tool, path, Cost(*map(min, zip(*costs)))))
     return rows
 
@@ -139,6 +140,8 @@ def main():
     options = parser.parse_args()
     print(HEADING)
     with tempfile.TemporaryDirectory(prefix="qarn-compare-") as folder:
+        subprocess.run(["c++", "-std=c++20", "-Os", "-static", "-o", folder + "/measure",
+                        Path(__file__).parent / "guest/measure.cpp"], check=True)
         for job in jobs(Path(folder)):
             if options.only in job.name:
                 print_rows(job, measure(job, options, Path(folder)))

@@ -12,7 +12,7 @@ TEST_PACKAGES=(
   srecord                                       # a second opinion on S-records
 )
 # The whole-machine test: a machine, and other tools to compare with.
-SYSTEM_PACKAGES=(qemu-system-x86 busybox-static ipmitool freeipmi-tools openipmi)
+SYSTEM_PACKAGES=(qemu-system-x86 busybox-static cpio ipmitool freeipmi-tools openipmi)
 PACKAGE_PACKAGES=("${BUILD_PACKAGES[@]}" dpkg-dev file lintian)
 
 # The packages among the arguments that are not installed, a line each.

@@ -1,98 +1,82 @@
-"""Identity, raw requests, users and passwords, on both paths, against what ipmitool says."""
+"""Identity, raw requests, scripts, users and passwords, on both paths, against what the peers say."""
 
 import re
 
 from bmcs import ipmi_sim, qarn_bmc
-from machine import load_driver, qemu_bmc
+from machine import both_paths, qemu_bmc
 
 BANNER = "BMC Utility on Linux version 1.1.3\n"
-NO_DEVICE = BANNER + "Could not open device at /dev/ipmi0 or /dev/ipmi/0 or /dev/ipmidev/0\n"
+NO_DEVICE = BANNER + "Could not open device at /dev/ipmi0 or /dev/ipmi/0 or /dev/ipmidev/0\nstatus 255\n"
 NO_RIGHT = "have no right to change I/O privilege level\n"
+NO_CARD = "Cannot find ORBE C4410/4415\nqarn only support C4410/4415 firmware update\nstatus 1\n"
 SHOW = "qarn --nrst"  # no action: the run ends after the identity
-OPEN = "qarn --open --nrst"
+PEER = ("mc", "ipmitool mc info", None)
 OURS = dict(fwrev1=5, fwrev2=0x23, mfg_id=0x1291, product_id=0xF02)
 
 
-def identity(mc_info):
+def identity(seen):
     """Our output of a run without action, from what `ipmitool mc info` prints."""
-    field = dict(re.findall(r"^(\S[^:]*?) *: (\S+)", mc_info, re.M))
+    field = dict(re.findall(r"^(\S[^:]*?) *: (\S+)", seen["mc"], re.M))
     return BANNER + (f"IPMI Ver: {field['IPMI Version']}\tFirmware Rev: {field['Firmware Revision']}\t"
                      f"Vendor ID: {field['Manufacturer ID']}\tPdt ID: {field['Product ID']}\n")
 
 
-def raw(line, netfn, command):
-    """The line our -e prints, from ipmitool raw's list of data bytes."""
-    data = line.split()
-    return f"response is {netfn:02X} {command:02X} 00 " + "".join(f"{byte.upper()} " for byte in data) + "\n"
-
-
 def qemu_on_second_pair(checks):
-    seen = checks.boot({
-        "kcs": SHOW, "raw": "qarn -e 18 01", "refused": "qarn -e 0x18 7f", "debug": "qarn --debug",
-        "nobody": f"su nobody -c '{SHOW}'", "no device": OPEN,
-        "update": "qarn -u image", "save": "qarn --save image", "verify": "qarn --verify image",
-        "load": load_driver(), "open": OPEN, "open raw": "qarn --open -e 18 01",
-        "open refused": "qarn --open -e 18 7f", "open debug": "qarn --open --debug",
-        "open nobody": f"su nobody -c '{OPEN}'", "mc": "ipmitool mc info", "mc raw": "ipmitool raw 6 1",
-    }, qemu_bmc(**OURS))
-    line = identity(seen["mc"].out)
-    for path in ("kcs", "open"):
-        checks.ended(seen[path], line, 0, path + " identity")
-    data = raw(seen["mc raw"].out, 0x1C, 0x01)
-    for path in ("raw", "open raw"):
-        checks.ended(seen[path], line + data, 0, path)
-    for path in ("refused", "open refused"):
-        checks.ended(seen[path], line + "response is 1C 7F C1 \n", 0, path)
-    received = data.removeprefix("response is ").lower()
-    checks.holds(seen["debug"].out, "\n20 18 01 \nrecv:20 " + received, "trace over KCS")
-    checks.same(seen["open debug"].out, line.replace("\n", "\nsend with openipmi:20 18 01 \n", 1), "trace with --open")
-    checks.ended(seen["nobody"], BANNER + 3 * NO_RIGHT + "KCS_INIT error\n", 255, "not root")
-    for path in ("no device", "open nobody"):
-        checks.ended(seen[path], NO_DEVICE, 255, path)
-    for action in ("update", "save", "verify"):
-        refusal = ("Cannot find ORBE C4410/4415\nqarn only support C4410/4415 firmware "
-                   + ("update" if action == "update" else "save") + "\n")
-        checks.ended(seen[action], line + refusal, 1, action + " without the card")
+    """With statuses; FreeIPMI shows the same bytes."""
+    checks.guest(qemu_bmc(**OURS), [
+        ("not root", f"su nobody -c '{SHOW}'", BANNER + 3 * NO_RIGHT + "KCS_INIT error\nstatus 255\n"),
+        ("no device", "qarn --open --nrst", NO_DEVICE),
+        ("no card", "qarn -u image", lambda seen: identity(seen) + NO_CARD),
+        *both_paths(
+            ("identity", SHOW, identity),
+            ("raw", "qarn -e 18 01", lambda seen: identity(seen) + "response is 1C " + seen["peer"].upper()),
+            ("refused", "qarn -e 0x18 7f", lambda seen: identity(seen) + "response is 1C 7F C1 \n")),
+        ("open not root", "su nobody -c 'qarn --open --nrst'", NO_DEVICE), PEER,
+        ("peer", "ipmi-raw -D OPENIPMI 0 6 1 | sed 's/rcvd: //'", None),
+    ])
 
 
 def qemu_on_third_pair(checks):
-    seen = checks.boot({"kcs": SHOW, "load": load_driver(0xCA8), "open": OPEN, "mc": "ipmitool mc info"},
-                       qemu_bmc(**OURS), port=0xCA8)
-    for path in ("kcs", "open"):
-        checks.same(seen[path].out, identity(seen["mc"].out), path + " identity")
-    checks.that(seen["kcs"].wall_us < 2e6, "KCS on the third pair within 2 s", f"{seen['kcs'].wall_us} us")
+    rows = both_paths(("identity", "timeout 2 " + SHOW, identity))
+    checks.guest(qemu_bmc(**OURS), [*rows, PEER], port=0xCA8)
 
 
 def no_interface(checks):
-    seen = checks.boot({"kcs": SHOW, "none": "qarn", "help": "qarn -h", "ip": "qarn -i 1.2.3.256"})
-    checks.ended(seen["kcs"], BANNER + "KCS_INIT error\n", 255, "no interface")
-    checks.ended(seen["help"], seen["none"].out, 0, "usage without a BMC")
-    checks.ended(seen["ip"], BANNER + "1.2.3.256 is not correct ip address\n", 1, "bad address")
-
-
-def independent_simulator(checks):
-    with ipmi_sim() as bmc:
-        seen = checks.boot({"kcs": SHOW, "users": "qarn --users", "load": load_driver(), "open": OPEN,
-                            "mc": "ipmitool mc info"}, bmc)
-    line = identity(seen["mc"].out)
-    for path in ("kcs", "open"):
-        checks.same(seen[path].out, line, path + " identity")
-    checks.same(seen["users"].out, line + "Display Users Name\n", "user list of a BMC that refuses user 1")
+    checks.guest((), [("no interface", SHOW, BANNER + "KCS_INIT error\nstatus 255\n")])
 
 
 def users_and_passwords(checks):
+    def users(seen):
+        names = {int(line[:4]): line[4:20].strip() for line in seen["list"].splitlines() if line[:1].isdigit()}
+        shown = "".join(f"User ID {n}\t:\t\t{names.get(n) or 'NULL'}\n" for n in range(1, 6))
+        return identity(seen) + "Display Users Name\n" + shown
+
+    passwords = ("2 16 sixteen-letters!", "5 16 secret", "3 16 third", "5 16 secret!")
+    test = "".join(f"ipmitool user test {password} 2>/dev/null; " for password in passwords)
     with qarn_bmc(checks.bmc) as bmc:
-        seen = checks.boot({
-            "users": "qarn --users", "set": "qarn --sp0 --sp1=sixteen-letters! --sp4=secret",
-            "load": load_driver(), "open users": "qarn --open --users", "open set": "qarn --open --sp2=third",
-            "list": "ipmitool user list 1",
-            "right": "ipmitool user test 2 16 sixteen-letters! && ipmitool user test 5 16 secret && "
-                     "ipmitool user test 3 16 third", "wrong": "ipmitool user test 5 16 secret!",
-        }, bmc)
-    names = {int(line[:4]): line[4:20].strip() for line in seen["list"].out.splitlines() if line[:1].isdigit()}
-    wanted = "Display Users Name\n" + "".join(f"User ID {n}\t:\t\t{names.get(n) or 'NULL'}\n" for n in range(1, 6))
-    for path in ("users", "open users"):
-        checks.holds(seen[path].out, wanted, path)
-    for path in ("set", "open set", "right"):
-        checks.same(seen[path].status, 0, path + " passwords")
-    checks.that(seen["wrong"].status != 0, "a wrong password is refused")
+        checks.guest(bmc, [
+            ("set", "qarn --sp0 --sp1=sixteen-letters! --sp4=secret", identity),
+            *both_paths(("users", "qarn --users", users)),
+            ("open set", "qarn --open --sp2=third", identity),
+            ("three of four are right", test, "Success\n" * 3 + "Failure: password incorrect\nstatus 1\n"),
+            ("list", "ipmitool user list 1", None), PEER,
+        ])
+
+
+def scripts(checks):
+    """Each request of a script and its answer; on the KCS path a request for another controller is bridged.
+
+    The answer of a bridged request carries the LUN from which it was sent, 2.
+    """
+    def answers(head, peer):
+        return lambda seen: identity(seen) + (f"send: 20 18 01 \nrecv: 20 1C 01 00{seen['bmc']}\n\n"
+                                              f"send: 30 18 01 \nrecv: {head} 01 00{seen[peer]}\n\n"
+                                              f"send: 30 18 7F \nrecv: {head} 7F C1 \n\n")
+
+    raw = "ipmitool {} raw 6 1 2>/dev/null | tr 'a-f\n' 'A-F '"
+    with ipmi_sim() as bmc:
+        checks.guest(bmc, [
+            ("script", "qarn --cfg script", answers("30 1E", "target")), ("load", "load", ""),
+            ("open script", "qarn --open --cfg script", answers("20 1C", "bmc")),
+            ("bmc", raw.format(""), None), ("target", raw.format("-t 0x30"), None), PEER,
+        ], files={"work/script": b"# a remark\n20 18 01 // Get Device ID\n\n301801\n30 18 '\x7f'\n"})
