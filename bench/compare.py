@@ -23,7 +23,8 @@ import machine
 KCS, KERNEL = "own KCS driver", "/dev/ipmi0"
 # One instruction takes one nanosecond; a debug port takes the marks around what is measured.
 QEMU = ["-icount", "shift=0,sleep=off", "-chardev", "null,id=marks",
-        "-device", "isa-debugcon,iobase=0xe9,chardev=marks", "-trace", "memory_region_ops_read", "-trace", "memory_region_ops_write", "-D"]
+        "-device", "isa-debugcon,iobase=0xe9,chardev=marks",
+        "-trace", "memory_region_ops_read", "-trace", "memory_region_ops_write", "-D"]
 FREEIPMI = ["/usr/sbin/" + name for name in ("ipmi-raw", "ipmi-sel", "ipmi-fru", "ipmi-sensors", "ipmi-config")]
 VENDORS = "/usr/share/misc/enterprise-numbers.txt"
 
