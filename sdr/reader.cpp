@@ -95,10 +95,6 @@ bool take_line(Reader* reader, const char* text) {
   return true;
 }
 
-bool has_comment(const char* line) {
-  return std::strchr(line, '#') != nullptr || std::strstr(line, "//") != nullptr;
-}
-
 bool ends_in(const char* path, const char* ending) {
   const size_t length = std::strlen(path);
   const size_t tail = std::strlen(ending);
@@ -112,14 +108,11 @@ bool load_text(FILE* file, sdr_repository* repository) {
   reader.repository = repository;
   reader.lines.file = file;
   reader.lines.room = LINE_ROOM;
-  bool in_comment = false;  // that began in an earlier piece of the line
   while (next_line(&reader.lines)) {
-    const Lines& lines = reader.lines;
-    in_comment = lines.continued && in_comment;
-    char cleaned[LINE_ROOM] = "";
-    if (!in_comment) process_string(lines.text, cleaned, sizeof cleaned);
+    if (reader.lines.in_comment) continue;
+    char cleaned[LINE_ROOM];
+    process_string(reader.lines.text, cleaned, sizeof cleaned);
     if (cleaned[0] != '\0' && !take_line(&reader, cleaned)) return false;
-    in_comment = in_comment || has_comment(lines.text);
   }
   // The end of the file closes what the closing line would close.
   return reader.state != IN_DATA || std::ferror(file) != 0 || end_record(&reader, BEFORE_LENGTH);

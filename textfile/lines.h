@@ -10,11 +10,11 @@ struct Lines {
   int room;         // bytes of `text` in use, its terminator included; at most LINE_ROOM
   unsigned number;  // of the line, from 1
   bool cut;         // the line goes on behind what `text` holds
-  bool continued;   // `text` is not the beginning of its line
+  bool in_comment;  // `text` goes on with a comment that began in an earlier piece of its line
   char text[LINE_ROOM];
 };
 
 // Reads on: a line with its line end, or a piece of one that is longer than the room; the pieces
-// share a number. False at the end of the file or when it cannot be read (see the file's error
-// mark).
+// share a number, and none ends between two slashes. False at the end of the file or when it cannot
+// be read (see the file's error mark).
 bool next_line(Lines* lines);
