@@ -35,6 +35,7 @@ int take_text(Cursor* cursor, std::unique_ptr<char[]>* text, unsigned* length, f
 
 int take_custom_fields(const fru_layout& layout, Cursor* cursor, fru_info* fru, fru_fault* fault) {
   std::unique_ptr<fru_field>* tail = &(fru->*layout.custom);
+  *tail = nullptr;
   fru->*layout.custom_count = 0;
   while (cursor->position < cursor->end) {
     const unsigned at = cursor->position;
