@@ -65,6 +65,7 @@ struct Reader {
 // The next line that carries something; false at the end of the file.
 bool next_cleaned(Reader* reader) {
   while (next_line(&reader->lines)) {
+    if (reader->lines.in_comment) continue;
     process_string(reader->lines.text, reader->cleaned, sizeof reader->cleaned);
     if (reader->cleaned[0] != '\0') return true;
   }
@@ -272,7 +273,7 @@ int read_file(FILE* file, fru_dev* dev) {
 
 int FileToFru(const char* path, fru_dev* dev) {
   init_fru_dev(dev);
-  FILE* file = std::fopen(path, "r");
+  FILE* file = std::fopen(path, "re");
   if (file == nullptr) return 0;
   const int result = read_file(file, dev);
   std::fclose(file);
