@@ -14,7 +14,7 @@
 namespace {
 
 using sim::Bytes;
-using sim::FaultKind;
+using enum sim::FaultKind;
 using Texts = std::vector<std::string>;
 
 // The text of sim::example_fru_image(), as a dump gives it.
@@ -52,8 +52,7 @@ std::string after(const std::string& text, const std::string& mark) {
 // The requests of a run, which must end with this status and these last lines.
 std::string requests_of(const Texts& words, int status, const std::string& end) {
   const RunResult result = run(words);
-  EXPECT_EQ(result.status, status);
-  EXPECT_TRUE(result.out.ends_with(end)) << result.out;
+  EXPECT_TRUE(result.status == status && result.out.ends_with(end)) << result.out;
   return after_identity(result.traffic);
 }
 
@@ -67,13 +66,10 @@ std::string dumped() {
   return content_of(path_of("dump.fru"));
 }
 
-// A device block whose sections are the text.
-std::string block(const std::string& sections) {
-  return "_FRU\n_FRU_TITLE 'x'\n_DEV_ID 00\n" + sections;
-}
+const std::string BLOCK = "_FRU\n_FRU_TITLE 'x'\n_DEV_ID 00\n";  // the sections of a device follow
 
 // Hits one FRU request of this command, after `skip` of them.
-sim::Fault fault(FaultKind kind, int command, unsigned skip, unsigned value,
+sim::Fault fault(sim::FaultKind kind, int command, unsigned skip, unsigned value,
                  const Bytes& bytes = {}) {
   return {kind, 0x0A, command, skip, 1, value, bytes};
 }
@@ -83,16 +79,14 @@ Bytes read_device() {
   openIpmiFlag = 1;
   driverHandle = platform::device_open("/dev/ipmi0");
   fru_dev dev;
-  init_fru_dev(&dev);
   uint8_t built[FRU_IMAGE_ROOM];
   unsigned length = 0;
-  const bool sound =
-      get_fru_dev(&dev) == 1 && build_fru_image(&dev.records[0], built, &length) == 1;
+  if (get_fru_dev(&dev) != 1 || build_fru_image(&dev.records[0], built, &length) != 1) length = 0;
   destroy_fru_dev(&dev);
   platform::device_close(driverHandle);
   driverHandle = -1;
   openIpmiFlag = 0;
-  return sound ? Bytes(built, built + length) : Bytes();
+  return Bytes(built, built + length);
 }
 
 Bytes joined(const std::vector<Bytes>& parts) {
@@ -122,9 +116,8 @@ Bytes area(const Bytes& fixed, const Texts& fields, int type = -1) {
 }
 
 Bytes multirecord(uint8_t type, uint8_t format, const Bytes& data) {
-  Bytes header = {type, format, static_cast<uint8_t>(data.size()), zero_sum(data)};
-  header.push_back(zero_sum(header));
-  return joined({header, data});
+  const Bytes header = {type, format, static_cast<uint8_t>(data.size()), zero_sum(data)};
+  return joined({header, {zero_sum(header)}, data});
 }
 
 // Chassis, board, product, multi-record: an empty one is absent.
@@ -157,62 +150,56 @@ Bytes full_image(int type) {
 TEST(Fru, DumpReadsEachAreaBySixteenBytesAndWritesTheText) {
   serve(sim::example_fru_image());
   const std::string path = path_of("dump.fru");
-  EXPECT_EQ(requests_of({"--wfru", path}, 0,
-                        "Dump FRU to file " + path + "\nDump FRU to File " + path + "\n" + DUMPED),
+  const std::string end = "Dump FRU to file " + path + "\nDump FRU to File " + path + "\n" + DUMPED;
+  EXPECT_EQ(requests_of({"--wfru", path}, 0, end),
             "28 10 00\n28 11 00 00 00 08\n28 11 00 08 00 10\n28 11 00 08 00 10\n"
             "28 11 00 18 00 10\n28 11 00 18 00 10\n28 11 00 28 00 10\n28 11 00 38 00 08\n"
             "28 11 00 40 00 10\n28 11 00 40 00 10\n28 11 00 50 00 10\n28 11 00 60 00 08\n"
             "28 11 00 68 00 10\n28 11 00 68 00 08\n");
   EXPECT_EQ(content_of(path), EXAMPLE);
-}
-
-TEST(Fru, ADeviceThatHidesFromTheProbeIsReadAllTheSame) {
-  serve(sim::example_fru_image());
-  sim::machine().bmc.faults = {fault(FaultKind::refuse, 0x10, 0, 0xC1)};
+  // A device that hides from the probe is read all the same.
+  sim::machine().bmc.faults = {fault(refuse, 0x10, 0, 0xC1)};
   EXPECT_EQ(dumped(), EXAMPLE);
-}
-
-TEST(Fru, RecordOfWholeChunksEndsWithAReadOfNothing) {
+  // A record of whole chunks ends with a read of nothing.
   serve(records_of({multirecord(0xC0, 0x82, Bytes(11, 1))}), 64);
   EXPECT_EQ(
-      requests_of({"--wfru", path_of("dump.fru")}, 0, DUMPED),
+      requests_of({"--wfru", path}, 0, DUMPED),
       "28 10 00\n28 11 00 00 00 08\n28 11 00 08 00 10\n28 11 00 08 00 10\n28 11 00 18 00 00\n");
 }
 
-TEST(Fru, ADeviceWithoutAreasOrWithInternalUseOnlyIsDumped) {
+TEST(Fru, DumpShowsAbsentAreasAndQuotesEmptyCustomFieldsAndBreaksDataIntoLinesOfEight) {
   const std::string absent =
-      "\n_SEE_CHASSIS\n   01\n   00\n   00\n   C0\n   C0\n   C1\n   00\n"
       "\n_SEE_BOARD\n   01\n   00\n   00\n   00 00 00\n   C0\n   C0\n   C0\n   C0\n   C0\n   C1\n"
       "   00\n\n_SEE_PRODUCT\n   01\n   00\n   00\n   C0\n   C0\n   C0\n   C0\n   C0\n   C0\n"
       "   C0\n   C1\n   00\n";
   serve({}, 64);
-  EXPECT_EQ(after(dumped(), "\n_SEE_INTERNAL"), "\n_SEE_INTERNAL\n   01\n" + absent);
-  serve({0xF1, 1, 0, 0, 0, 0, 0, 0x0E, 1, 2, 3}, 64);
-  const std::string text = dumped();
-  EXPECT_NE(text.find("\n_SEE_COMMON\n   01\n   01\n "), std::string::npos);
-  EXPECT_EQ(after(text, "\n_SEE_INTERNAL"), "\n_SEE_INTERNAL\n   00\n" + absent);
-}
-
-TEST(Fru, DumpQuotesEmptyCustomFieldsAndBreaksDataIntoLinesOfEight) {
-  const Bytes data(10, 0x5A);
-  serve(image_of({area({0x17}, {"", "", ""}),
-                  {},
-                  {},
-                  joined({multirecord(1, 0x72, {}), multirecord(0xC0, 0xF2, data)})}));
-  const std::string text = dumped();
-  EXPECT_EQ(after(text, "   17\n").substr(0, 30), "   17\n   C0\n   C0\n   C0\n   ''\n");
-  EXPECT_EQ(after(text, "\n_SEE_MULTIREC"),
-            "\n_SEE_MULTIREC\n\n   01\n   02\n   00\n   00\n   8D     // header checksum\n"
-            "\n   C0\n   82\n   0A\n   7C\n   C8     // header checksum\n"
-            "\n   5A 5A 5A 5A 5A 5A 5A 5A\n   5A 5A");
+  EXPECT_EQ(
+      after(dumped(), "\n_SEE_INTERNAL"),
+      "\n_SEE_INTERNAL\n   01\n\n_SEE_CHASSIS\n   01\n   00\n   00\n   C0\n   C0\n   C1\n   00\n" +
+          absent);
+  const Bytes records =
+      joined({multirecord(1, 0x72, {}), multirecord(0xC0, 0xF2, Bytes(10, 0x5A))});
+  Bytes image = image_of({area({0x17}, {"", "", ""}), {}, {}, records});
+  image[0] = 0xF1;
+  image[1] = 1;  // internal use, whose length is stored nowhere
+  image[7] += 0x0F;
+  serve(image);
+  EXPECT_EQ(after(dumped(), "\n_SEE_COMMON"),
+            "\n_SEE_COMMON\n   01\n   01\n   01\n   00\n   00\n   02\n   00\n   0B\n"
+            "\n_SEE_INTERNAL\n   00\n"
+            "\n_SEE_CHASSIS\n   01\n   01\n   17\n   C0\n   C0\n   C0\n   ''\n   C1\n   E6\n" +
+                absent +
+                "\n_SEE_MULTIREC\n\n   01\n   02\n   00\n   00\n   8D     // header checksum\n"
+                "\n   C0\n   82\n   0A\n   7C\n   C8     // header checksum\n"
+                "\n   5A 5A 5A 5A 5A 5A 5A 5A\n   5A 5A");
 }
 
 TEST(Fru, UpdateWritesTheImageOfTheTextBySixteenBytes) {
   serve(Bytes(113, 0xEE));
   const std::string requests = update_with(EXAMPLE);
   EXPECT_EQ(device().contents, joined({sim::example_fru_image(), {0xEE}}));
-  EXPECT_EQ(requests.substr(0, 70),
-            "28 10 00\n28 12 00 00 00 01 00 01 03 08 0D 00 E6 01 02 17 C4 43 50 2D 3");
+  EXPECT_TRUE(requests.starts_with(
+      "28 10 00\n28 12 00 00 00 01 00 01 03 08 0D 00 E6 01 02 17 C4 43 50 2D 3"));
   EXPECT_EQ(after(requests, "28 12 00 60"),
             "28 12 00 60 00 C1 00 00 00 00 00 00 23 C0 82 03 A0 1B 10 20 30\n");
 }
@@ -236,10 +223,7 @@ TEST(Fru, EveryAreaFieldAndRecordSurvivesDumpAndUpdate) {
 TEST(Fru, TheSampleFileIsWrittenAsItStands) {
   serve({}, 1024);
   requests_of({"--fru", "data/sample.fru"}, 0, UPDATED);
-  const std::string text = dumped();
-  for (const char* field : {"'Rack 7'", "'BRD00042'", "'ASSET-123'", "   10 20 30 40"}) {
-    EXPECT_NE(text.find(field), std::string::npos) << field;
-  }
+  EXPECT_NE(dumped().find("'ASSET-123'"), std::string::npos);
 }
 
 TEST(Fru, EachBlockIsWrittenToItsOwnDevice) {
@@ -250,64 +234,49 @@ TEST(Fru, EachBlockIsWrittenToItsOwnDevice) {
       "_ACCESS_LUN 3\nnothing\n_see_common // the pad is kept\n 01 FF FF FF FF FF 5A FF\n"
       "_SEE_BOARD\n01 00\n_SEE_COMMON\n09\n"  // too late: bytes of an absent area
       "_FRU_TITLE 'two'\n_DEV_ID 00\n_SEE_COMMON\n 02 00 00 00 00 00 00 00";
-  fru_dev dev;
-  ASSERT_EQ(FileToFru(file_with("two.fru", two).c_str(), &dev), 1);
-  ASSERT_EQ(fru_count(dev), 2U);
-  EXPECT_STREQ(dev.records[0].title.get(), "one");
-  EXPECT_STREQ(dev.records[1].title.get(), "two");
-  EXPECT_EQ(dev.records[0].data_len, 0x0102);
-  EXPECT_EQ(dev.records[0].bus_id, 0x0A);
-  EXPECT_EQ(dev.records[0].access_lun, 3);
-  EXPECT_EQ(destroy_fru_dev(&dev), 1);
-  EXPECT_EQ(destroy_fru_dev(&dev), 1);
   EXPECT_EQ(update_with(two),
-            "28 10 07\n28 12 07 00 00 01 00 00 00 00 00 5A A5\n"
-            "28 10 00\n28 12 00 00 00 02 00 00 00 00 00 00 FE\n");
-}
-
-// The image that one section of a block gives.
-Bytes image_from(const std::string& section) {
+            "28 10 07\n28 12 07 00 00 01 00 00 00 00 00 5A A5\n28 10 00\n"
+            "28 12 00 00 00 02 00 00 00 00 00 00 FE\n");
   fru_dev dev;
-  EXPECT_EQ(FileToFru(file_with("one.fru", block(section)).c_str(), &dev), 1) << section;
-  uint8_t image[FRU_IMAGE_ROOM];
-  unsigned length = 0;
-  EXPECT_EQ(build_fru_image(&dev.records[0], image, &length), 1) << section;
-  const Bytes first(image, image + length);
-  EXPECT_EQ(build_fru_image(&dev.records[0], image, &length), 1);
-  EXPECT_EQ(Bytes(image, image + length), first);  // building changes the model, not the image
+  ASSERT_EQ(FileToFru(path_of("new.fru").c_str(), &dev), 1);
+  ASSERT_EQ(FruToFile(path_of("two.fru").c_str(), &dev), 1);
   destroy_fru_dev(&dev);
-  return first;
+  const std::string text = content_of(path_of("two.fru"));
+  EXPECT_TRUE(
+      text.starts_with("_FRU\n\n_FRU_TITLE 'one'\n_DATA_LEN 0258\n_DEV_ACCESS_ADDR 00\n"
+                       "_DEV_SLAVE_ADDR 00\n_DEV_ID 07\n_DEV_ACCESS_LUN 03\n_BUS_ID 0A\n\n"));
+  EXPECT_NE(text.find("\n_FRU_TITLE 'two'\n_DATA_LEN 0000\n"), std::string::npos);
 }
 
 TEST(Fru, LengthsPaddingOffsetsAndEndBitsComeOutRight) {
   const Bytes nothing = {1, 0, 0, 0, 0, 0, 0, 0xFF};
   const Bytes internal = {1, 1, 0, 0, 0, 0, 0, 0xFE};
   const Bytes empty_board = area({0x19, 0, 0, 0}, {"", "", "", "", ""});
-  const struct {
-    const char* section;
-    Bytes image;
-  } cases[] = {
+  const Bytes wide_board =
+      joined({{1, 5, 0x19, 0, 0, 0}, Bytes(5, 0xC0), {0xC1}, Bytes(27), {0x60}});
+  const std::pair<const char*, Bytes> cases[] = {
       {"", nothing},
       {"_SEE_INTERNAL\n05\n", nothing},
       {"_SEE_INTERNAL\n05 AA", joined({internal, {5, 0xAA, 0, 0, 0, 0, 0, 0}})},
       {"_SEE_INTERNAL\n05 'seven77'", joined({internal, {5, 's', 'e', 'v', 'e', 'n', '7', '7'}})},
-      {"_SEE_INTERNAL\n05 'eight888'",
-       joined({internal, {5, 'e', 'i', 'g', 'h', 't', '8', '8', '8'}, Bytes(7)})},
+      {"_SEE_INTERNAL\n05 '88888888'", joined({internal, {5}, Bytes(8, '8'), Bytes(7)})},
       {"_SEE_CHASSIS\n0F 7F 17 02 'AB' C1 'X' C1", image_of({area({0x17}, {"AB", "X"})})},
       {"_SEE_CHASSIS\n01 7F 17 C0 C0 C1 'X' C1", image_of({area({0x17}, {"", ""})})},
       {"_SEE_CHASSIS\n01 00 17 anything", nothing},
       {"_SEE_BOARD\n01 01 19 000000 C0C0C0C0C0 C1", image_of({{}, empty_board})},
       {"_SEE_BOARD\n01 02 19 000000 C0C0C0C0C0 C1", image_of({{}, empty_board})},
+      {"_SEE_BOARD\n01 05 19 000000 C0C0C0C0C0 C1", image_of({{}, wide_board})},
       {"_SEE_PRODUCT\n01 7F 00 C2 'AB' C0C0C0C0C0C0 C0 C1",
        image_of({{}, {}, area({0}, {"AB", "", "", "", "", "", "", ""})})},
       {"_SEE_MULTIREC\n00 82 00 00 00", nothing},
       {"_SEE_MULTIREC\nC0 72 01 00 00 11  C1 F3 00 00 00  C2 80",
-       {1, 0, 0, 0, 0, 1, 0, 0xFE, 0xC0, 2, 1, 0xEF, 0x4E, 0x11, 0xC1, 0x83, 0, 0, 0xBC}},
+       records_of({multirecord(0xC0, 2, {0x11}), multirecord(0xC1, 0x83, {})})},
   };
-  for (const auto& one : cases) EXPECT_EQ(image_from(one.section), one.image) << one.section;
-  const Bytes kept = image_from("_SEE_BOARD\n01 05 19 000000 C0C0C0C0C0 C1");
-  EXPECT_EQ(kept.size(), 8U + 40U);
-  EXPECT_EQ(kept[9], 5);
+  for (const auto& [section, image] : cases) {
+    serve(Bytes(image.size(), 0xEE));
+    update_with(BLOCK + section);
+    EXPECT_EQ(device().contents, image) << section;
+  }
 }
 
 // A board area of 16 bytes whose last five, behind its texts, are `tail`; the date makes its
@@ -322,9 +291,10 @@ TEST(FruFaults, ABrokenDeviceIsNoDump) {
   const Bytes good = sim::example_fru_image();
   // Empty custom fields: its second chunk holds zeros only.
   const Bytes zeros = image_of({joined({{1, 5}, Bytes(30), {0xC1, 0, 0, 0, 0, 0, 0, 0x39}})});
-  Bytes bad_second = records_of({multirecord(0xC0, 2, {1, 2}), multirecord(0xC0, 0x82, {1, 2})});
+  const Bytes unended = multirecord(0xC0, 2, {1, 2});
+  Bytes bad_second = records_of({unended, multirecord(0xC0, 0x82, {1, 2})});
   bad_second.back()++;
-  const Bytes miscounted = {0, 7, 1, 0, 1, 3, 8, 0x0D, 0, 0xE6};
+  const sim::Fault miscounted = fault(answer, 0x11, 0, 0, {0, 7, 1, 0, 1, 3, 8, 0x0D, 0, 0xE6});
   const struct {
     const char* name;
     Bytes image;
@@ -332,21 +302,19 @@ TEST(FruFaults, ABrokenDeviceIsNoDump) {
     int claimed_size = -1;
     unsigned answer_limit = 0;
   } cases[] = {
-      {"erased", Bytes(256, 0xFF)},
-      {"header refused", good, {fault(FaultKind::refuse, 0x11, 0, 0xCB)}},
-      {"header cut", good, {fault(FaultKind::shorten, 0x11, 0, 9)}},
-      {"header with another count", good, {fault(FaultKind::answer, 0x11, 0, 0, miscounted)}},
-      {"answers of 4 bytes", good, {}, -1, 4},
+      {"header refused", good, {fault(refuse, 0x11, 0, 0xCB)}},
+      {"header cut", good, {fault(shorten, 0x11, 0, 9)}},
+      {"header with another count", good, {miscounted}},
       {"answers of 8 bytes", good, {}, -1, 8},
-      {"refused in the middle", good, {fault(FaultKind::refuse, 0x11, 5, 0x81)}},
-      {"refused where zeros are", zeros, {fault(FaultKind::refuse, 0x11, 3, 0x81)}},
-      {"empty answer", good, {fault(FaultKind::shorten, 0x11, 5, 0)}},
+      {"refused in the middle", good, {fault(refuse, 0x11, 5, 0x81)}},
+      {"refused where zeros are", zeros, {fault(refuse, 0x11, 3, 0x81)}},
+      {"empty answer", good, {fault(shorten, 0x11, 5, 0)}},
       {"area of length 0", image_of({Bytes(40)})},
       {"area behind the end", Bytes{1, 0, 0xFF, 0, 0, 0, 0, 0}},
       {"no end mark", board_ending({0, 0, 0, 0, 0})},
       {"end mark is the checksum", board_ending({0, 0, 0, 0, 0xC1})},
       {"field behind the end", board_ending({0xC5, 0, 0, 0, 0})},
-      {"no end bit", records_of({multirecord(0xC0, 2, {1, 2}), multirecord(0xC0, 2, {1, 2})})},
+      {"no end bit", records_of({unended, unended})},
       {"second record bad", bad_second},
       {"says it is smaller", good, {}, 110},
   };
@@ -364,38 +332,32 @@ TEST(FruFaults, ABrokenDeviceIsNoDump) {
 }
 
 TEST(FruFaults, ZerosAreNoEndlessListOfRecords) {
-  for (const int claimed : {64, 0}) {  // 0: it does not tell, 65536 bytes bound the list
-    serve(records_of({Bytes(8)}), claimed > 0 ? 1024 : 0x10000).claimed_size = claimed;
+  // A device that does not tell its size may have 65536 bytes.
+  for (const auto& [claimed, last] :
+       {std::pair{64, "28 11 00 3A 00 05\n"}, {0, "28 11 00 F8 FF 05\n"}}) {
+    serve(records_of({Bytes(8)}), 0x10000).claimed_size = claimed;
     EXPECT_EQ(read_device(), Bytes());
-    const std::string requests = sim::transcript();
-    const std::string last = claimed > 0 ? "28 11 00 3A 00 05\n" : "28 11 00 F8 FF 05\n";
-    EXPECT_EQ(requests.substr(requests.size() - last.size()), last);
+    EXPECT_TRUE(sim::transcript().ends_with(last));
   }
 }
 
 TEST(FruFaults, EveryCorruptByteAndEveryTruncationIsReadRightOrIsAFault) {
-  const Bytes good =
-      image_of({area({0x17}, {"CP-1", "CS123"}), area({0, 1, 2, 3}, {"a", "b", "c", "d", "e"}),
-                area({0}, {"Maker", "Server", "S-1", "1.0", "X1", "", "", "custom"}),
-                multirecord(0xC0, 0x82, Bytes(100, 0x11))});
-  const Bytes image = joined({good, Bytes(256 - good.size(), 0x33)});
+  const Bytes good = sim::example_fru_image();
+  const Bytes image = joined({good, Bytes(20, 0x33)});
   for (size_t at = 0; at < image.size(); at++) {
     for (const int flip : {0x01, 0x08, 0x40, 0x80, 0x3F, 0xFF}) {
       serve(image).contents[at] ^= static_cast<uint8_t>(flip);
       EXPECT_EQ(read_device(), at < good.size() ? Bytes() : good) << at << " ^ " << flip;
     }
-  }
-  for (size_t length = 0; length <= image.size(); length++) {
-    serve(image).contents.resize(length);
-    EXPECT_EQ(read_device(), length < good.size() ? Bytes() : good) << length;
+    serve(image).contents.resize(at);
+    EXPECT_EQ(read_device(), at < good.size() ? Bytes() : good) << at;
   }
 }
 
 TEST(FruFaults, ADumpThatCannotBeWrittenWholeFails) {
   serve(sim::example_fru_image());
-  for (const char* path : {"/dev/full", "/nowhere/dump.fru"}) {
-    requests_of({"--wfru", path}, 1, "writing file......fail\n");
-  }
+  requests_of({"--wfru", "/dev/full"}, 1, "writing file......fail\n");
+  requests_of({"--wfru", "/nowhere/dump.fru"}, 1, "writing file......fail\n");
 }
 
 // The text, so many times the line, the end.
@@ -405,38 +367,37 @@ std::string repeated(std::string text, int count, const std::string& line, const
 }
 
 TEST(FruFaults, ARefusedFileNamesTheLineAndWritesNothing) {
-  const std::string common = "_SEE_COMMON\n01 00 00 00 00 00 00 00\n";
-  const struct {
-    std::string text;
-    std::string line;  // "": no line, the file has nothing to read
-  } cases[] = {
-      {"_FRU\n_FRU_TITLE 'x'\n", ""},
-      {block("_SEE_COMMON\n01 00 00\n00 00 00 00\n"), "line 6: "},
-      {block("_SEE_CHASSIS\n01 02\n"), "line 5: "},
-      {block("_SEE_CHASSIS\n01 02 17\nC2 'AB'\n\n# end\n"), "line 6: "},
-      {block("_SEE_CHASSIS\n01 02 17\nC2 'AB'\nC3\n'CD'\n"), "line 7: "},
-      {block("_SEE_CHASSIS\n01 02 17\nC0 C0\nC2 'CD'\n_SEE_BOARD\n01 00\n"), "line 7: "},
-      {block("_SEE_BOARD\n01 02 17 00\n00\n"), "line 6: "},
-      {block("_SEE_PRODUCT\n01 01 00\nC0 C0 C0 C0 C0\n C0\n"), "line 7: "},
-      {block("_SEE_MULTIREC\nC0 82 03\n"), "line 5: "},
-      {block("_SEE_MULTIREC\nC0 02 01 00 00\n11\nC0 82 03 00 00\n11 22\n"), "line 7: "},
-      {block("_SEE_MULTIREC\nC0 02 01 00 00\n11\n"), "line 6: "},
-      {block(common) + "_FRU_TITLE 'y'\n_SEE_BOARD\n", "line 6: "},
-      {block(common) + "_DEV_ID 01\n", "line 6: "},
-      {repeated(block("_SEE_PRODUCT\n01 01 00\n"), 52, "'" + std::string(40, 'x') + "'\n"),
-       "line 57: "},
-      {repeated(block("_SEE_COMMON\n"), 33, "01 00 00 00 00 00 00 00\n"), "line 37: "},
-      {block("_SEE_COMMON\n" + std::string(300, ' ') + "01\n\n02\n"), "line 7: "},
+  const std::string common = BLOCK + "_SEE_COMMON\n";
+  const std::string chassis = BLOCK + "_SEE_CHASSIS\n01 02";
+  const std::string product = BLOCK + "_SEE_PRODUCT\n01 01 00\n";
+  const std::string records = BLOCK + "_SEE_MULTIREC\nC0 ";
+  const std::string eight = "01 00 00 00 00 00 00 00\n";
+  const std::pair<std::string, std::string> cases[] = {
+      {"_FRU\n_FRU_TITLE 'x'\n", ""},  // no line, the file has nothing to read
+      {common + "01 00 00\n00 00 00 00\n", "line 6: "},
+      {chassis + "\n", "line 5: "},
+      {chassis + " 17\nC2 'AB'\n\n# end\n", "line 6: "},
+      {chassis + " 17\nC2 'AB'\nC3\n'CD'\n", "line 7: "},
+      {chassis + " 17\nC0 C0\nC2 'CD'\n_SEE_BOARD\n01 00\n", "line 7: "},
+      {BLOCK + "_SEE_BOARD\n01 02 17 00\n00\n", "line 6: "},
+      {product + "C0 C0 C0 C0 C0\n C0\n", "line 7: "},
+      {records + "82 03\n", "line 5: "},
+      {records + "02 01 00 00\n11\nC0 82 03 00 00\n11 22\n", "line 7: "},
+      {records + "02 01 00 00\n11\n", "line 6: "},
+      {common + eight + "_FRU_TITLE 'y'\n_SEE_BOARD\n", "line 6: "},
+      {common + eight + "_DEV_ID 01\n", "line 6: "},
+      {repeated(product, 52, "'" + std::string(40, 'x') + "'\n"), "line 57: "},
+      {repeated(common, 33, eight), "line 37: "},
+      {common + std::string(300, ' ') + "01\n\n02\n", "line 7: "},
   };
-  for (const auto& refused : cases) {
-    const std::string path = file_with("refused.fru", refused.text);
+  for (const auto& [text, line] : cases) {
+    const std::string path = file_with("refused.fru", text);
     fru_dev dev;
     const std::string out = console_of([&] { EXPECT_EQ(FileToFru(path.c_str(), &dev), 0); });
-    EXPECT_EQ(out.substr(0, refused.line.size()), refused.line) << refused.text;
-    EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), refused.line.empty() ? 0 : 1);
+    EXPECT_TRUE(out.starts_with(line)) << out << text;
+    EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), line.empty() ? 0 : 1);
     EXPECT_EQ(fru_count(dev), 0U);
   }
-  serve({}, 1024);
   const std::string path = path_of("refused.fru");
   const char reason[] = "reading file......\nline 7: the common section has fewer than 8 bytes\n";
   EXPECT_EQ(requests_of({"--fru", path}, 1, reason + ("Cannot read file " + path) + "\n"), "");
@@ -451,12 +412,13 @@ TEST(FruFaults, AnImageThatDoesNotFitIsRefusedBeforeTheFirstWrite) {
   const std::string far =  // a chassis area that begins at byte 2056
       repeated("_SEE_INTERNAL\n01\n", 51, "'" + std::string(40, 'i') + "'\n") + chassis + "C1\n";
   serve({}, 4096);
-  update_with(repeated(block(product), 31, longest) + record);
+  update_with(repeated(BLOCK + product, 31, longest) + record);
   const std::string refused[] = {
-      block(far),
-      repeated(block(product), 31, longest, "EC '") + std::string(44, 'y') + "' C1\n",  // 256 units
-      repeated(repeated(block(chassis), 31, longest, "C1\n") + product, 8, longest) + record,
-      block("") + "_SEE_COMMON\n_FRU_TITLE 'two'\n_DEV_ID 01\n" + far,
+      BLOCK + far,
+      repeated(BLOCK + product, 31, longest, "EC '") + std::string(44, 'y') +
+          "' C1\n",  // 256 units
+      repeated(repeated(BLOCK + chassis, 31, longest, "C1\n") + product, 8, longest) + record,
+      BLOCK + "_SEE_COMMON\n_FRU_TITLE 'two'\n_DEV_ID 01\n" + far,
   };
   for (const std::string& text : refused) EXPECT_EQ(update_with(text, NOT_UPDATED), "");
   serve({}, 111);
@@ -474,7 +436,6 @@ TEST(FruFaults, AWriteThatIsRefusedEndsTheUpdate) {
 
 TEST(FruFaults, AFieldOver63BytesIsNotBuilt) {
   fru_info fru;
-  init_fru_info(&fru);
   uint8_t image[FRU_IMAGE_ROOM];
   unsigned length = 0;
   fru.chassis_len = 1;
@@ -482,8 +443,6 @@ TEST(FruFaults, AFieldOver63BytesIsNotBuilt) {
     fru.chassis_part_number = make_text(std::string(size, 'x').data(), size);
     EXPECT_EQ(build_fru_image(&fru, image, &length), size == 63 ? 1 : 0);
   }
-  EXPECT_EQ(write_fru_info(&fru), 0);
-  destroy_fru_info(&fru);
 }
 
 }  // namespace
