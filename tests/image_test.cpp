@@ -1,121 +1,68 @@
 // The image reader: names, portions, S-records in every shape, images that are refused.
-#include <sys/stat.h>
+#include <cstring>
 
 #include "tests/firmware_support.h"
 
 namespace {
 
-using Portions = std::vector<std::pair<uint32_t, Bytes>>;  // base, bytes
+std::string portion(const std::string& address, const std::string& bytes) {
+  return "." + address + " " + padded(bytes, PORTION_SIZE);
+}
 
-// All portions up to the one that ends the image.
-Portions portions_of(const std::string& name, const std::string& content) {
-  Portions portions;
-  name_image(file_with(name, content));
-  console_of([&] {
-    if (init_data(&data) != 1) return;
-    while (data.eof == 0 && portions.size() < 100) {
+// What the console says while an image is read, and each portion of it.
+std::string reading_of(const std::string& path) {
+  std::strcpy(flashfilename, path.c_str());
+  return console_of([] {
+    const int opened = init_data(&data);
+    EXPECT_EQ(fp != nullptr, opened == 1);
+    for (int left = 9 * opened; left > 0 && data.eof == 0; left--) {
       read_data(&data);
-      EXPECT_EQ(data.pos, data.base);
-      portions.push_back({data.base, Bytes(data.bytes, data.bytes + PORTION_SIZE)});
+      std::printf("%08X ", data.pos);
+      std::fwrite(data.bytes, 1, PORTION_SIZE, stdout);
     }
     close_image();
   });
-  return portions;
-}
-
-std::string refusal_of(const std::string& path) {
-  name_image(path);
-  return console_of([] {
-    EXPECT_EQ(init_data(&data), 0);
-    EXPECT_EQ(fp, nullptr);
-  });
-}
-
-std::string refusal_of_records(const std::string& content) {
-  return refusal_of(file_with("fw.mot", content));
 }
 
 TEST(Image, NameDecidesHowItIsRead) {
-  const std::string record = srecords(0x1000, {0x41});
-  for (const char* name : {"fw.MOT", "fw.mot.bak", "fw.bin", "fw", ".mot.mot", "fw.mot.bin"}) {
-    EXPECT_EQ(portions_of(name, record).at(0).second[0], 'S') << name;
+  std::string firsts;  // of each image: the record's data, or the record itself
+  for (const char* name :
+       {"fw.mot", ".mot", "fw.bin.mot", "fw.mot.bin", ".mot.mot", "fw.MOT", "fw"}) {
+    firsts += reading_of(file_with(name, srecords(0x1000, "d"))).at(10);
   }
-  for (const char* name : {"fw.mot", ".mot", "fw.bin.mot"}) {
-    EXPECT_EQ(portions_of(name, record).at(0).second[0], 0x41) << name;
-  }
+  EXPECT_EQ(firsts, "dddSSSS");
 }
 
-// Whatever the length of a record and the end of a line, and whether the last line has one.
-TEST(Image, ContiguousRecordsFillPortions) {
-  const uint32_t base = 0xFFF04000;
-  const Bytes bytes = noise(8192 + 700);
-  const Portions expected = {{base, slice(bytes, 0, 4096)},
-                             {base + 4096, slice(bytes, 4096, 4096)},
-                             {base + 8192, erased_but(4096, {{0, slice(bytes, 8192, 700)}})}};
-  for (const size_t length : {16U, 32U, 100U, 250U}) {
-    for (const char* line_end : {"\r\n", "\n", "\r"}) {
-      const std::string content =
-          "S0030000FC" + (line_end + srecords(base, bytes, length, line_end));
-      const std::string cut = content.substr(0, content.find_last_not_of("\r\n") + 1);
-      EXPECT_EQ(portions_of("fw.mot", content), expected) << length;
-      EXPECT_EQ(portions_of("fw.mot", cut), expected) << length;
-    }
+TEST(Image, RecordIsPlacedOrRefusedWithItsLine) {
+  const std::string others = "S00600004844521B\r\nS1051000AABB00\r\n\r\nnote\r\nS30500000000FA\r\n";
+  const std::string bytes = noise(5000);
+  const std::string refused = "cannot use the image: line ";
+  const std::string too_short = refused + "1: the line is shorter than its byte count\n";
+  std::vector<std::pair<std::string, std::string>> cases = {
+      {others, portion("00000000", "")},
+      {others + "S3070001F000abCD00 \t\rS3060001F002EF00\nS3060001F003FE00\r\n" + others,
+       portion("0001F000", "\xAB\xCD\xEF\xFE")},
+      // A portion ends within a record.
+      {"S306FFF03FFF2100\n" + srecords(0xFFF04000, bytes),
+       portion("FFF03FFF", "!" + bytes.substr(0, 4095)) + portion("FFF04FFF", bytes.substr(4095))},
+      // A gap is erased, a long one closes the portion. The last line has no end.
+      {srecords(0x10000, "start") + srecords(0x10FA0, "near") + "S306000113884600",
+       portion("00010000", padded("start", 4000) + "near") + portion("00011388", "F")},
+      {"S30600001000AA00\nS306000010G1BB00",
+       refused + "2: a character is not a hexadecimal digit\n"},
+      {"S3 600001000AA00\n", refused + "1: a character is not a hexadecimal digit\n"},
+      {"\n\r\n\rS3040000100000\n", refused + "4: the byte count is below 5\n"},
+      {"S30600001000AABB00\n", refused + "1: the line is longer than its byte count\n"},
+      {"S3FF" + std::string(100000, '0'), refused + "1: the line is longer than its byte count\n"},
+      {std::string("S306000010\0000AA00\n", 18), too_short},
+      {"S30700001000AABB00\nS30600001001CC00", refused + "2: the data is out of ascending order\n"},
+      {"S307FFFFFFFFAABB00\n", refused + "1: the data runs past the last address\n"}};
+  for (size_t length = 2; length < 16; length++) {
+    cases.push_back({std::string("S30600001000AA00").substr(0, length), too_short});
   }
-}
-
-TEST(Image, GapIsErasedAndALongOneClosesThePortion) {
-  const Bytes start = noise(1000);
-  const Bytes near = noise(10, 2);
-  const Bytes far = noise(16, 3);
-  std::string content =
-      srecords(0x10000, start) + srecords(0x10000 + 4000, near) + srecords(0x10000 + 5000, far);
-  content.resize(content.size() - 2);  // its line is the last one, without an end
-  EXPECT_EQ(portions_of("fw.mot", content),
-            (Portions{{0x10000, erased_but(4096, {{0, start}, {4000, near}})},
-                      {0x10000 + 5000, erased_but(4096, {{0, far}})}}));
-}
-
-TEST(Image, OtherLinesAndEmptyRecordsAddNothing) {
-  const std::string others =
-      "S00600004844521B\r\nS1051000AABB00\r\nS206100000AACC00\r\n\r\nnote\r\nS30500000000FA\r\n"
-      "S5030001FB\r\nS70500000000FA\r\n";
-  EXPECT_EQ(portions_of("fw.mot", others), (Portions{{0, erased_but(4096, {})}}));
-  EXPECT_EQ(portions_of("fw.mot", others + "S3070001F000abCD00 \t\r\n" + others),
-            (Portions{{0x1F000, erased_but(4096, {{0, {0xAB, 0xCD}}})}}));
-}
-
-TEST(Image, RecordThatCannotBePlacedIsRefusedWithItsLine) {
-  const std::pair<std::string, std::string> cases[] = {
-      {"S30600001000AA00\nS306000010G1BB00\n", "line 2: a character is not a hexadecimal digit"},
-      {"S30600001000A-00\n", "line 1: a character is not a hexadecimal digit"},
-      {"S3 600001000AA00\n", "line 1: a character is not a hexadecimal digit"},
-      {"\n\r\n\rS3040000100000\n", "line 4: the byte count is below 5"},
-      {"S30700001000AA00\n", "line 1: the line is shorter than its byte count"},
-      {"S30600001000AABB00\n", "line 1: the line is longer than its byte count"},
-      {"S30600001000AA00\nS30600000FFFBB00\n", "line 2: the data is out of ascending order"},
-      {"S30700001000AABB00\nS30600001001CC00\n", "line 2: the data is out of ascending order"},
-      {"S307FFFFFFFFAABB00\n", "line 1: the data runs past the last address"},
-  };
-  for (const auto& [content, reason] : cases) {
-    EXPECT_EQ(refusal_of_records(content), "cannot use the image: " + reason + "\n");
+  for (const auto& [content, console] : cases) {
+    EXPECT_EQ(reading_of(file_with("fw.mot", content)), console) << content;
   }
-  EXPECT_NE(refusal_of_records(std::string("S306000010\0000AA00\n", 18)), "");
-  EXPECT_NE(refusal_of_records("S3FF" + std::string(100000, '0')), "");
-  const std::string record = srecords(0x1000, noise(4), 16, "");
-  for (size_t length = 2; length < record.size(); length++) {
-    EXPECT_EQ(refusal_of_records(srecords(0, noise(3)) + record.substr(0, length)),
-              "cannot use the image: line 2: the line is shorter than its byte count\n");
-  }
-}
-
-TEST(Image, WhatIsNoRegularFileIsRefusedWithoutWaiting) {
-  const std::string fifo = path_of("fifo.mot");
-  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-  for (const std::string& path : {fifo, path_of(""), std::string("/dev/zero")}) {
-    EXPECT_EQ(refusal_of(path), "cannot open the data file: " + path +
-                                    "\ncannot use the image: it is not a regular file\n");
-  }
-  EXPECT_EQ(refusal_of("missing"), "cannot open the data file: missing\n");
 }
 
 }  // namespace
