@@ -1,26 +1,42 @@
 // What the fuzz targets share: an input taken apart, files, a fresh machine, a broken promise.
 #pragma once
-#include <cstddef>
 #include <cstdint>
-#include <string>
+#include <cstdlib>
+#include <fstream>
 
+#include "platform/platform.h"
 #include "sim/machine.h"
+#include "transport/transaction.h"
 
-extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size);
 
 namespace fuzz {
 
-uint8_t take(std::string* input);  // its first byte, which goes; 0 when there is none
+// Makes a fresh machine without a fault, the kernel's device open, and returns the input. Over that
+// device a failed transaction returns; over the ports it would end the process.
+inline std::string start(const uint8_t* bytes, size_t size) {
+  sim::reset(sim::Kind::card);
+  openIpmiFlag = 1;
+  driverHandle = platform::device_open("/dev/ipmi0");
+  return {bytes, bytes + size};
+}
 
-// Writes a file in this process's own folder, which is the current one; returns its name.
-const char* file(const char* name, const std::string& content);
+// The input's first byte, which goes; 0 when there is none.
+inline uint8_t take(std::string* input) {
+  const char first = input->empty() ? '\0' : input->front();
+  input->erase(0, 1);
+  return static_cast<uint8_t>(first);
+}
 
-// A fresh machine without a fault, the product's switches as they are at start, the kernel's device
-// open. Over that device a failed transaction returns; over the ports it would end the process.
-void start(sim::Kind kind);
+// Writes a file in the current folder, which is the target's own; returns its name.
+inline const char* file(const char* name, const std::string& content) {
+  std::ofstream(name, std::ios::binary) << content;
+  return name;
+}
 
 // A promise that does not hold is a finding.
-void require(bool holds);
+inline void require(bool holds) {
+  if (!holds) std::abort();
+}
 
 }  // namespace fuzz
