@@ -16,21 +16,13 @@ int qarn_main(int argc, char** argv);
 
 namespace {
 
-constexpr int NO_STATUS = -1;
-
 // Removed with all its files when the test program ends; a child only borrows it.
 struct Folder {
-  std::string path;
-  pid_t owner = getpid();
-  Folder() {
-    std::string name = testing::TempDir() + "qarn_test_XXXXXX";
-    path = mkdtemp(name.data()) != nullptr ? name : testing::TempDir();
-  }
+  std::string path = testing::TempDir() + "qarn_test_XXXXXX";
+  pid_t owner = mkdtemp(path.data()) != nullptr ? getpid() : 0;
   ~Folder() {
     std::error_code ignored;
-    if (getpid() == owner && path != testing::TempDir()) {
-      std::filesystem::remove_all(path, ignored);
-    }
+    if (getpid() == owner) std::filesystem::remove_all(path, ignored);
   }
 };
 
@@ -39,7 +31,7 @@ const std::string& folder() {
   return kept.path;
 }
 
-// Points standard output to the file; returns a handle for `back_to`.
+// Points standard output to the file; returns a handle to what it was.
 int divert_to(const std::string& path) {
   std::fflush(stdout);
   const int before = dup(STDOUT_FILENO);
@@ -49,23 +41,16 @@ int divert_to(const std::string& path) {
   return before;
 }
 
-void back_to(int before) {
-  std::fflush(stdout);
-  dup2(before, STDOUT_FILENO);
-  close(before);
-}
-
-[[noreturn]] void run_child(const std::vector<std::string>& words) {
+[[noreturn]] void run_child(std::vector<std::string> words) {
   close(divert_to(path_of("run.out")));
   sim::save_state(path_of("run.state"), sim::machine().bmc);
   sim::keep_state(path_of("run.state"));
   sim::keep_transcript(path_of("run.traffic"));
-  std::vector<std::string> line = {"qarn"};
-  line.insert(line.end(), words.begin(), words.end());
+  words.insert(words.begin(), "qarn");
   std::vector<char*> arguments;
-  for (std::string& word : line) arguments.push_back(word.data());
+  for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
-  std::exit(qarn_main(static_cast<int>(line.size()), arguments.data()));
+  std::exit(qarn_main(static_cast<int>(words.size()), arguments.data()));
 }
 
 std::string taken(const std::string& name) {
@@ -84,14 +69,11 @@ RunResult run(const std::vector<std::string>& words) {
   if (child == 0) run_child(words);
   int raw = 0;
   const bool ended = child > 0 && waitpid(child, &raw, 0) == child;
-  RunResult result;
-  result.status = NO_STATUS;
-  if (ended && WIFEXITED(raw)) result.status = WEXITSTATUS(raw);
-  if (ended && WIFSIGNALED(raw)) result.status = 128 + WTERMSIG(raw);
+  int status = -1;
+  if (ended && WIFEXITED(raw)) status = WEXITSTATUS(raw);
+  if (ended && WIFSIGNALED(raw)) status = 128 + WTERMSIG(raw);
   sim::load_state(path_of("run.state"), sim::machine().bmc);
-  result.out = taken("run.out");
-  result.traffic = taken("run.traffic");
-  return result;
+  return {status, taken("run.out"), taken("run.traffic")};
 }
 
 std::string after_identity(const std::string& text) {
@@ -105,7 +87,9 @@ std::string after_identity(const std::string& text) {
 std::string console_of(const std::function<void()>& action) {
   const int before = divert_to(path_of("console.out"));
   action();
-  back_to(before);
+  std::fflush(stdout);
+  dup2(before, STDOUT_FILENO);
+  close(before);
   return taken("console.out");
 }
 
