@@ -17,7 +17,7 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "system"))
 import bmcs
-import cases_fru
+import cases_storage
 import machine
 
 KCS, KERNEL = "own KCS driver", "/dev/ipmi0"
@@ -64,10 +64,10 @@ class Job:
 
 
 def jobs(folder):
-    (folder / "records").write_bytes(b"".join(bmcs.record_set()))
-    (folder / "inventory").write_bytes(cases_fru.image(**cases_fru.every_area()))
+    (folder / "records").write_bytes(b"".join(cases_storage.record_set()))
+    (folder / "inventory").write_bytes(cases_storage.inventory())
     own = machine.qemu_bmc(sdrfile=folder / "records", fruareasize=1024, frudatafile=folder / "inventory")
-    log = [bmcs.entry(number) for number in range(500)]
+    log = [cases_storage.entry(number) for number in range(500)]
     return [
         Job("identity and one raw request", lambda: nullcontext(own),
             "-e 18 01", "ipmitool raw 6 1", "ipmi-raw 0 6 1", 5),
