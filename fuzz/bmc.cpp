@@ -29,11 +29,8 @@ int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   sim::machine().bmc.answer_stream.assign(input.begin(), input.end());
   debugFlag = device & 1;
   // No fault in three of four inputs.
-  sim::KernelFaults& faults = sim::machine().kernel_faults;
-  if (device == 0xC0) faults.send_errno = EIO;
-  if (device == 0xC1) faults.select_errno = EINTR;
-  if (device == 0xC2) faults.not_readable = true;
-  if (device == 0xC3) faults.receive_errno = EMSGSIZE;
+  sim::machine().kernel_faults = {device == 0xC0 ? EIO : 0, device == 0xC1 ? EINTR : 0,
+                                  device == 0xC2, device == 0xC3 ? EMSGSIZE : 0};
   // Answers longer than the driver's room; not so many as a flash of 4 GB takes.
   const sim::Fault longer = {sim::FaultKind::lengthen, -1, -1, 0, 64, 0x100U + device};
   if (device > 0xC3) sim::machine().bmc.faults = {longer};
@@ -42,17 +39,13 @@ int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   if (action == 1) get_fru_dev(&dev);
   if (action == 1) FruToFile("/dev/null", &dev);
   if (action == 2) dumpSel("/dev/null");
-  if (action == 3) {
-    readIpCfg(&lan);
-    insideMacSet();
-    writeIpCfg(&lan);
-  }
-  if (action == 4) {
-    show_fw_version();
-    DispalyUsersName();
-    SetUserPwd(0, "0123456789ABCDE");
-    cmdExecute(request, sizeof request, 1);
-  }
+  if (action == 3) readIpCfg(&lan);
+  if (action == 3) insideMacSet();
+  if (action == 3) writeIpCfg(&lan);
+  if (action == 4) show_fw_version();
+  if (action == 4) DispalyUsersName();
+  if (action == 4) SetUserPwd(0, "0123456789ABCDE");
+  if (action == 4) cmdExecute(request, sizeof request, 1);
   if (action == 5) sdrUpdate("fuzz.sdr");
   if (action == 6) WriteToFRU(image.data(), static_cast<unsigned>(image.size()), 0);
   if (action == 7) firmwareSave();

@@ -6,36 +6,24 @@
 
 #include "fuzz/fuzz.h"
 
-namespace {
-
-int ends[2] = {-1, -1};  // of the connection, for the life of the process
-
-void drain(int handle) {
-  uint8_t bytes[4096];
-  while (recv(handle, bytes, sizeof bytes, MSG_DONTWAIT) > 0) {
-  }
-}
-
-}  // namespace
-
 int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
-  if (ends[0] < 0) {
-    fuzz::require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0);
-  }
-  const std::string input(bytes, bytes + size);
+  static int ends[2];  // of the connection, for the life of the process
+  static const int paired = socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends);
+  fuzz::require(paired == 0);
+  const std::string input = fuzz::start(bytes, size);
   const size_t empty_line = input.find("\n\n");
   const bool has_state = empty_line != std::string::npos;
-  sim::reset(sim::Kind::card);
   sim::machine().bmc.targets[0x24] = {};
   if (has_state) {
     fuzz::require(
         sim::load_state(fuzz::file("state", input.substr(0, empty_line)), sim::machine().bmc));
   }
-  sim::VmLink link;
-  link.handle = ends[0];
+  uint8_t sink[4096];
+  sim::VmLink link = {.handle = ends[0]};
   for (size_t i = has_state ? empty_line + 2 : 0; i < input.size(); i++) {
     fuzz::require(sim::take_byte(link, bytes[i]));
-    if (bytes[i] == sim::MESSAGE_END) drain(ends[1]);
+    while (bytes[i] == sim::MESSAGE_END && recv(ends[1], sink, sizeof sink, MSG_DONTWAIT) > 0) {
+    }
   }
   fuzz::require(link.frame.size() <= sim::FRAME_ROOM);
   sim::State state;
