@@ -16,7 +16,6 @@ from dataclasses import dataclass
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "system"))
-import bmcs
 import cases_storage
 import machine
 
@@ -71,13 +70,13 @@ def jobs(folder):
     return [
         Job("identity and one raw request", lambda: nullcontext(own),
             "-e 18 01", "ipmitool raw 6 1", "ipmi-raw 0 6 1", 5),
-        Job("event log of 500 entries", lambda: bmcs.ipmi_sim(sel=log),
+        Job("event log of 500 entries", lambda: machine.ipmi_sim(sel=log),
             "--seldump log", "ipmitool sel writeraw log", "ipmi-sel --hex-dump --ignore-sdr-cache"),
         Job("40 sensor records", lambda: nullcontext(own),
             "--sdrdump records", "ipmitool sdr dump records", "ipmi-sensors --quiet-cache"),
         Job("inventory with every area", lambda: nullcontext(own),
             "--wfru inventory", "ipmitool fru print 0", "ipmi-fru --ignore-sdr-cache"),
-        Job("LAN settings", bmcs.ipmi_sim,
+        Job("LAN settings", machine.ipmi_sim,
             "-d", "ipmitool lan print 1", "ipmi-config --category=core --checkout --section=Lan_Conf"),
     ]
 
@@ -106,7 +105,7 @@ def measure(job, options, folder):
     files = {"bin/qarn": options.qarn, "bin/qarn-static": options.static, "bin/measure": folder / "measure",
              "vendors": VENDORS} | machine.linked(FREEIPMI)
     with job.bmc() as bmc:
-        seen = machine.boot(steps, bmc, files=files, options=[*QEMU, folder / "trace"], seconds=900)
+        seen = machine.boot(steps, [*bmc, *QEMU, folder / "trace"], files=files, seconds=900)
     counts, rows = iter(between_marks(folder / "trace")), []
     for number, (_, path, tool, command) in enumerate(runs):
         printed = [seen[number, repeat] for repeat in range(job.repeats)]

@@ -2,8 +2,7 @@
 
 import re
 
-from bmcs import ipmi_sim, qarn_bmc
-from machine import both_paths, qemu_bmc
+from machine import both_paths, ipmi_sim, qarn_bmc, qemu_bmc
 
 BANNER = "BMC Utility on Linux version 1.1.3\n"
 NO_DEVICE = BANNER + "Could not open device at /dev/ipmi0 or /dev/ipmi/0 or /dev/ipmidev/0\nstatus 255\n"
@@ -37,8 +36,7 @@ def qemu_on_second_pair(checks):
 
 
 def qemu_on_third_pair(checks):
-    rows = both_paths(("identity", "timeout 2 " + SHOW, identity))
-    checks.guest(qemu_bmc(**OURS), [*rows, PEER], port=0xCA8)
+    checks.guest(qemu_bmc(**OURS), [*both_paths(("identity", "timeout 2 " + SHOW, identity)), PEER], port=0xCA8)
 
 
 def no_interface(checks):
@@ -64,10 +62,7 @@ def users_and_passwords(checks):
 
 
 def scripts(checks):
-    """Each request of a script and its answer; on the KCS path a request for another controller is bridged.
-
-    The answer of a bridged request carries the LUN from which it was sent, 2.
-    """
+    """On the KCS path a request for another controller is bridged: its answer carries the LUN it was sent from, 2."""
     def answers(head, peer):
         return lambda seen: identity(seen) + (f"send: 20 18 01 \nrecv: 20 1C 01 00{seen['bmc']}\n\n"
                                               f"send: 30 18 01 \nrecv: {head} 01 00{seen[peer]}\n\n"

@@ -2,7 +2,7 @@
 
 import re
 
-from bmcs import MAC, ipmi_sim, qarn_bmc
+from machine import MAC, ipmi_sim, qarn_bmc
 
 # That simulator answers late on a busy machine, for it asks a program for each setting: ask again then.
 PEER = "for i in 1 2 3; do ipmitool lan print 1 >said; grep -q Source said && break; sleep 1; done; cat said"
@@ -17,7 +17,6 @@ def text(ip, mac, mask, gateway, dhcp="Disable"):
 
 
 def as_shown(lan_print):
-    """What -d would print, from what ipmitool prints."""
     said = dict(re.findall(r"^(\w[^:]*?) *: (.*?) *$", lan_print, re.M))
     return text(said["IP Address"], said["MAC Address"].upper(), said["Subnet Mask"], said["Default Gateway IP"],
                 "Enable" if said["IP Address Source"].startswith("DHCP") else "Disable")
@@ -43,8 +42,7 @@ def settings(checks):
 def host_address(checks):
     """-a takes over the address of the card with the BMC's MAC address, when there is one, and when it has one."""
     show = "qarn -a -d | tail -n +3"
-    first = ONE | dict(mac=MAC)
-    taken = first | dict(ip="10.4.5.6")
+    first, taken = (ONE | dict(mac=MAC, ip=ip) for ip in (ONE["ip"], "10.4.5.6"))
     with qarn_bmc(checks.bmc) as bmc:
         checks.guest(bmc, [
             ("set", "qarn -i {ip} -n {mask} -g {gateway} -m {mac} >said; qarn --dhcp".format(**first), None),

@@ -1,14 +1,12 @@
-"""A virtual machine with a real kernel and real KCS ports: boot it, run steps, read what they print."""
+"""A virtual machine with a real kernel, real KCS ports and a BMC behind them: boot it, run steps, read their output."""
 
 import contextlib
 import functools
 import lzma
 import os
 import re
-import shutil
 import socket
 import subprocess
-import sys
 import tempfile
 import time
 from pathlib import Path
@@ -16,19 +14,40 @@ from pathlib import Path
 HERE = Path(__file__).resolve().parent
 CACHE = Path(os.environ.get("QARN_CACHE", HERE.parent / ".cache"))
 PEERS = ["/usr/bin/ipmitool", "/usr/sbin/ipmi-raw"]
+TOOLS = ["qemu-system-x86_64", "busybox", "cpio", "ipmi_sim", "srec_cat", *PEERS]
 FETCH = r"""set -e
 package=$(apt-cache depends linux-image-amd64 | sed -n 's/.*Depends: \(linux-image-\)/\1/p')
 apt-get -q -o APT::Sandbox::User=root download $package >&2
-dpkg-deb --fsys-tarfile *.deb | tar -x --wildcards './boot/vmlinuz-*' '*/ipmi/ipmi_*.ko' '*/net/dummy.ko'
-mkdir kernel
-find . -name '*.ko' -exec mv {} kernel ';'
+dpkg-deb --fsys-tarfile *.deb | tar -x --transform 's:.*/:kernel/:' --wildcards '*/vmlinuz-*' '*/ipmi_*.ko' '*/dummy.ko'
 """
-
-
-def missing_tools():
-    """Names of the programs without which no guest runs."""
-    tools = ["qemu-system-x86_64", "busybox", "cpio", "ipmi_sim", "srec_cat", *PEERS]
-    return [tool for tool in tools if not shutil.which(tool)]
+MAC = "02:11:22:33:44:55"
+LAN_CONF = """name "bench"
+set_working_mc 0x20
+startlan 1
+  addr 127.0.0.1 {udp}
+  lan_config_program "sh {folder}/lancfg"
+endlan
+serial kcs 127.0.0.1 {port} codec VM
+"""
+COMMANDS = """mc_setbmc 0x20
+mc_add 0x20 0x21 no-device-sdrs 0x03 9 0x12 0x8f 0x1291 0xf02
+mc_add 0x30 0x01 no-device-sdrs 0x02 3 0x45 0x00 0x0157 0x003
+sel_enable 0x20 1000 0x0a
+mc_add_fru_data 0x20 0 4096 file 0 "fru"
+{contents}
+mc_enable 0x20
+mc_enable 0x30
+"""
+# The simulator's LAN settings are those of a program, which keeps them in a file.
+LANCFG = """case $1 in
+get) shift; for name; do grep "^$name:" lan; done ;;
+set) while [ $# -gt 2 ]; do sed -i "s/^$2:.*/$2:$3/" lan; shift 2; done ;;
+esac
+"""
+LAN = """ip_addr:10.1.2.3 ip_addr_src:static mac_addr:02:11:22:33:44:55 subnet_mask:255.255.255.0
+default_gw_ip_addr:10.1.2.1 default_gw_mac_addr:02:00:00:00:00:01
+backup_gw_ip_addr:10.1.2.2 backup_gw_mac_addr:02:00:00:00:00:02
+"""
 
 
 def kernel():
@@ -37,10 +56,8 @@ def kernel():
     if not folder.exists():
         CACHE.mkdir(parents=True, exist_ok=True)
         with tempfile.TemporaryDirectory(dir=CACHE) as temp:
-            fetched = subprocess.run(["sh", "-c", FETCH], cwd=temp, capture_output=True, text=True, timeout=600)
-            if fetched.returncode != 0:
-                sys.exit("whole-machine test not run: no kernel: " + fetched.stderr)
-            packed = next(Path(temp).glob("boot/vmlinuz-*")).read_bytes()
+            subprocess.run(["sh", "-c", FETCH], cwd=temp, check=True, timeout=600)
+            packed = next(Path(temp).glob("kernel/vmlinuz-*")).read_bytes()
             # unpacked here in one second, not in every guest in two
             image = lzma.LZMADecompressor().decompress(packed[packed.index(b"\xfd7zXZ\0"):])
             Path(temp, "kernel/vmlinux").write_bytes(image)
@@ -75,8 +92,7 @@ def base():
 
 
 def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
+    with socket.create_server(("127.0.0.1", 0)) as probe:
         return probe.getsockname()[1]
 
 
@@ -89,21 +105,39 @@ def qemu_bmc(**properties):
 def socket_bmc(command):
     """A BMC of its own process, which command(folder, port) starts on a loopback port; gives its QEMU arguments."""
     port, quiet = free_port(), subprocess.DEVNULL
-    with tempfile.TemporaryDirectory(prefix="qarn-system-") as folder:
-        words = command(Path(folder), port)
-        process = subprocess.Popen(words, cwd=folder, stdin=quiet, stdout=quiet, stderr=quiet)
+    with tempfile.TemporaryDirectory(prefix="qarn-system-") as folder, subprocess.Popen(
+            command(Path(folder), port), cwd=folder, stdin=quiet, stdout=quiet, stderr=quiet) as process:
         try:
             # Never connect to see whether it listens: it would take the probe for the virtual machine.
             end = time.monotonic() + 10
             while f"0100007F:{port:04X} 00000000:0000 0A" not in Path("/proc/net/tcp").read_text():
                 if time.monotonic() > end or process.poll() is not None:
-                    raise RuntimeError(f"{words[0]} does not listen on port {port}")
+                    raise RuntimeError(f"{process.args[0]} does not listen on port {port}")
                 time.sleep(0.02)
             yield ["-chardev", f"socket,id=ipmi0,host=127.0.0.1,port={port},nodelay=on,reconnect=1",
                    "-device", "ipmi-bmc-extern,id=bmc0,chardev=ipmi0"]
         finally:
-            process.kill()
-            process.wait()
+            process.kill()  # and waited for
+
+
+def ipmi_sim(records=(), fru=b"", sel=()):
+    """The independent simulator with SDR records, an inventory and event log records."""
+    def command(folder, port):
+        (folder / "lan").write_text(LAN.replace(" ", "\n"))
+        (folder / "lancfg").write_text(LANCFG)
+        (folder / "lan.conf").write_text(LAN_CONF.format(folder=folder, port=port, udp=free_port()))
+        (folder / "fru").write_bytes(fru.ljust(4096, b"\0"))
+        lines = ["main_sdr_add 0x20 0x" + record.hex(" ").replace(" ", " 0x") for record in records]
+        lines += [f"sel_add 0x20 {record[2]} 0x" + record[3:].hex(" ").replace(" ", " 0x") for record in sel]
+        (folder / "cmds").write_text(COMMANDS.format(contents="\n".join(lines)))
+        return ["ipmi_sim", "-c", "lan.conf", "-f", "cmds", "-s", folder, "-n"]
+
+    return socket_bmc(command)
+
+
+def qarn_bmc(program, *arguments):
+    """Our own simulated BMC."""
+    return socket_bmc(lambda folder, port: [program, str(port), *arguments])
 
 
 def both_paths(*rows):
@@ -112,14 +146,11 @@ def both_paths(*rows):
     return [*rows, ("load", "load", ""), *opened]
 
 
-def boot(steps, bmc=(), port=0xCA2, files=(), options=(), seconds=300):
+def boot(steps, bmc=(), port=0xCA2, files=(), seconds=300):
     """Boot a guest and run {step: shell text}; returns {step: what it printed}, with "status N" behind it if not 0.
-
-    bmc, options: QEMU arguments, of the BMC whose KCS data register is at `port` and others; files: as for archive().
-    """
+    bmc: QEMU arguments, of a BMC whose KCS data register shall be at `port`; files: as for archive()."""
     scripts = {f"steps/{number:03}": step.encode() for number, step in enumerate(steps.values())}
-    if bmc:
-        options = [*options, *bmc, "-device", f"isa-ipmi-kcs,bmc=bmc0,ioport={port:#x},irq=0"]
+    kcs = ["-device", f"isa-ipmi-kcs,bmc=bmc0,ioport={port:#x},irq=0"] if bmc else []
     with tempfile.TemporaryDirectory(prefix="qarn-system-") as folder:
         initrd, results = Path(folder, "initrd"), Path(folder, "results")
         initrd.write_bytes(base() + archive(dict(files) | scripts | {"port": hex(port).encode()}))
@@ -128,7 +159,7 @@ def boot(steps, bmc=(), port=0xCA2, files=(), options=(), seconds=300):
                    "-m", "256", "-nodefaults", "-no-user-config", "-display", "none", "-no-reboot",
                    "-kernel", kernel() / "vmlinux", "-initrd", initrd,
                    "-append", "console=ttyS0 quiet panic=-1 tsc=reliable no_timer_check",
-                   "-serial", "stdio", "-serial", f"file:{results}", *options]
+                   "-serial", "stdio", "-serial", f"file:{results}", *bmc, *kcs]
         ended = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True)
         # of each step that ended, the length of its text on a line, and the text
         text, seen = results.read_bytes().decode("latin-1"), {}

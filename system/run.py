@@ -5,6 +5,7 @@ import argparse
 import importlib
 import inspect
 import os
+import shutil
 import sys
 import tempfile
 from concurrent.futures import ThreadPoolExecutor
@@ -12,14 +13,12 @@ from pathlib import Path
 
 import machine
 
-LONGEST = 240  # characters of a text in a failure's line
-
 
 def excerpt(value, other):
-    """The value as it is written, or only what stands around its first difference from the other."""
-    text, other = repr(value), repr(other)
-    start = max(0, len(os.path.commonprefix([text, other])) - LONGEST // 4)
-    return text if len(text) <= LONGEST else f"...{text[start:start + LONGEST]}..."
+    """Of the value as it is written, what stands around its first difference from the other."""
+    text = repr(value)
+    start = max(0, len(os.path.commonprefix([text, repr(other)])) - 60)
+    return text[start:start + 240]
 
 
 class Checks:
@@ -37,10 +36,8 @@ class Checks:
         return path
 
     def guest(self, bmc, rows, files=(), **settings):
-        """Run rows (step, command, wanted) in one guest, and compare what each prints with what is wanted.
-
-        Wanted is a text, a function of all that was printed, or None; a fourth column reads the printed text first.
-        """
+        """Run rows (step, command, wanted) in one guest, and compare what each prints with what is wanted: a text, a
+        function of all that was printed, or None; a fourth column reads the printed text first."""
         steps = {step: command for step, command, *_ in rows}
         seen = machine.boot(steps, bmc, files={"bin/qarn": self.qarn} | dict(files), **settings)
         for step, _, wanted, *read in rows:
@@ -67,13 +64,13 @@ def main():
     parser.add_argument("--bmc", required=True, help="our simulated BMC as a server")
     parser.add_argument("--only", default="", help="run the cases whose name holds this text")
     options = parser.parse_args()
-    if missing := machine.missing_tools():
+    if missing := [tool for tool in machine.TOOLS if not shutil.which(tool)]:
         print("whole-machine test not run: no " + ", ".join(missing))
         return 1 if os.environ.get("CI") == "true" else 77
     machine.base()
-    modules = [importlib.import_module(path.stem) for path in sorted(Path(__file__).parent.glob("cases_*.py"))]
     # a case is a function of the case files whose one argument is `checks`
-    cases = [case for module in modules for case in vars(module).values()
+    cases = [case for path in sorted(Path(__file__).parent.glob("cases_*.py"))
+             for case in vars(importlib.import_module(path.stem)).values()
              if inspect.isfunction(case) and list(inspect.signature(case).parameters) == ["checks"]
              and options.only in f"{case.__module__}.{case.__name__}"]
     with ThreadPoolExecutor(os.cpu_count()) as pool:
