@@ -3,6 +3,7 @@
 // length.
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 
 #include "firmware/flash.h"
 #include "frontend/operations.h"
@@ -12,18 +13,59 @@
 #include "sdr/sdr.h"
 #include "sel/sel.h"
 
+namespace {
+
+void read_fru() {
+  fru_dev dev;
+  get_fru_dev(&dev);
+  FruToFile("/dev/null", &dev);
+  destroy_fru_dev(&dev);
+}
+
+void write_fru() {
+  const sim::Bytes image = sim::example_fru_image();
+  WriteToFRU(image.data(), static_cast<unsigned>(image.size()), 0);
+}
+
+void set_lan() {
+  IpCfg lan{};
+  readIpCfg(&lan);
+  insideMacSet();
+  writeIpCfg(&lan);
+}
+
+void look_and_ask() {
+  const uint8_t request[] = {0x20, 0x18, 0x01};
+  show_fw_version();
+  DispalyUsersName();
+  SetUserPwd(0, "0123456789ABCDE");
+  cmdExecute(request, sizeof request, 1);
+}
+
+void (*const ACTIONS[])() = {
+    [] { sdrDump("/dev/null"); },
+    read_fru,
+    [] { dumpSel("/dev/null"); },
+    set_lan,
+    look_and_ask,
+    [] { sdrUpdate("fuzz.sdr"); },
+    write_fru,
+    [] { firmwareSave(); },
+    [] { firmwareUpdate(); },
+    [] { firmwareVerify(); },
+};
+constexpr size_t SDR_UPDATE = 5;
+constexpr size_t SAVE = 7;
+
+}  // namespace
+
 int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   std::string input = fuzz::start(bytes, size);
-  const unsigned action = fuzz::take(&input) % 10;
+  const size_t action = fuzz::take(&input) % std::size(ACTIONS);
   const uint8_t device = fuzz::take(&input);
-  const sim::Bytes image = sim::example_fru_image();
-  const uint8_t request[] = {0x20, 0x18, 0x01};
-  IpCfg lan{};
-  fru_dev dev;
-  init_fru_dev(&dev);
-  if (action == 5) sdrDump("fuzz.sdr");  // of a sound BMC
-  if (action > 7) fuzz::file("firmware", std::string(0x2000, 'q'));
-  std::strcpy(flashfilename, action == 7 ? "/dev/null" : "firmware");
+  if (action == SDR_UPDATE) sdrDump("fuzz.sdr");  // of a sound BMC
+  if (action > SAVE) fuzz::file("firmware", std::string(0x2000, 'q'));
+  std::strcpy(flashfilename, action == SAVE ? "/dev/null" : "firmware");
 
   if (input.empty()) input.assign(1, '\0');
   sim::machine().bmc.answer_stream.assign(input.begin(), input.end());
@@ -34,23 +76,6 @@ int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   // Answers longer than the driver's room; not so many as a flash of 4 GB takes.
   const sim::Fault longer = {sim::FaultKind::lengthen, -1, -1, 0, 64, 0x100U + device};
   if (device > 0xC3) sim::machine().bmc.faults = {longer};
-
-  if (action == 0) sdrDump("/dev/null");
-  if (action == 1) get_fru_dev(&dev);
-  if (action == 1) FruToFile("/dev/null", &dev);
-  if (action == 2) dumpSel("/dev/null");
-  if (action == 3) readIpCfg(&lan);
-  if (action == 3) insideMacSet();
-  if (action == 3) writeIpCfg(&lan);
-  if (action == 4) show_fw_version();
-  if (action == 4) DispalyUsersName();
-  if (action == 4) SetUserPwd(0, "0123456789ABCDE");
-  if (action == 4) cmdExecute(request, sizeof request, 1);
-  if (action == 5) sdrUpdate("fuzz.sdr");
-  if (action == 6) WriteToFRU(image.data(), static_cast<unsigned>(image.size()), 0);
-  if (action == 7) firmwareSave();
-  if (action == 8) firmwareUpdate();
-  if (action == 9) firmwareVerify();
-  destroy_fru_dev(&dev);
+  ACTIONS[action]();
   return 0;
 }
