@@ -97,8 +97,8 @@ TEST_F(Sdr, AreReadSixteenBytesAtATimeEachWithItsOwnReservationAndNoMoreThanClai
 }
 
 TEST_F(Sdr, DumpThatCannotBeReadOrWrittenWholeIsNoFile) {
-  const auto fails = [this](const Faults& faults, const std::string& text) {
-    EXPECT_TRUE(act("--sdrdump", faults).starts_with(text + "28 20\n")) << text;
+  const auto fails = [this](const Faults& faults, const std::string& text, const char* sent = "") {
+    EXPECT_TRUE(act("--sdrdump", faults).starts_with(text + "28 20\n" + sent)) << text;
     EXPECT_EQ(content_of(path), "(no file)");
   };
   hold({Bytes(15), Bytes(15), Bytes(15)});
@@ -109,7 +109,8 @@ TEST_F(Sdr, DumpThatCannotBeReadOrWrittenWholeIsNoFile) {
   fails({{refuse, 0x0A, 0x23, 3, 1, 0xFF}}, "Get SDR Record 02 00 Fail\n");
   fails({{shorten, 0x0A, 0x23, 3, 1, 6}}, "Get SDR Record 02 00 Fail\n");
   // The second part of a record needs a reservation.
-  fails({{refuse, 0x0A, 0x22, 0, 0, 0xC1}}, "Get SDR Record 00 00 Fail\n");
+  fails({{refuse, 0x0A, 0x22, 0, 0, 0xC1}}, "Get SDR Record 00 00 Fail\n",
+        "28 22\n28 23 00 00 00 00 00 10\n28 22\n28 23 00 00 00 00 10 0");
   for (const std::string& file : {std::string("/dev/full"), path_of("")}) {
     path = file;
     EXPECT_TRUE(act("--sdrdump").starts_with("Writting File " + file + " fail\n28 20\n")) << file;
