@@ -6,6 +6,7 @@ import importlib
 import inspect
 import os
 import shutil
+import subprocess
 import sys
 import tempfile
 from concurrent.futures import ThreadPoolExecutor
@@ -67,7 +68,11 @@ def main():
     if missing := [tool for tool in machine.TOOLS if not shutil.which(tool)]:
         print("whole-machine test not run: no " + ", ".join(missing))
         return 1 if os.environ.get("CI") == "true" else 77
-    machine.base()
+    try:
+        machine.base()
+    except (subprocess.SubprocessError, OSError) as error:
+        print(f"whole-machine test not run: no kernel: {error}")
+        return 1 if os.environ.get("CI") == "true" else 77
     # a case is a function of the case files whose one argument is `checks`
     cases = [case for path in sorted(Path(__file__).parent.glob("cases_*.py"))
              for case in vars(importlib.import_module(path.stem)).values()
