@@ -10,6 +10,7 @@ using enum sim::FaultKind;
 const std::string RESET = "18 02\nsleep 4000000\nsleep 2000000\n18 01\nsleep 2000000\n18 01\n";
 const std::string IMAGE = "01234567stuvwxyz";
 const std::string UPDATED = "........stuvwxyz";
+const std::string RAW = file_with("raw.bin", IMAGE);
 // What expect tells of a block that is programmed, and of an update up to its first one.
 const std::string BLOCK = "4444sleep 2000\n5";
 const std::string FIRST = "1" + BLOCK;
@@ -23,12 +24,11 @@ struct Flash {
 
 void serve_card(const Flash& flash) {
   sim::reset(sim::Kind::card);
-  sim::Card& card = sim::machine().bmc.card;
-  card = {flash.base, flash.size, flash.start, flash.block, flash.chunk};
-  card.flash.assign(flash.content.begin(), flash.content.end());
+  sim::machine().bmc.card = {flash.base, flash.size, flash.start, flash.block, flash.chunk};
+  sim::machine().bmc.card.flash.assign(flash.content.begin(), flash.content.end());
 }
 
-std::string flash_now() {
+std::string flashed() {
   const sim::Bytes& bytes = sim::machine().bmc.card.flash;
   return {bytes.begin(), bytes.end()};
 }
@@ -37,7 +37,7 @@ std::string flash_now() {
 // alone of each request. A fault is kind, NetFn, command, requests that pass, that are hit, value,
 // bytes.
 void expect(const std::vector<sim::Fault>& faults, const std::string& option,
-            const std::string& path, std::string out, const std::string& traffic,
+            const std::string& path, std::string out, const std::string& traffic = "",
             const std::string& left = "OK\n", const std::string& reset = RESET) {
   std::string title = option == "--save" ? "Read firmware and Save to" : "Verify firmware with the";
   if (option == "-u") {
@@ -58,28 +58,26 @@ void expect(const std::vector<sim::Fault>& faults, const std::string& option,
 TEST(Update, SendsBlocksInChunks) {
   serve_card({});
   EXPECT_EQ(after_identity(run({"-u", file_with("fw.mot", srecords(0xFFFFFFFC, "wxyz"))}).traffic),
-            "20 02 44 4F 57 4E 4C 4F 41 44\nsleep 2000000\n20 01\n"
-            "20 04 FF FF FF F8 80 FF\n20 04 FF FF FF F8 00 FF\n20 04 FF FF FF F8 00 FF\n"
-            "20 04 FF FF FF F8 40 FF\nsleep 2000\n20 05\n"
-            "20 04 FF FF FF FC 80 77\n20 04 FF FF FF FD 00 78\n20 04 FF FF FF FE 00 79\n"
-            "20 04 FF FF FF FF 40 7A\nsleep 2000\n20 05\n" +
+            "20 02 44 4F 57 4E 4C 4F 41 44\nsleep 2000000\n20 01\n20 04 FF FF FF F8 80 FF\n"
+            "20 04 FF FF FF F8 00 FF\n20 04 FF FF FF F8 00 FF\n20 04 FF FF FF F8 40 FF\n"
+            "sleep 2000\n20 05\n20 04 FF FF FF FC 80 77\n20 04 FF FF FF FD 00 78\n"
+            "20 04 FF FF FF FE 00 79\n20 04 FF FF FF FF 40 7A\nsleep 2000\n20 05\n" +
                 RESET);
 }
 
 // Data that resumes in a later portion begins with a block. The chunks are longer than the KCS
 // ports carry.
 TEST(Update, EndsWithTheImageOrWithTheFlash) {
-  const std::string image = noise(0x8000);
   const std::tuple<std::string, std::string, std::string> cases[] = {
-      {"fw", image.substr(0, 1), padded(image.substr(0, 1), 4096)},
-      {"fw", image.substr(0, 4096), padded(image.substr(0, 4096), 8192)},
-      {"fw", image, image.substr(0, 0x2400)},
+      {"fw", noise(1), padded(noise(1), 4096)},
+      {"fw", noise(4096), padded(noise(4096), 8192)},
+      {"fw", noise(0x8000), noise(0x2400)},
       {"fw.mot", srecords(0x10000, "start") + srecords(0x11400, "more"),
        padded(padded("start", 0x1400) + "more", 0x2400)}};
   for (const auto& [name, content, programmed] : cases) {
     serve_card({0x10000, 0x2400, 0x10000, 128, 128, std::string(0x2400, '.')});
     run({"-ou", file_with(name, content)});
-    EXPECT_EQ(flash_now(), programmed + std::string(0x2400 - programmed.size(), '.'));
+    EXPECT_EQ(flashed(), programmed + std::string(0x2400 - programmed.size(), '.'));
   }
 }
 
@@ -90,13 +88,11 @@ TEST(Update, SendsABlockAgainUpToEightTimes) {
     for (const unsigned times : {1U, 7U, 8U}) {
       serve_card({});
       std::string traffic = FIRST;
-      for (unsigned i = 1; i < std::min(times + 1, 8U); i++) {
+      for (unsigned i = 1; i < std::min(times + 1, 8U); i++)
         traffic += pause + "4444sleep " + std::to_string(2000 + 10000 * i) + "\n5";
-      }
       if (times < 8) traffic += BLOCK;
-      const sim::Fault fault = {kind, 8, 5, 0, times, 1, {0, 1}};
-      expect({fault}, "-u", file_with("fw.bin", IMAGE), times < 8 ? ".OK\n" : ".", traffic);
-      EXPECT_EQ(flash_now() == UPDATED, times < 8);
+      expect({{kind, 8, 5, 0, times, 1, {0, 1}}}, "-u", RAW, times < 8 ? ".OK\n" : ".", traffic);
+      EXPECT_EQ(flashed() == UPDATED, times < 8);
     }
   }
 }
@@ -128,55 +124,46 @@ TEST(Update, RefusesWhatDoesNotFitBeforeTheFirstChunk) {
 }
 
 TEST(Actions, SayWhatDiffersAndWhatStoppedThem) {
-  const std::string raw = file_with("fw.bin", IMAGE);
   const std::string file = path_of("file");
   const std::string fifo = path_of("fifo.mot");
   EXPECT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-  const std::string unread = "cannot get flash update information\n";
+  const std::string shut = "cannot open the data file: ";
   const std::string all(256, '3');
   serve_card({});
-  // Completion code 1 is good on the last chunk of a block.
-  expect({{answer, 8, 4, 3, 1, 0, {1}}}, "-u", raw, ".OK\n", FIRST + BLOCK);
-  expect({{answer, 8, 4, 2, 1, 0, {1}}}, "-u", raw, ".write data error at FFFFFFFA\n", "1444");
-  expect({{refuse, 8, 4, 4, 1, 0xC3}}, "-u", raw, ".Cannot write data at FFFFFFFC\n", FIRST + "4");
-  expect({{shorten, 8, 4, 4}}, "-u", raw, ".Cannot write data at FFFFFFFC\n", FIRST + "4");
-  expect({{answer, 8, 5, 0, 1, 0, {0, 2}}}, "-u", raw, ".Write Error\n", FIRST);
-  expect({{shorten, 8, 1, 0, 1, 16}}, "-u", raw, unread, "1");
-  expect({{refuse, 8, 1, 0, 1, 0xC3}}, "--save", file, unread, "1");
-  expect({{shorten, 8, 3, 0, 1, 17}}, "--save", file, "cannot read the flash at FFFFFFF0\n", "13");
-  EXPECT_EQ(content_of(file), "(no file)");
-  expect({}, "--save", file + "/x", "cannot open the data file: " + file + "/x\n", "1");
-  expect({}, "--save", "/dev/full", "cannot write the whole flash to /dev/full\n", "1" + all);
-  expect({}, "--verify", "missing", "cannot open the data file: missing\n", "");
-  expect(
-      {}, "--verify", fifo,
-      "cannot open the data file: " + fifo + "\ncannot use the image: it is not a regular file\n",
-      "");
-  serve_card({});
+  expect({}, "--verify", "missing", shut + "missing\n");
+  expect({}, "--verify", fifo, shut + fifo + "\ncannot use the image: it is not a regular file\n");
   expect({}, "--verify", file_with("cut", "01234567......"),
          "Verify now\n.data wrong at E\ndata wrong at F\nOK\n", "1" + all);
   expect({}, "--verify", file_with("fw.mot", srecords(0xFFFFFFF8, "x......x")),
          "Verify now\n.data wrong at FFFFFFF8\ndata wrong at FFFFFFFF\nOK\n", "1" + all);
+  expect({}, "--save", "/dev/full", "cannot write the whole flash to /dev/full\n", "1" + all);
+  expect({{shorten, 8, 3, 0, 1, 17}}, "--save", file, "cannot read the flash at FFFFFFF0\n", "13");
+  expect({{refuse, 8, 1, 0, 1, 9}}, "--save", file, "cannot get flash update information\n", "1");
+  EXPECT_EQ(content_of(file), "(no file)");
+  expect({{shorten, 8, 1, 0, 1, 16}}, "-u", RAW, "cannot get flash update information\n", "1");
+  // Completion code 1 is good on the last chunk of a block.
+  expect({{answer, 8, 4, 3, 1, 0, {1}}}, "-u", RAW, ".OK\n", FIRST + BLOCK);
+  expect({{answer, 8, 4, 2, 1, 0, {1}}}, "-u", RAW, ".write data error at FFFFFFFA\n", "1444");
+  expect({{shorten, 8, 4, 4}}, "-u", RAW, ".Cannot write data at FFFFFFFC\n", FIRST + "4");
+  expect({{answer, 8, 5, 0, 1, 0, {0, 2}}}, "-u", RAW, ".Write Error\n", FIRST);
 }
 
 // Requests of an update: 0 enter, 1 information, 2 to 5 chunks, 6 their end, 7 to 11 the same.
 TEST(Update, IsWholeOrOverAtOnceAndRepairedByTheNext) {
-  const std::string raw = file_with("fw.bin", IMAGE);
   for (const sim::FaultKind kind : {refuse, power_cut}) {
     for (const unsigned skip : {0U, 1U, 2U, 3U, 6U, 7U, 10U, 11U}) {
       serve_card({});
       sim::machine().bmc.faults = {{kind, 8, -1, skip, 1, 0xC0}};
-      const RunResult result = run({"-u", raw});
+      const RunResult result = run({"-u", RAW});
       EXPECT_EQ(result.status == 0 && result.traffic.ends_with(RESET), kind == refuse);
       EXPECT_EQ(result.out.find(" Cannot enter") != std::string::npos, kind == refuse && skip == 0);
       // Block by block: new ones, at most one that is half new, old ones.
-      const bool whole = kind == refuse && (skip == 6 || skip == 11);
-      const size_t done = whole ? 16 : skip < 7 ? 8 : 12;
-      const size_t touched = kind == power_cut && skip > 2 ? done + 4 : done;
-      EXPECT_EQ(flash_now().substr(0, done), UPDATED.substr(0, done)) << skip;
-      EXPECT_EQ(flash_now().substr(touched), std::string(16 - touched, '.')) << skip;
-      expect({}, "-u", raw, ".OK\n", FIRST + BLOCK);
-      EXPECT_EQ(flash_now(), UPDATED) << skip;
+      const size_t end = kind == refuse && (skip == 6 || skip == 11) ? 16 : skip < 7 ? 8 : 12;
+      const size_t old = 16 - end - (kind == power_cut && skip > 2 ? 4 : 0);
+      EXPECT_EQ(flashed().erase(end, 16 - end - old),
+                UPDATED.substr(0, end) + std::string(old, '.'));
+      expect({}, "-u", RAW, ".OK\n", FIRST + BLOCK);
+      EXPECT_EQ(flashed(), UPDATED) << skip;
     }
   }
 }
@@ -185,14 +172,13 @@ TEST(Exit, ResetsAndWaitsUntilTheCardRunsNormally) {
   std::string polls = "18 02\nsleep 4000000\n";
   for (unsigned i = 0; i < 10; i++) polls += "sleep 2000000\n18 01\n";
   const std::string never = "Firmware cannot return normal state\n";
-  const std::string closed = "cannot open the data file: \n";
+  const std::string gone = "cannot open the data file: .\n";
+  const std::string both = "18 02\n18 03\n";
   serve_card({});
-  expect({{refuse, 6, 2, 0, 1, 0xC3}}, "--save", "", closed, "1", "OK\n",
-         "18 02\n18 03\n" + RESET.substr(6));
-  expect({{refuse, 6, -1, 1, 0, 0xC3}}, "--save", "", closed, "1", "Cannot exit downloader\n",
-         "18 02\n18 03\n");
-  expect({{refuse, 6, 1, 1, 0, 0xC3}}, "--save", "", closed, "1", never, polls);
-  expect({{shorten, 6, 1, 1, 0, 3}}, "--save", "", closed, "1", never, polls);
+  expect({{refuse, 6, 2, 0, 1, 0xC3}}, "--save", ".", gone, "1", "OK\n", both + RESET.substr(6));
+  expect({{refuse, 6, -1, 1, 0, 0xC3}}, "--save", ".", gone, "1", "Cannot exit downloader\n", both);
+  expect({{refuse, 6, 1, 1, 0, 0xC3}}, "--save", ".", gone, "1", never, polls);
+  expect({{shorten, 6, 1, 1, 0, 3}}, "--save", ".", gone, "1", never, polls);
 }
 
 TEST(Save, WritesWholePortionsThatVerifyTakesBack) {
