@@ -28,7 +28,8 @@ void serve_card(const Flash& flash) {
   sim::machine().bmc.card.flash.assign(flash.content.begin(), flash.content.end());
 }
 
-std::string flashed() {
+// What the flash holds.
+std::string held() {
   const sim::Bytes& bytes = sim::machine().bmc.card.flash;
   return {bytes.begin(), bytes.end()};
 }
@@ -77,7 +78,7 @@ TEST(Update, EndsWithTheImageOrWithTheFlash) {
   for (const auto& [name, content, programmed] : cases) {
     serve_card({0x10000, 0x2400, 0x10000, 128, 128, std::string(0x2400, '.')});
     run({"-ou", file_with(name, content)});
-    EXPECT_EQ(flashed(), programmed + std::string(0x2400 - programmed.size(), '.'));
+    EXPECT_EQ(held(), programmed + std::string(0x2400 - programmed.size(), '.'));
   }
 }
 
@@ -92,7 +93,7 @@ TEST(Update, SendsABlockAgainUpToEightTimes) {
         traffic += pause + "4444sleep " + std::to_string(2000 + 10000 * i) + "\n5";
       if (times < 8) traffic += BLOCK;
       expect({{kind, 8, 5, 0, times, 1, {0, 1}}}, "-u", RAW, times < 8 ? ".OK\n" : ".", traffic);
-      EXPECT_EQ(flashed() == UPDATED, times < 8);
+      EXPECT_EQ(held() == UPDATED, times < 8);
     }
   }
 }
@@ -160,10 +161,9 @@ TEST(Update, IsWholeOrOverAtOnceAndRepairedByTheNext) {
       // Block by block: new ones, at most one that is half new, old ones.
       const size_t end = kind == refuse && (skip == 6 || skip == 11) ? 16 : skip < 7 ? 8 : 12;
       const size_t old = 16 - end - (kind == power_cut && skip > 2 ? 4 : 0);
-      EXPECT_EQ(flashed().erase(end, 16 - end - old),
-                UPDATED.substr(0, end) + std::string(old, '.'));
+      EXPECT_EQ(held().erase(end, 16 - end - old), UPDATED.substr(0, end) + std::string(old, '.'));
       expect({}, "-u", RAW, ".OK\n", FIRST + BLOCK);
-      EXPECT_EQ(flashed(), UPDATED) << skip;
+      EXPECT_EQ(held(), UPDATED) << skip;
     }
   }
 }
