@@ -22,7 +22,9 @@ void* operator new[](size_t size, const std::nothrow_t&) noexcept {
 TEST(Memory, that_runs_out_ends_an_action_with_its_message_and_nothing_half_done) {
   std::filesystem::current_path(path_of(""));
   file_with("util.dat", "<SDR_COMMENT_TYPE1>\nSensor Owner\n</SDR_COMMENT_TYPE1>\n");
-  file_with("records", "_SDR\n_SDR_TYPE C0\n_REC_LEN 07\n01 00 51 C0 02 AA BB\n)\n");
+  file_with("records",
+            "_SDR\n_SDR_TYPE\n_REC_LEN 07\n01 00 51 C0 02 AA BB\n"
+            "_SDR_TYPE\n_REC_LEN 06\n02 00 51 C0 01 CC\n");
   file_with("server",
             "_FRU_TITLE 'T'\n_DEV_ID 00\n_SEE_INTERNAL\n01 55\n"
             "_SEE_CHASSIS\n01 01 17 C1 'P' C0 C2 'X1' C1\n_SEE_MULTIREC\nC0 82 02 00 00 AA BB\n");
@@ -35,7 +37,8 @@ TEST(Memory, that_runs_out_ends_an_action_with_its_message_and_nothing_half_done
       {"--sdr", "records", "28 27 ",
        "0- line 4: out of memory\nload sdr file records failed\n"
        "0- psdr_entry.sdr_data error\n0+ Update successfully\n"},
-      {"--sdrdump", "out...", "\n\n)\n18 01\n", "0+ 0- Get SDR Record 00 00 Fail\n0+ "},
+      {"--sdrdump", "out...", "\n\n)\n18 01\n",
+       "0+ 0- Get SDR Record 00 00 Fail\n0- Get SDR Record 02 00 Fail\n0+ "},
       {"--seldump", "out...", "5F 5A\n18 01\n", "0- Get SEL Fail:\tOut of memory\n0+ "},
       {"--fru", "server", "28 12 ",
        "1- Cannot read file server\n1- line 1" + lost + "1- line 4" + lost + "1- line 6" + lost +
