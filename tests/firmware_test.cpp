@@ -56,7 +56,7 @@ void expect(const std::vector<sim::Fault>& faults, const std::string& option,
 }
 
 // Erased blocks lead to a record that begins later; all their chunks carry the block's address.
-TEST(Update, SendsBlocksInChunks) {
+TEST(Update, sends_blocks_in_chunks) {
   serve_card({});
   EXPECT_EQ(after_identity(run({"-u", file_with("fw.mot", srecords(0xFFFFFFFC, "wxyz"))}).traffic),
             "20 02 44 4F 57 4E 4C 4F 41 44\nsleep 2000000\n20 01\n20 04 FF FF FF F8 80 FF\n"
@@ -68,7 +68,7 @@ TEST(Update, SendsBlocksInChunks) {
 
 // Data that resumes in a later portion begins with a block. The chunks are longer than the KCS
 // ports carry.
-TEST(Update, EndsWithTheImageOrWithTheFlash) {
+TEST(Update, ends_with_the_image_or_with_the_flash) {
   const std::tuple<std::string, std::string, std::string> cases[] = {
       {"fw", noise(1), padded(noise(1), 4096)},
       {"fw", noise(4096), padded(noise(4096), 8192)},
@@ -83,7 +83,7 @@ TEST(Update, EndsWithTheImageOrWithTheFlash) {
 }
 
 // An answer without a status counts as refused.
-TEST(Update, SendsABlockAgainUpToEightTimes) {
+TEST(Update, sends_a_block_again_up_to_eight_times) {
   for (const sim::FaultKind kind : {refuse, shorten, answer}) {
     const std::string pause = kind == answer ? "sleep 1000000\n" : "sleep 3000000\n";
     for (const unsigned times : {1U, 7U, 8U}) {
@@ -98,7 +98,7 @@ TEST(Update, SendsABlockAgainUpToEightTimes) {
   }
 }
 
-TEST(Update, RefusesWhatDoesNotFitBeforeTheFirstChunk) {
+TEST(Update, refuses_what_does_not_fit_before_the_first_chunk) {
   const auto refuses = [](const Flash& flash, const std::string& why, const std::string& image) {
     serve_card(flash);
     const std::string path = file_with(image[0] == 'S' ? "fw.mot" : "fw.bin", image);
@@ -124,7 +124,7 @@ TEST(Update, RefusesWhatDoesNotFitBeforeTheFirstChunk) {
           srecords(8, "x") + srecords(0x1FFA, "x"));
 }
 
-TEST(Actions, SayWhatDiffersAndWhatStoppedThem) {
+TEST(Actions, say_what_differs_and_what_stopped_them) {
   const std::string file = path_of("file");
   const std::string fifo = path_of("fifo.mot");
   EXPECT_EQ(mkfifo(fifo.c_str(), 0600), 0);
@@ -150,7 +150,7 @@ TEST(Actions, SayWhatDiffersAndWhatStoppedThem) {
 }
 
 // Requests of an update: 0 enter, 1 information, 2 to 5 chunks, 6 their end, 7 to 11 the same.
-TEST(Update, IsWholeOrOverAtOnceAndRepairedByTheNext) {
+TEST(Update, is_whole_or_over_at_once_and_repaired_by_the_next) {
   for (const sim::FaultKind kind : {refuse, power_cut}) {
     for (const unsigned skip : {0U, 1U, 2U, 3U, 6U, 7U, 10U, 11U}) {
       serve_card({});
@@ -168,7 +168,7 @@ TEST(Update, IsWholeOrOverAtOnceAndRepairedByTheNext) {
   }
 }
 
-TEST(Exit, ResetsAndWaitsUntilTheCardRunsNormally) {
+TEST(Exit, resets_and_waits_until_the_card_runs_normally) {
   std::string polls = "18 02\nsleep 4000000\n";
   for (unsigned i = 0; i < 10; i++) polls += "sleep 2000000\n18 01\n";
   const std::string never = "Firmware cannot return normal state\n";
@@ -181,7 +181,7 @@ TEST(Exit, ResetsAndWaitsUntilTheCardRunsNormally) {
   expect({{shorten, 6, 1, 1, 0, 3}}, "--save", ".", gone, "1", never, polls);
 }
 
-TEST(Save, WritesWholePortionsThatVerifyTakesBack) {
+TEST(Save, writes_whole_portions_that_verify_takes_back) {
   const std::string path = path_of("whole");
   for (const uint32_t size : {4096U, 5000U}) {
     serve_card({0U - size, size, 128U - size, 128, 32, noise(size)});

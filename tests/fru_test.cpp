@@ -135,7 +135,7 @@ Bytes full_image(int type) {
   });
 }
 
-TEST(Fru, IsReadAreaByAreaDumpedAsTextAndWrittenBackBySixteenBytes) {
+TEST(Fru, is_read_area_by_area_dumped_as_text_and_written_back_by_sixteen_bytes) {
   const Bytes records =
       joined({multirecord(1, 0x72, {}), multirecord(0xC0, 0xF2, Bytes(10, 0x5A))});
   Bytes image = image_of({area({0x17}, {"CP-1", "CS123", ""}),
@@ -166,7 +166,7 @@ TEST(Fru, IsReadAreaByAreaDumpedAsTextAndWrittenBackBySixteenBytes) {
                                "28 12 00 50 00 7C 38 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A\n");
 }
 
-TEST(Fru, EveryAreaFieldAndRecordSurvivesDumpAndUpdate) {
+TEST(Fru, every_area_field_and_record_survives_dump_and_update) {
   Texts fields(7 + 31, std::string(63, 'x'));
   std::fill_n(fields.begin(), 7, "");
   fields.emplace_back(43, 'y');  // the greatest length of an area, no byte is left for padding
@@ -184,7 +184,7 @@ TEST(Fru, EveryAreaFieldAndRecordSurvivesDumpAndUpdate) {
   EXPECT_TRUE(updated(content_of("data/sample.fru")).starts_with(UPDATED));
 }
 
-TEST(Fru, EachBlockIsWrittenToItsOwnDevice) {
+TEST(Fru, each_block_is_written_to_its_own_device) {
   serve({}, 64);
   sim::machine().bmc.fru.devices[7] = sim::fru_device({}, 64);
   EXPECT_EQ(
@@ -198,7 +198,7 @@ TEST(Fru, EachBlockIsWrittenToItsOwnDevice) {
           "28 12 00 00 00 02 00 00 00 00 00 00 FE\n");
 }
 
-TEST(Fru, LengthsPaddingOffsetsAndEndBitsComeOutRight) {
+TEST(Fru, lengths_padding_offsets_and_end_bits_come_out_right) {
   const Bytes nothing = {1, 0, 0, 0, 0, 0, 0, 0xFF};
   const Bytes internal = {1, 1, 0, 0, 0, 0, 0, 0xFE};
   const Bytes product = area({0}, {"AB", "", "", "", "", "", "", ""});
@@ -235,7 +235,7 @@ Bytes board_ending(const Bytes& tail) {
   return image_of({{}, board});
 }
 
-TEST(FruFaults, ABrokenDeviceIsNoDump) {
+TEST(FruFaults, a_broken_device_is_no_dump) {
   const Bytes good = sim::example_fru_image();
   // Empty custom fields: its second chunk holds zeros only.
   const Bytes zeros = image_of({joined({{1, 5}, Bytes(30), {0xC1, 0, 0, 0, 0, 0, 0, 0x39}})});
@@ -270,7 +270,7 @@ TEST(FruFaults, ABrokenDeviceIsNoDump) {
   EXPECT_EQ(content_of(path), "(no file)");
 }
 
-TEST(FruFaults, ZerosAreNoEndlessListOfRecords) {
+TEST(FruFaults, zeros_are_no_endless_list_of_records) {
   // A device that does not tell its size may have 65536 bytes.
   for (const auto& [claimed, last] :
        {std::pair{64, "28 11 00 3A 00 05\n"}, {0, "28 11 00 F8 FF 05\n"}}) {
@@ -279,7 +279,7 @@ TEST(FruFaults, ZerosAreNoEndlessListOfRecords) {
   }
 }
 
-TEST(FruFaults, EveryCorruptByteAndEveryTruncationIsReadRightOrIsAFault) {
+TEST(FruFaults, every_corrupt_byte_and_every_truncation_is_read_right_or_is_a_fault) {
   const Bytes good = image_of(
       {area({0x17}, {"CP-1", "CS123", "field"}), {}, {}, multirecord(0xC0, 0x82, Bytes(20, 0x11))});
   const Bytes image = joined({good, Bytes(20, 0x33)});
@@ -302,7 +302,7 @@ std::string repeated(std::string text, int count, const std::string& line, const
   return text + end;
 }
 
-TEST(FruFaults, ARefusedFileNamesTheLineAndWritesNothing) {
+TEST(FruFaults, a_refused_file_names_the_line_and_writes_nothing) {
   const std::string common = BLOCK + "_SEE_COMMON\n";
   const std::string chassis = BLOCK + "_SEE_CHASSIS\n01 02";
   const std::string product = BLOCK + "_SEE_PRODUCT\n01 01 00\n";
@@ -340,7 +340,7 @@ TEST(FruFaults, ARefusedFileNamesTheLineAndWritesNothing) {
   EXPECT_EQ(outcome("--fru", "/no/f").first, "1 reading file......\nCannot read file /no/f\n");
 }
 
-TEST(FruFaults, WhatDoesNotFitIsNotWrittenAndARefusedWriteIsTheLast) {
+TEST(FruFaults, what_does_not_fit_is_not_written_and_a_refused_write_is_the_last) {
   const std::string longest = "FF '" + std::string(63, 'x') + "'\n";
   const std::string chassis = "_SEE_CHASSIS\n01 01 17 C0 C0\n";
   const std::string product = "_SEE_PRODUCT\n01 01 00 C0 C0 C0 C0 C0 C0 C0\n";

@@ -24,14 +24,14 @@ std::string reading_of(const std::string& path) {
   });
 }
 
-TEST(Image, NameDecidesHowItIsRead) {
+TEST(Image, name_decides_how_it_is_read) {
   std::string firsts;  // of each image: the record's data, or the record itself
   for (const char* name : {".mot", "fw.bin.mot", "fw.mot.bin", ".mot.mot", "fw.MOT", "fw"})
     firsts += reading_of(file_with(name, srecords(0x1000, "d"))).at(10);
   EXPECT_EQ(firsts, "ddSSSS");
 }
 
-TEST(Image, RecordIsPlacedOrRefusedWithItsLine) {
+TEST(Image, record_is_placed_or_refused_with_its_line) {
   const std::string others = "S00600004844521B\r\nS1051000AABB00\r\n\r\nnote\r\nS30500000000FA\r\n";
   const std::string too_short = "1: the line is shorter than its byte count\n";
   std::vector<std::pair<std::string, std::string>> cases = {

@@ -72,7 +72,8 @@ struct Sdr : testing::Test {
   }
 };
 
-TEST_F(Sdr, AreReadSixteenBytesAtATimeEachWithItsOwnReservationAndNoMoreThanClaimed) {
+TEST_F(Sdr,
+       are_read_sixteen_bytes_at_a_time_each_with_its_own_reservation_and_no_more_than_claimed) {
   // The size of a body, and the last reservation, record ID, offset and count.
   const std::pair<unsigned, const char*> cases[] = {
       {0, "01 00 00 00 00 10\n"},  {11, "01 00 00 00 00 10\n"},  {27, "02 00 00 00 10 10\n"},
@@ -96,7 +97,7 @@ TEST_F(Sdr, AreReadSixteenBytesAtATimeEachWithItsOwnReservationAndNoMoreThanClai
   }
 }
 
-TEST_F(Sdr, DumpThatCannotBeReadOrWrittenWholeIsNoFile) {
+TEST_F(Sdr, dump_that_cannot_be_read_or_written_whole_is_no_file) {
   const auto fails = [this](const Faults& faults, const std::string& text, const char* sent = "") {
     EXPECT_TRUE(act("--sdrdump", faults).starts_with(text + "28 20\n" + sent)) << text;
     EXPECT_EQ(content_of(path), "(no file)");
@@ -117,7 +118,7 @@ TEST_F(Sdr, DumpThatCannotBeReadOrWrittenWholeIsNoFile) {
   }
 }
 
-TEST_F(Sdr, AreNotAddedUnlessTheEraseCompletes) {
+TEST_F(Sdr, are_not_added_unless_the_erase_completes) {
   EXPECT_EQ(written({{1}}, {{refuse, 0x0A, 0x27, 0, 1, 0xC5}}), "1 " + NOT_ERASED);
   EXPECT_EQ(written({{1}}, {{refuse, 0x0A, 0x27, 1, 1, 0xC5}}), "0 " + NOT_ERASED);
   EXPECT_EQ(written({{1}}, {{shorten, 0x0A, 0x27, 1, 1, 1}}), "0 " + NOT_ERASED);
@@ -131,7 +132,7 @@ TEST_F(Sdr, AreNotAddedUnlessTheEraseCompletes) {
   EXPECT_EQ(act("--sdr"), polls + "sleep 1000000\n");
 }
 
-TEST_F(Sdr, FailureEndsTheWritingOfWholeRecordsButNotOfParts) {
+TEST_F(Sdr, failure_ends_the_writing_of_whole_records_but_not_of_parts) {
   // Entries have the IDs 1 to 3; the BMC gives 0102 to 0104. The empty Partial Add counts too.
   const std::vector<Bytes> three(3, Bytes(20));
   sdr->first_id = 0x0102;
@@ -154,7 +155,7 @@ TEST_F(Sdr, FailureEndsTheWritingOfWholeRecordsButNotOfParts) {
   EXPECT_EQ(written({Bytes(124)}), "0 " + FAILED + "01 00 fail\n");
 }
 
-TEST_F(Sdr, OfEveryTypeSurviveTheWayThroughTextAndTheBmc) {
+TEST_F(Sdr, of_every_type_survive_the_way_through_text_and_the_bmc) {
   const std::pair<uint8_t, size_t> types[] = {{0x01, 43}, {0x02, 27}, {0x03, 12},  {0x10, 11},
                                               {0x11, 11}, {0x12, 11}, {0x14, 219}, {0xC0, 0}};
   for (const auto& [type, size] : types) {
@@ -170,7 +171,7 @@ TEST_F(Sdr, OfEveryTypeSurviveTheWayThroughTextAndTheBmc) {
   }
 }
 
-TEST_F(Sdr, AreWrittenAsPeopleSpellThemAndCostNoRepositoryWhenWrong) {
+TEST_F(Sdr, are_written_as_people_spell_them_and_cost_no_repository_when_wrong) {
   const std::string start = "_SDR (\n_SDR_TYPE 01\n_REC_LEN";
   const std::string fifth = ": the record's fifth byte is not the number of bytes after it\n";
   std::string many = "_SDR (\n";
@@ -206,7 +207,7 @@ TEST_F(Sdr, AreWrittenAsPeopleSpellThemAndCostNoRepositoryWhenWrong) {
   sends("a.data", HEAD + BLOCK, "");
 }
 
-TEST_F(Sdr, TextHasAByteALineAndItsCommentsFromUtilDatInOneColumn) {
+TEST_F(Sdr, text_has_a_byte_a_line_and_its_comments_from_util_dat_in_one_column) {
   // The files that are supplied.
   std::filesystem::current_path(std::filesystem::path(__FILE__).parent_path() / "../data");
   run({"--sdr", "sample.sdr"});
