@@ -72,8 +72,7 @@ struct Sdr : testing::Test {
   }
 };
 
-TEST_F(Sdr,
-       are_read_sixteen_bytes_at_a_time_each_with_its_own_reservation_and_no_more_than_claimed) {
+TEST_F(Sdr, are_read_sixteen_bytes_at_a_time_and_no_more_than_the_bmc_claims) {
   // The size of a body, and the last reservation, record ID, offset and count.
   const std::pair<unsigned, const char*> cases[] = {
       {0, "01 00 00 00 00 10\n"},  {11, "01 00 00 00 00 10\n"},  {27, "02 00 00 00 10 10\n"},
