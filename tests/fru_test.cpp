@@ -136,16 +136,11 @@ Bytes full_image(int type) {
 }
 
 TEST(Fru, is_read_area_by_area_dumped_as_text_and_written_back_by_sixteen_bytes) {
-  const Bytes records =
-      joined({multirecord(1, 0x72, {}), multirecord(0xC0, 0xF2, Bytes(10, 0x5A))});
-  Bytes image = image_of({area({0x17}, {"CP-1", "CS123", ""}),
-                          area({0x19, 0x80, 0x1A, 0x9B}, {"Maker", "Board", "B0001", "P-100", ""}),
-                          {},
-                          records});
-  image[0] = 0xF1;
-  image[1] = 1;
-  image[7] = 0;
-  serve(image);
+  serve(joined({{0xF1, 1, 1, 4, 0, 9, 0, 0},
+                area({0x17}, {"CP-1", "CS123", ""}),
+                area({0x19, 0x80, 0x1A, 0x9B}, {"Maker", "Board", "B0001", "P-100", ""}),
+                multirecord(1, 0x72, {}),
+                multirecord(0xC0, 0xF2, Bytes(10, 0x5A))}));
   // A device that hides from the probe is read all the same.
   sim::machine().bmc.faults = {fault(refuse, 0x10, 0, 0xC1)};
   const auto [said, sent] = outcome("--wfru", path_of("dump.fru"));
@@ -156,14 +151,14 @@ TEST(Fru, is_read_area_by_area_dumped_as_text_and_written_back_by_sixteen_bytes)
             "28 11 00 40 00 08\n28 11 00 48 00 10\n28 11 00 48 00 05\n28 11 00 4D 00 10\n"
             "28 11 00 4D 00 0F\n");
   serve({}, 92);
-  EXPECT_EQ(updated(DUMP), UPDATED +
-                               "28 10 00\n"
-                               "28 12 00 00 00 01 00 01 04 00 09 00 F1 01 03 17 C4 43 50 2D 31\n"
-                               "28 12 00 10 00 C5 43 53 31 32 33 C0 C1 00 00 00 00 00 00 00 BE\n"
-                               "28 12 00 20 00 01 05 19 80 1A 9B C5 4D 61 6B 65 72 C5 42 6F 61\n"
-                               "28 12 00 30 00 72 64 C5 42 30 30 30 31 C5 50 2D 31 30 30 C0 C1\n"
-                               "28 12 00 40 00 00 00 00 00 00 00 00 2E 01 02 00 00 FD C0 82 0A\n"
-                               "28 12 00 50 00 7C 38 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A\n");
+  EXPECT_EQ(updated(DUMP),
+            UPDATED +
+                "28 10 00\n28 12 00 00 00 01 00 01 04 00 09 00 F1 01 03 17 C4 43 50 2D 31\n"
+                "28 12 00 10 00 C5 43 53 31 32 33 C0 C1 00 00 00 00 00 00 00 BE\n"
+                "28 12 00 20 00 01 05 19 80 1A 9B C5 4D 61 6B 65 72 C5 42 6F 61\n"
+                "28 12 00 30 00 72 64 C5 42 30 30 30 31 C5 50 2D 31 30 30 C0 C1\n"
+                "28 12 00 40 00 00 00 00 00 00 00 00 2E 01 02 00 00 FD C0 82 0A\n"
+                "28 12 00 50 00 7C 38 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A\n");
 }
 
 TEST(Fru, every_area_field_and_record_survives_dump_and_update) {
