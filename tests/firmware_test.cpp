@@ -142,10 +142,11 @@ TEST(Actions, say_what_differs_and_what_stopped_them) {
   expect({{refuse, 8, 1, 0, 1, 9}}, "--save", file, "cannot get flash update information\n", "1");
   EXPECT_EQ(content_of(file), "(no file)");
   expect({{shorten, 8, 1, 0, 1, 16}}, "-u", RAW, "cannot get flash update information\n", "1");
+  serve_card({0x12345670, 16, 0x12345678});
   // Completion code 1 is good on the last chunk of a block.
   expect({{answer, 8, 4, 3, 1, 0, {1}}}, "-u", RAW, ".OK\n", FIRST + BLOCK);
-  expect({{answer, 8, 4, 2, 1, 0, {1}}}, "-u", RAW, ".write data error at FFFFFFFA\n", "1444");
-  expect({{shorten, 8, 4, 4}}, "-u", RAW, ".Cannot write data at FFFFFFFC\n", FIRST + "4");
+  expect({{answer, 8, 4, 2, 1, 0, {1}}}, "-u", RAW, ".write data error at 1234567A\n", "1444");
+  expect({{shorten, 8, 4, 4}}, "-u", RAW, ".Cannot write data at 1234567C\n", FIRST + "4");
   expect({{answer, 8, 5, 0, 1, 0, {0, 2}}}, "-u", RAW, ".Write Error\n", FIRST);
 }
 
