@@ -109,7 +109,6 @@ bool load_text(FILE* file, sdr_repository* repository) {
   reader.lines.file = file;
   reader.lines.room = LINE_ROOM;
   while (next_line(&reader.lines)) {
-    if (reader.lines.in_comment) continue;
     char cleaned[LINE_ROOM];
     process_string(reader.lines.text, cleaned, sizeof cleaned);
     if (cleaned[0] != '\0' && !take_line(&reader, cleaned)) return false;

@@ -44,8 +44,6 @@ void process_cfg(const char* path) {
   Lines lines = {};
   lines.file = file;
   lines.room = LINE_ROOM;
-  while (next_line(&lines)) {
-    if (!lines.in_comment) run_line(lines.text, lines.number);
-  }
+  while (next_line(&lines)) run_line(lines.text, lines.number);
   std::fclose(file);
 }

@@ -9,12 +9,11 @@ struct Lines {
   FILE* file;
   int room;         // bytes of `text` in use, its terminator included; at most LINE_ROOM
   unsigned number;  // of the line, from 1
-  bool cut;         // the line goes on behind what `text` holds
-  bool in_comment;  // `text` goes on with a comment that began in an earlier piece of its line
+  bool cut;         // the line goes on after what `text` holds
   char text[LINE_ROOM];
 };
 
 // Reads on: a line with its line end, or a piece of one that is longer than the room; the pieces
-// share a number, and none ends between two slashes. False at the end of the file or when it cannot
-// be read (see the file's error mark).
+// share a number, and none ends between two slashes. A piece in which a comment begins is the last
+// of its line. False at the end of the file or when it cannot be read (see the file's error mark).
 bool next_line(Lines* lines);
