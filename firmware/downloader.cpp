@@ -4,29 +4,15 @@
 #include "base/dump_file.h"
 #include "firmware/flash.h"
 #include "platform/platform.h"
+#include "transport/ipmi.h"
 #include "transport/transaction.h"
 
 namespace {
 
-constexpr uint8_t BMC = 0x20;
-constexpr uint8_t NETFN_APP = 0x18;
-constexpr uint8_t NETFN_FIRMWARE = 0x20;
-constexpr uint8_t NETFN_APP_ANSWER = 0x1C;
-
-// Requests without data.
-constexpr uint8_t GET_FLASH_INFORMATION[] = {BMC, NETFN_FIRMWARE, 0x01};
-constexpr uint8_t END_OF_BLOCK[] = {BMC, NETFN_FIRMWARE, 0x05};
-constexpr uint8_t GET_DEVICE_ID[] = {BMC, NETFN_APP, 0x01};
-constexpr uint8_t COLD_RESET[] = {BMC, NETFN_APP, 0x02};
-constexpr uint8_t WARM_RESET[] = {BMC, NETFN_APP, 0x03};
-// What leads the others: code; address, 0, count; address, flags, data.
-constexpr uint8_t ENTER_DOWNLOADER[] = {BMC, NETFN_FIRMWARE, 0x02};
-constexpr uint8_t READ_FLASH[] = {BMC, NETFN_FIRMWARE, 0x03};
-constexpr uint8_t WRITE_CHUNK[] = {BMC, NETFN_FIRMWARE, 0x04};
-
 constexpr unsigned CODE_SIZE = 8;
 static_assert(sizeof QARN_ACCESS_CODE == CODE_SIZE + 1);
 
+constexpr unsigned REQUEST_CODE = 3;
 constexpr unsigned REQUEST_ADDRESS = 3;
 constexpr unsigned REQUEST_FLAGS = 7;
 constexpr unsigned REQUEST_CHUNK = 8;
@@ -73,12 +59,13 @@ void put_address(uint8_t* request, uint32_t address) {
 
 bool get_flash_information(Flash_info* info) {
   Response response;
-  const bool done = exchange(GET_FLASH_INFORMATION, sizeof GET_FLASH_INFORMATION, &response);
-  const uint8_t* bytes = response_part(response, RESPONSE_DATA, INFORMATION_SIZE);
-  if (!done || bytes == nullptr) {
+  const uint8_t request[] = {BMC_ADDRESS, NETFN_FIRMWARE, GET_FLASH_INFORMATION};
+  const auto answer = ask(request, sizeof request, INFORMATION_SIZE, &response);
+  if (answer.empty()) {
     flashprintf("cannot get flash update information\n");
     return false;
   }
+  const uint8_t* bytes = answer.data();
   info->update_start = read_number(bytes);
   info->block_size = bytes[INFORMATION_BLOCK];
   info->chunk_size = bytes[INFORMATION_CHUNK];
@@ -140,10 +127,9 @@ uint8_t chunk_flags(unsigned index, unsigned count) {
 
 // Sends one chunk: image data, or 0xFF where the image has none yet. False after a message.
 bool send_chunk(uint32_t address, uint8_t flags, unsigned size, bool has_data, bool last) {
-  uint8_t request[REQUEST_CHUNK + LONGEST_CHUNK];
+  uint8_t request[REQUEST_CHUNK + LONGEST_CHUNK] = {BMC_ADDRESS, NETFN_FIRMWARE, WRITE_FLASH_CHUNK};
   const uint32_t index = data.pos - data.base;
   if (size > LONGEST_CHUNK || (has_data && index > PORTION_SIZE - size)) return false;
-  std::memcpy(request, WRITE_CHUNK, sizeof WRITE_CHUNK);
   put_address(request, address);
   request[REQUEST_FLAGS] = flags;
   if (has_data) {
@@ -179,12 +165,12 @@ bool send_chunks(uint32_t address, unsigned size, unsigned count) {
 enum class Block { programmed, again, refused, failed };
 
 Block end_block() {
+  const uint8_t request[] = {BMC_ADDRESS, NETFN_FIRMWARE, END_FLASH_BLOCK};
   Response response;
-  if (!exchange(END_OF_BLOCK, sizeof END_OF_BLOCK, &response)) return Block::refused;
-  const uint8_t* status = response_part(response, RESPONSE_DATA, 1);
-  if (status == nullptr) return Block::refused;
-  if (*status == BLOCK_PROGRAMMED) return Block::programmed;
-  return *status == BLOCK_AGAIN ? Block::again : Block::failed;
+  const auto status = ask(request, sizeof request, 1, &response);
+  if (status.empty()) return Block::refused;
+  if (status[0] == BLOCK_PROGRAMMED) return Block::programmed;
+  return status[0] == BLOCK_AGAIN ? Block::again : Block::failed;
 }
 
 int program_blocks(const Flash_info& info) {
@@ -211,17 +197,17 @@ int program_image() {
 // is missing: false after a message.
 bool read_portion(uint64_t address, uint8_t* bytes) {
   for (unsigned i = 0; i < PORTION_SIZE; i += READ_SIZE) {
-    uint8_t request[] = {READ_FLASH[0], READ_FLASH[1], READ_FLASH[2], 0, 0, 0, 0, 0, READ_SIZE};
+    uint8_t request[] = {BMC_ADDRESS, NETFN_FIRMWARE, READ_FLASH, 0, 0, 0, 0, 0, READ_SIZE};
     const uint32_t from = static_cast<uint32_t>(address + i);
     put_address(request, from);
     Response response;
     exchange(request, sizeof request, &response);
-    const uint8_t* part = response_part(response, READ_DATA, READ_SIZE);
-    if (part == nullptr) {
+    const auto part = response_part(response, READ_DATA, READ_SIZE);
+    if (part.empty()) {
       flashprintf("cannot read the flash at %08X\n", from);
       return false;
     }
-    std::memcpy(bytes + i, part, READ_SIZE);
+    std::memcpy(bytes + i, part.data(), READ_SIZE);
   }
   return true;
 }
@@ -262,14 +248,9 @@ bool copy_flash(const Flash_info& info) {
 }
 
 bool is_normal(const Response& response) {
-  const unsigned offset = response.bytes[1] == NETFN_APP_ANSWER ? REVISION : REVISION + 1;
-  const uint8_t* revision = response_part(response, offset, 1);
-  return revision != nullptr && (*revision & UPDATING) == 0;
-}
-
-int leave() {
-  std::puts("reset and wait");
-  return exit_downloader();
+  const bool from_app = response.bytes[1] == (NETFN_APP | RESPONSE_BIT);
+  const auto revision = response_part(response, from_app ? REVISION : REVISION + 1, 1);
+  return !revision.empty() && (revision[0] & UPDATING) == 0;
 }
 
 }  // namespace
@@ -277,11 +258,8 @@ int leave() {
 int enter_downloader() {
   flashprintf("Enter Downloader......");
   std::fflush(stdout);
-  uint8_t request[sizeof ENTER_DOWNLOADER + CODE_SIZE];
-  std::memcpy(request, ENTER_DOWNLOADER, sizeof ENTER_DOWNLOADER);
-  for (unsigned i = 0; i < CODE_SIZE; i++) {
-    request[sizeof ENTER_DOWNLOADER + i] = static_cast<uint8_t>(QARN_ACCESS_CODE[i]);
-  }
+  uint8_t request[REQUEST_CODE + CODE_SIZE] = {BMC_ADDRESS, NETFN_FIRMWARE, ENTER_DOWNLOADER};
+  std::memcpy(request + REQUEST_CODE, QARN_ACCESS_CODE, CODE_SIZE);
   Response response;
   if (!exchange(request, sizeof request, &response)) {
     flashprintf(" Cannot enter downloader\n");
@@ -295,16 +273,19 @@ int enter_downloader() {
 int exit_downloader() {
   flashprintf("Exit Downloader......");
   std::fflush(stdout);
+  const uint8_t cold_reset[] = {BMC_ADDRESS, NETFN_APP, COLD_RESET};
+  const uint8_t warm_reset[] = {BMC_ADDRESS, NETFN_APP, WARM_RESET};
+  const uint8_t identity[] = {BMC_ADDRESS, NETFN_APP, GET_DEVICE_ID};
   Response response;
-  if (!exchange(COLD_RESET, sizeof COLD_RESET, &response) &&
-      !exchange(WARM_RESET, sizeof WARM_RESET, &response)) {
+  if (!exchange(cold_reset, sizeof cold_reset, &response) &&
+      !exchange(warm_reset, sizeof warm_reset, &response)) {
     flashprintf("Cannot exit downloader\n");
     return 0;
   }
   platform::sleep(RESET_S);
   for (unsigned i = 0; i < POLLS; i++) {
     platform::sleep(POLL_S);
-    if (!exchange(GET_DEVICE_ID, sizeof GET_DEVICE_ID, &response) || !is_normal(response)) continue;
+    if (!exchange(identity, sizeof identity, &response) || !is_normal(response)) continue;
     flashprintf("OK\n");
     return 1;
   }
@@ -363,25 +344,4 @@ void read_flash() {
     flashprintf("cannot write the whole flash to %s\n", flashfilename);
   }
   fp = nullptr;
-}
-
-int firmwareUpdate() {
-  std::printf("Update Firmware with File %s\n", flashfilename);
-  enter_downloader();
-  if (program_firmware() != 1) std::printf("can't find file %s\n", flashfilename);
-  return leave();
-}
-
-int firmwareSave() {
-  std::printf("Read firmware and Save to File %s\n", flashfilename);
-  enter_downloader();
-  read_flash();
-  return leave();
-}
-
-int firmwareVerify() {
-  std::printf("Verify firmware with the File %s\n", flashfilename);
-  enter_downloader();
-  verify_firmware();
-  return leave();
 }

@@ -72,8 +72,3 @@ int verify_firmware();   // 1 when the comparison came to its end, else 0
 void read_flash();       // saves the flash to the file named by flashfilename
 // Programs one block from the image buffer, which it loads when it is used up. 1, or 0.
 int write_line(uint32_t address, unsigned block_size, unsigned chunk_size);
-
-// The actions for -u, --save and --verify. 1 when the BMC is back in normal operation, else 0.
-int firmwareUpdate();
-int firmwareSave();
-int firmwareVerify();

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "platform/platform.h"
+#include "transport/ipmi.h"
 #include "transport/transaction.h"
 
 namespace {
@@ -18,13 +19,14 @@ constexpr uint8_t SET_PASSWORD = 0x02;
 constexpr unsigned RESET_SECONDS = 8;
 constexpr unsigned RAW_LIMIT = 1024;
 
-// Get Device ID response, offsets of the response byte string.
-constexpr unsigned FIRMWARE_MAJOR = 6;
-constexpr unsigned FIRMWARE_MINOR = 7;
-constexpr unsigned IPMI_VERSION = 8;
-constexpr unsigned MANUFACTURER_ID = 10;
-constexpr unsigned PRODUCT_ID = 13;
-constexpr unsigned DEVICE_ID_SIZE = 15;
+// Get Device ID response data: device ID, device revision, firmware revision (2), IPMI version,
+// device support, manufacturer ID (3), product ID (2).
+constexpr unsigned FIRMWARE_MAJOR = 2;
+constexpr unsigned FIRMWARE_MINOR = 3;
+constexpr unsigned IPMI_VERSION = 4;
+constexpr unsigned MANUFACTURER_ID = 6;
+constexpr unsigned PRODUCT_ID = 9;
+constexpr unsigned DEVICE_ID_SIZE = 11;
 
 char digit(unsigned value) {
   return "0123456789ABCDEF"[value & 0x0F];
@@ -33,11 +35,10 @@ char digit(unsigned value) {
 }  // namespace
 
 int show_fw_version() {
-  const uint8_t request[] = {0x20, 0x18, 0x01};
+  const uint8_t request[] = {BMC_ADDRESS, NETFN_APP, GET_DEVICE_ID};
   Response response;
-  const bool accepted = exchange(request, sizeof request, &response);
-  const uint8_t* id = response_part(response, 0, DEVICE_ID_SIZE);
-  if (!accepted || id == nullptr) {
+  const auto id = ask(request, sizeof request, DEVICE_ID_SIZE, &response);
+  if (id.empty()) {
     std::puts("get Device ID failed");
     return 0;
   }
@@ -54,28 +55,28 @@ int show_fw_version() {
 
 void DispalyUsersName() {
   for (unsigned user = FIRST_USER; user <= LAST_USER; user++) {
-    const uint8_t request[] = {0x20, 0x18, 0x46, static_cast<uint8_t>(user)};
+    const uint8_t request[] = {BMC_ADDRESS, NETFN_APP, GET_USER_NAME, static_cast<uint8_t>(user)};
     Response response;
-    if (!exchange(request, sizeof request, &response)) return;
+    const auto answer = ask(request, sizeof request, 0, &response);
+    if (answer.data() == nullptr) return;
     char name[NAME_SIZE + 1] = {};
     // A short response is shown as far as it goes.
-    const unsigned arrived = std::min(response.length - RESPONSE_DATA, NAME_SIZE);
-    std::memcpy(name, response.bytes + RESPONSE_DATA, arrived);
+    std::memcpy(name, answer.data(), std::min<size_t>(answer.size(), NAME_SIZE));
     std::printf("User ID %d\t:\t\t%s\n", static_cast<int>(user), name[0] != 0 ? name : "NULL");
   }
 }
 
 int SetUserPwd(int index, const char* password) {
   if (password == nullptr) return 0;
-  uint8_t request[5 + PASSWORD_SIZE] = {0x20, 0x18, 0x47, static_cast<uint8_t>((index + 1) & 0x3F),
-                                        SET_PASSWORD};
+  uint8_t request[5 + PASSWORD_SIZE] = {BMC_ADDRESS, NETFN_APP, SET_USER_PASSWORD,
+                                        static_cast<uint8_t>((index + 1) & 0x3F), SET_PASSWORD};
   std::memcpy(request + 5, password, PASSWORD_SIZE);
   Response response;
   return exchange(request, sizeof request, &response) ? 1 : 0;
 }
 
 void resetBMC() {
-  const uint8_t request[] = {0x20, 0x18, 0x02};
+  const uint8_t request[] = {BMC_ADDRESS, NETFN_APP, COLD_RESET};
   std::puts("reset BMC and wait");
   Response response;
   if (exchange(request, sizeof request, &response)) {

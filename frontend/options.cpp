@@ -9,8 +9,8 @@
 #include <cstring>
 
 #include "firmware/flash.h"
-#include "sdr/sdr.h"
-#include "transport/bmc.h"
+#include "frontend/actions.h"
+#include "transport/ipmi.h"
 #include "transport/transaction.h"
 
 namespace {

@@ -1,22 +1,16 @@
 // qarn: banner, options, the way to the BMC, its identity, then the requested actions in their
 // order.
-#include <arpa/inet.h>
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 
 #include "base/error_text.h"
 #include "base/progress.h"
-#include "firmware/flash.h"
+#include "frontend/actions.h"
 #include "frontend/operations.h"
 #include "frontend/options.h"
-#include "fru/fru.h"
 #include "lan/lan.h"
 #include "platform/platform.h"
-#include "sdr/sdr.h"
-#include "sel/sel.h"
 #include "textfile/cfg.h"
 #include "transport/bmc.h"
 #include "transport/transaction.h"
@@ -46,7 +40,7 @@ const Port_pair PORT_PAIRS[] = {
 };
 
 void show_version() {
-  std::puts("BMC Utility on Linux version 1.1.3");
+  std::puts("BMC Utility on Linux version " QARN_VERSION);
 }
 
 bool open_device() {
@@ -103,53 +97,6 @@ void run_file_actions(const Options& options) {
   if (options.sel_dump != 0) {
     std::printf("Dumping SEL to file %s\n", options.sel_path);
     dumpSel(options.sel_path);
-  }
-}
-
-void put_address(uint8_t field[4], const char* text) {
-  const in_addr_t address = inet_addr(text);
-  std::memcpy(field, &address, 4);
-}
-
-void show_address(const char* label, const uint8_t address[4]) {
-  std::printf("%s:\t\t\t%d.%d.%d.%d\n", label, address[0], address[1], address[2], address[3]);
-}
-
-void display_lan(const IpCfg& lan) {
-  std::puts(lan.dhcp != 0 ? "DHCP\t\t\tEnable" : "DHCP\t\t\tDisable");
-  show_address("BMC IP Address", lan.ip);
-  char mac[18];
-  mac_text(lan.mac, mac);
-  std::printf("MAC Address:\t\t\t%s\n", mac);
-  show_address("Net Mask", lan.netmask);
-  show_address("Gate Way", lan.gateway);
-}
-
-// The texts of -m and -i become those of the BMC and of the host interface that carries its MAC.
-void match_host_address(Options* options, IpCfg* lan) {
-  mac_text(lan->mac, options->mac);
-  if (getIpfromMAC(options->mac, options->ip) == 0) return;
-  put_address(lan->ip, options->ip);
-  writeIpCfg(lan);
-}
-
-void set_lan(const Options& options, IpCfg* lan) {
-  if (options.set_ip != 0) {
-    put_address(lan->ip, options.ip);
-    setIp(lan);
-  }
-  if (options.set_mac != 0 && parse_mac(options.mac, lan->mac)) setMac(lan);
-  if (options.set_gateway != 0) {
-    put_address(lan->gateway, options.gateway);
-    setGateway(lan);
-  }
-  if (options.set_netmask != 0) {
-    put_address(lan->netmask, options.netmask);
-    setNetmask(lan);
-  }
-  if (options.set_arp != 0) {
-    lan->arp = static_cast<uint8_t>(std::atoi(options.arp) & 1);
-    setArp(lan->arp);
   }
 }
 

@@ -5,6 +5,7 @@
 #include "base/memory.h"
 #include "base/progress.h"
 #include "fru/layout.h"
+#include "transport/ipmi.h"
 #include "transport/transaction.h"
 
 namespace {
@@ -149,11 +150,10 @@ void put_multirecords(Image* image, const fru_info& fru) {
 
 // Get FRU Inventory Area Info; false when the device does not tell.
 bool device_size(uint8_t id, unsigned* size) {
-  const uint8_t request[] = {0x20, 0x28, 0x10, id};
+  const uint8_t request[] = {BMC_ADDRESS, NETFN_STORAGE, GET_FRU_AREA_INFO, id};
   Response response;
-  if (!exchange(request, sizeof request, &response)) return false;
-  const uint8_t* answer = response_part(response, RESPONSE_DATA, 2);
-  if (answer == nullptr) return false;
+  const auto answer = ask(request, sizeof request, 2, &response);
+  if (answer.empty()) return false;
   *size = static_cast<unsigned>(answer[0] | answer[1] << 8);
   return true;
 }
@@ -204,7 +204,7 @@ int WriteToFRU(const uint8_t* image, unsigned length, uint8_t id) {
   if (length > size) return -2;
   for (unsigned offset = 0; offset < length; offset += CHUNK) {
     const unsigned part = std::min(length - offset, CHUNK);
-    uint8_t request[WRITE_HEADER + CHUNK] = {0x20, 0x28, 0x12, id};
+    uint8_t request[WRITE_HEADER + CHUNK] = {BMC_ADDRESS, NETFN_STORAGE, WRITE_FRU_DATA, id};
     request[4] = static_cast<uint8_t>(offset);
     request[5] = static_cast<uint8_t>(offset >> 8);
     std::memcpy(request + WRITE_HEADER, image + offset, part);

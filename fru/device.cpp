@@ -5,6 +5,7 @@
 #include "base/memory.h"
 #include "base/progress.h"
 #include "fru/layout.h"
+#include "transport/ipmi.h"
 #include "transport/transaction.h"
 
 namespace {
@@ -31,7 +32,7 @@ void build_read(uint8_t* request, uint8_t id, unsigned offset, unsigned count) {
 
 // The first `needed` bytes of what the device returns; null when fewer arrive. An area's checksum
 // is the judge of its bytes, whatever the completion code says of them.
-const uint8_t* read_data(const uint8_t* request, unsigned needed, Response* response) {
+std::span<const uint8_t> read_data(const uint8_t* request, unsigned needed, Response* response) {
   exchange(request, FRU_READ_REQUEST, response);
   return response_part(*response, READ_DATA, needed);
 }
@@ -39,8 +40,8 @@ const uint8_t* read_data(const uint8_t* request, unsigned needed, Response* resp
 // The length of the area that the request points at; 0 when it has none.
 unsigned probe_units(uint8_t* request, Response* response) {
   request[READ_COUNT] = CHUNK;
-  const uint8_t* data = read_data(request, FRU_AREA_LENGTH + 1, response);
-  return data != nullptr ? data[FRU_AREA_LENGTH] : 0;
+  const auto data = read_data(request, FRU_AREA_LENGTH + 1, response);
+  return data.empty() ? 0U : data[FRU_AREA_LENGTH];
 }
 
 int read_area(fru_info* fru, const fru_layout& layout, fru_parser parse) {
@@ -66,10 +67,10 @@ bool read_record(uint8_t id, unsigned position, unsigned size, uint8_t* record) 
   for (unsigned stored = 0; stored <= size; stored += CHUNK) {
     const unsigned part = std::min(size - stored, CHUNK);
     build_read(request, id, position + stored, part);
-    const uint8_t* data = read_data(request, part, &response);
+    const auto data = read_data(request, part, &response);
     if (part == 0) break;
-    if (data == nullptr) return false;
-    std::memcpy(record + stored, data, part);
+    if (data.empty()) return false;
+    std::memcpy(record + stored, data.data(), part);
   }
   return true;
 }
@@ -87,8 +88,8 @@ std::unique_ptr<fru_multirecord> take_record(uint8_t id, unsigned size, unsigned
   uint8_t request[FRU_READ_REQUEST];
   Response response;
   build_read(request, id, *position, CHUNK);
-  const uint8_t* probed = read_data(request, 3, &response);
-  if (probed == nullptr) return nullptr;
+  const auto probed = read_data(request, 3, &response);
+  if (probed.empty()) return nullptr;
   const unsigned length = FRU_RECORD_HEADER + probed[2];
   if (*position + length > size) return nullptr;
 
@@ -106,12 +107,12 @@ unsigned getFruDeviceInfo(uint8_t* ids, uint32_t* sizes, unsigned capacity) {
   if (capacity == 0) return 0;
   std::memset(ids, 0xFF, capacity);
   std::fill_n(sizes, capacity, 0U);
-  const uint8_t request[] = {0x20, 0x28, 0x10, 0x00};  // Get FRU Inventory Area Info, device 0
+  const uint8_t request[] = {BMC_ADDRESS, NETFN_STORAGE, GET_FRU_AREA_INFO, 0x00};  // device 0
   Response response;
-  if (!exchange(request, sizeof request, &response)) return 0;
-  const uint8_t* size = response_part(response, RESPONSE_DATA, 2);
+  const auto size = ask(request, sizeof request, 0, &response);
+  if (size.data() == nullptr) return 0;
   ids[0] = 0;
-  if (size != nullptr) sizes[0] = static_cast<uint32_t>(size[0] | size[1] << 8);
+  if (size.size() >= 2) sizes[0] = static_cast<uint32_t>(size[0] | size[1] << 8);
   return 1;
 }
 
@@ -152,10 +153,9 @@ int GetCommonHeader(fru_info* fru) {
   uint8_t request[FRU_READ_REQUEST];
   Response response;
   build_read(request, fru->dev_id, 0, FRU_HEADER_SIZE);
-  if (!exchange(request, sizeof request, &response)) return 0;
-  const uint8_t* answer = response_part(response, RESPONSE_DATA, 1 + FRU_HEADER_SIZE);
-  if (answer == nullptr || answer[0] != FRU_HEADER_SIZE) return 0;
-  const uint8_t* header = answer + 1;
+  const auto answer = ask(request, sizeof request, 1 + FRU_HEADER_SIZE, &response);
+  if (answer.empty() || answer[0] != FRU_HEADER_SIZE) return 0;
+  const uint8_t* header = answer.data() + 1;
   if (GetChecksum(header, FRU_HEADER_SIZE) != 0) return 0;
   std::memcpy(fru->common_header, header, FRU_HEADER_SIZE);
   fru->common_header[FRU_HEADER_FORMAT] &= FRU_FORMAT_MASK;
@@ -214,10 +214,10 @@ int ReadFRUData(const uint8_t* request, uint8_t* output) {
   for (unsigned stored = 0; stored < total; stored += CHUNK) {
     const unsigned part = std::min(total - stored, CHUNK);
     put_range(read, start + stored, part);
-    const uint8_t* data = read_data(read, part, &response);
-    if (data == nullptr) return -1;
+    const auto data = read_data(read, part, &response);
+    if (data.empty()) return -1;
     if (stored == 0) std::memcpy(output, response.bytes, FRU_READ_HEADER);
-    std::memcpy(output + FRU_READ_HEADER + stored, data, part);
+    std::memcpy(output + FRU_READ_HEADER + stored, data.data(), part);
     reported += response.bytes[RESPONSE_DATA];
   }
   // Another length than before: what was read is not the area.

@@ -185,8 +185,3 @@ void process_product(fru_info* fru);
 int FileToFru(const char* path, fru_dev* dev);
 // Writes a text file. 1, or 0 when there are no records or the file could not be written whole.
 int FruToFile(const char* path, const fru_dev* dev);
-
-// The actions of --fru and --wfru, with their console lines; a failure ends the process with
-// status 1.
-void fruUpdate(const char* path);
-void fruDump(const char* path);

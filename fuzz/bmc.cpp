@@ -4,8 +4,10 @@
 #include <cerrno>
 #include <cstring>
 #include <iterator>
+#include "frontend/actions.h"
 
 #include "firmware/flash.h"
+#include "frontend/actions.h"
 #include "frontend/operations.h"
 #include "fru/fru.h"
 #include "fuzz/fuzz.h"

@@ -1,4 +1,5 @@
 // Fuzz target: every text and table that qarn reads from a file. The first byte chooses the reader.
+#include "frontend/actions.h"
 #include "fru/fru.h"
 #include "fuzz/fuzz.h"
 #include "lan/lan.h"

@@ -2,15 +2,15 @@
 #include <cstring>
 
 #include "base/error_text.h"
-#include "frontend/operations.h"
 #include "lan/lan.h"
+#include "transport/ipmi.h"
 #include "transport/transaction.h"
 
 namespace {
 
 // Transport, Get and Set LAN Configuration Parameters, channel 1.
-const uint8_t GetLanParameter[] = {4, 0x20, 0x30, 0x02, 0x01};
-const uint8_t SetLanParameter[] = {4, 0x20, 0x30, 0x01, 0x01};
+const uint8_t GetLanParameter[] = {4, BMC_ADDRESS, NETFN_TRANSPORT, GET_LAN_PARAMETERS, 0x01};
+const uint8_t SetLanParameter[] = {4, BMC_ADDRESS, NETFN_TRANSPORT, SET_LAN_PARAMETERS, 0x01};
 
 // Parameter selectors (IPMI v2.0 table 23-4).
 constexpr uint8_t IP_ADDRESS = 3;
@@ -24,7 +24,7 @@ constexpr uint8_t SOURCE_STATIC = 0x01;
 constexpr uint8_t SOURCE_DHCP = 0x02;
 
 constexpr unsigned LONGEST_PARAMETER = sizeof IpCfg::mac;
-constexpr unsigned PARAMETER_DATA = RESPONSE_DATA + 1;  // after the parameter revision
+constexpr unsigned PARAMETER_REVISION = 1;  // bytes of an answer before the parameter's data
 
 // One request of a sequence, and what to say when it fails.
 struct Read_step {
@@ -45,10 +45,9 @@ bool get_parameter(uint8_t selector, uint8_t* data, unsigned count) {
   const unsigned length = UpdateCommandToSendText(request, GetLanParameter);
   request[length] = selector;
   Response response;
-  if (!exchange(request, sizeof request, &response)) return false;
-  const uint8_t* part = response_part(response, PARAMETER_DATA, count);
-  if (part == nullptr) return false;
-  std::memcpy(data, part, count);
+  const auto answer = ask(request, sizeof request, PARAMETER_REVISION + count, &response);
+  if (answer.empty()) return false;
+  std::memcpy(data, answer.data() + PARAMETER_REVISION, count);
   return true;
 }
 
@@ -57,7 +56,8 @@ int set_parameter(uint8_t selector, const uint8_t* data, unsigned count) {
   unsigned length = UpdateCommandToSendText(request, SetLanParameter);
   request[length++] = selector;
   std::memcpy(request + length, data, count);
-  return cmdExecute(request, length + count, 0);
+  Response response;
+  return exchange(request, length + count, &response) ? 1 : 0;
 }
 
 int set_source(uint8_t source) {
@@ -133,9 +133,8 @@ int enableDhcp() {
 
 void insideMacSet() {
   // The card's own request; its response data begins with the MAC address.
-  const uint8_t request[] = {0x20, 0xF8, 0x84, 0x00, 0x00, 0xFF};
+  const uint8_t request[] = {BMC_ADDRESS, NETFN_CARD, GET_CARD_MAC, 0x00, 0x00, 0xFF};
   Response response;
-  if (!exchange(request, sizeof request, &response)) return;
-  const uint8_t* mac = response_part(response, RESPONSE_DATA, sizeof IpCfg::mac);
-  if (mac != nullptr) set_parameter(MAC_ADDRESS, mac, sizeof IpCfg::mac);
+  const auto mac = ask(request, sizeof request, sizeof IpCfg::mac, &response);
+  if (!mac.empty()) set_parameter(MAC_ADDRESS, mac.data(), sizeof IpCfg::mac);
 }

@@ -7,30 +7,20 @@
 #include "base/progress.h"
 #include "platform/platform.h"
 #include "sdr/records.h"
-#include "transport/bmc.h"
+#include "transport/ipmi.h"
 #include "transport/transaction.h"
 
 namespace {
 
-// NetFn Storage and the commands of IPMI v2.0 chapter 33.
-constexpr uint8_t STORAGE = 0x28;
-constexpr uint8_t GET_INFO = 0x20;
-constexpr uint8_t RESERVE = 0x22;
-constexpr uint8_t GET_SDR = 0x23;
-constexpr uint8_t ADD_SDR = 0x24;
-constexpr uint8_t PARTIAL_ADD_SDR = 0x25;
-constexpr uint8_t CLEAR = 0x27;
-constexpr unsigned REQUEST_HEADER = 3;
-
-constexpr uint8_t INVALID_COMMAND = 0xC1;
-constexpr unsigned CHUNK = 16;  // record bytes that one request or response carries
+constexpr unsigned REQUEST_HEADER = 3;  // address, NetFn/LUN, command
+constexpr unsigned CHUNK = 16;          // record bytes that one request or response carries
 constexpr unsigned OFFSET_LIMIT = 0xFF;
 
 // Get SDR Repository Info response data: version, record count (2), free space (2), time of last
 // addition (4), time of last erase (4), operation support.
 constexpr unsigned INFO_SIZE = 14;
-// Get SDR response data: next record ID (2), record bytes.
-constexpr unsigned RECORD_BYTES = RESPONSE_DATA + 2;
+// Get SDR response data: next record ID, record bytes.
+constexpr unsigned NEXT_ID_SIZE = 2;
 
 enum Erase_action : uint8_t { ERASE_STATUS = 0x00, ERASE_START = 0xAA };
 enum Erase_state : uint8_t { ERASE_IN_PROGRESS = 0x00, ERASE_COMPLETE = 0x01 };
@@ -47,36 +37,36 @@ uint32_t get_u32(const uint8_t* bytes) {
 
 // Zeros when the BMC gives none: the request that follows then shows whether it needs one.
 void reserve(uint8_t reservation[2]) {
-  const uint8_t request[] = {BMC_ADDRESS, STORAGE, RESERVE};
+  const uint8_t request[] = {BMC_ADDRESS, NETFN_STORAGE, RESERVE_SDR};
   Response response;
-  const bool accepted = exchange(request, sizeof request, &response);
-  const uint8_t* id = response_part(response, RESPONSE_DATA, 2);
-  const bool given = accepted && id != nullptr;
-  reservation[0] = given ? id[0] : 0;
-  reservation[1] = given ? id[1] : 0;
+  const auto id = ask(request, sizeof request, 2, &response);
+  reservation[0] = id.empty() ? uint8_t{0} : id[0];
+  reservation[1] = id.empty() ? uint8_t{0} : id[1];
 }
 
 bool get_info(sdr_repository* repository) {
-  const uint8_t request[] = {BMC_ADDRESS, STORAGE, GET_INFO};
+  const uint8_t request[] = {BMC_ADDRESS, NETFN_STORAGE, GET_SDR_INFO};
   Response response;
-  if (!exchange(request, sizeof request, &response)) return false;
-  const uint8_t* info = response_part(response, RESPONSE_DATA, INFO_SIZE);
-  if (info == nullptr) return false;
+  const auto info = ask(request, sizeof request, INFO_SIZE, &response);
+  if (info.empty()) return false;
   repository->repo_version = info[0];
   repository->count_ls = info[1];
   repository->count_ms = info[2];
   repository->free_ls = info[3];
   repository->free_ms = info[4];
   repository->free_space = static_cast<uint32_t>(info[4] << 8 | info[3]);
-  repository->add_timestamp = get_u32(info + 5);
-  repository->erase_timestamp = get_u32(info + 9);
+  repository->add_timestamp = get_u32(info.data() + 5);
+  repository->erase_timestamp = get_u32(info.data() + 9);
   repository->op_support = info[13];
   return true;
 }
 
-bool read_part(const uint8_t id[2], unsigned offset, unsigned count, Response* response) {
+// The record bytes that came for these `count`, all of them or more than were asked for; null when
+// they did not.
+std::span<const uint8_t> read_part(const uint8_t id[2], unsigned offset, unsigned count,
+                                   unsigned needed, Response* response) {
   uint8_t request[] = {BMC_ADDRESS,
-                       STORAGE,
+                       NETFN_STORAGE,
                        GET_SDR,
                        0,
                        0,
@@ -85,7 +75,8 @@ bool read_part(const uint8_t id[2], unsigned offset, unsigned count, Response* r
                        static_cast<uint8_t>(offset),
                        static_cast<uint8_t>(count)};
   reserve(request + REQUEST_HEADER);
-  return exchange(request, sizeof request, response);
+  const auto answer = ask(request, sizeof request, NEXT_ID_SIZE + needed, response);
+  return answer.empty() ? answer : answer.subspan(NEXT_ID_SIZE);
 }
 
 // Reads the bytes of `record` from `done` to `total`.
@@ -95,10 +86,9 @@ bool read_rest(const uint8_t id[2], uint8_t* record, unsigned done, unsigned tot
     const unsigned offset = done <= OFFSET_LIMIT ? done : total - CHUNK;
     const unsigned count = std::min(total - offset, CHUNK);
     Response response;
-    if (!read_part(id, offset, count, &response)) return false;
-    const uint8_t* bytes = response_part(response, RECORD_BYTES, count);
-    if (bytes == nullptr) return false;
-    std::memcpy(record + offset, bytes, count);
+    const auto bytes = read_part(id, offset, count, count, &response);
+    if (bytes.empty()) return false;
+    std::memcpy(record + offset, bytes.data(), count);
     done = offset + count;
   }
   return true;
@@ -106,18 +96,16 @@ bool read_rest(const uint8_t id[2], uint8_t* record, unsigned done, unsigned tot
 
 bool read_record(sdr_repository* repository, const uint8_t id[2]) {
   Response first;
-  if (!read_part(id, 0, CHUNK, &first)) return false;
-  const uint8_t* header = response_part(first, RECORD_BYTES, SDR_HEADER_SIZE);
-  if (header == nullptr) return false;
-  const unsigned total = SDR_HEADER_SIZE + header[SDR_LENGTH_BYTE];
+  const auto bytes = read_part(id, 0, CHUNK, SDR_HEADER_SIZE, &first);
+  if (bytes.empty()) return false;
+  const unsigned total = SDR_HEADER_SIZE + bytes[SDR_LENGTH_BYTE];
   const unsigned arrived = std::min(total, CHUNK);
-  const uint8_t* bytes = response_part(first, RECORD_BYTES, arrived);
-  if (bytes == nullptr) return false;
+  if (bytes.size() < arrived) return false;
 
-  const sdr_entry* entry = next_entry(repository, header);
+  const sdr_entry* entry = next_entry(repository, bytes.data());
   if (entry == nullptr || !entry->sdr_data) return false;
   uint8_t record[SDR_SIZE_LIMIT];
-  std::memcpy(record, bytes, arrived);
+  std::memcpy(record, bytes.data(), arrived);
   if (!read_rest(id, record, arrived, total)) return false;
   std::memcpy(entry->sdr_data.get(), record + SDR_HEADER_SIZE, entry->record_length);
   repository->record_count++;
@@ -139,28 +127,28 @@ bool read_records(sdr_repository* repository) {
   return true;
 }
 
-bool clear(Erase_action action, Response* response) {
-  uint8_t request[] = {BMC_ADDRESS, STORAGE, CLEAR, 0, 0, 'C', 'L', 'R', action};
+// The BMC's answer, at least `needed` bytes; null when it refused.
+std::span<const uint8_t> clear(Erase_action action, unsigned needed, Response* response) {
+  uint8_t request[] = {BMC_ADDRESS, NETFN_STORAGE, CLEAR_SDR, 0, 0, 'C', 'L', 'R', action};
   reserve(request + REQUEST_HEADER);
-  return exchange(request, sizeof request, response);
+  return ask(request, sizeof request, needed, response);
 }
 
 bool erase() {
   Response response;
-  if (!clear(ERASE_START, &response)) return false;
+  if (clear(ERASE_START, 0, &response).data() == nullptr) return false;
   for (unsigned poll = 1; poll <= ERASE_POLLS; poll++) {
-    if (!clear(ERASE_STATUS, &response)) return false;
-    const uint8_t* state = response_part(response, RESPONSE_DATA, 1);
-    if (state == nullptr) return false;
-    if (*state == ERASE_COMPLETE) return true;
-    if (*state != ERASE_IN_PROGRESS) return false;
+    const auto state = clear(ERASE_STATUS, 1, &response);
+    if (state.empty()) return false;
+    if (state[0] == ERASE_COMPLETE) return true;
+    if (state[0] != ERASE_IN_PROGRESS) return false;
     if (poll < ERASE_POLLS) platform::usleep(ERASE_PAUSE_US);
   }
   return false;
 }
 
 bool has_partial_add() {
-  const uint8_t request[] = {BMC_ADDRESS, STORAGE, PARTIAL_ADD_SDR};
+  const uint8_t request[] = {BMC_ADDRESS, NETFN_STORAGE, PARTIAL_ADD_SDR};
   Response response;
   exchange(request, sizeof request, &response);
   return completion_code(response) != INVALID_COMMAND;
@@ -172,7 +160,7 @@ bool write_failed(uint8_t id_ls, uint8_t id_ms) {
 }
 
 bool add_whole(const sdr_entry& entry) {
-  uint8_t request[REQUEST_HEADER + SDR_SIZE_LIMIT] = {BMC_ADDRESS, STORAGE, ADD_SDR};
+  uint8_t request[REQUEST_HEADER + SDR_SIZE_LIMIT] = {BMC_ADDRESS, NETFN_STORAGE, ADD_SDR};
   const unsigned length = REQUEST_HEADER + lay_out_record(entry, request + REQUEST_HEADER);
   Response response;
   // A request that the KCS driver cannot carry would end the process.
@@ -187,7 +175,7 @@ bool add_in_parts(const sdr_entry& entry) {
   if (total > OFFSET_LIMIT + 1) return write_failed(entry.record_id_ls, entry.record_id_ms);
 
   // Reservation (2), record ID (2), offset, progress, record bytes.
-  uint8_t request[9 + CHUNK] = {BMC_ADDRESS, STORAGE, PARTIAL_ADD_SDR};
+  uint8_t request[9 + CHUNK] = {BMC_ADDRESS, NETFN_STORAGE, PARTIAL_ADD_SDR};
   uint8_t* id = request + 5;
   reserve(request + REQUEST_HEADER);
   for (unsigned offset = 0;; offset += CHUNK) {
@@ -197,11 +185,10 @@ bool add_in_parts(const sdr_entry& entry) {
     request[8] = last ? LAST_FRAGMENT : MORE_TO_COME;
     std::memcpy(request + 9, record + offset, count);
     Response response;
-    if (!exchange(request, 9 + count, &response)) return write_failed(id[0], id[1]);
+    const auto given = ask(request, 9 + count, last ? 0 : 2, &response);
+    if (given.data() == nullptr) return write_failed(id[0], id[1]);
     if (last) return true;
-    const uint8_t* given = response_part(response, RESPONSE_DATA, 2);
-    if (given == nullptr) return write_failed(id[0], id[1]);
-    std::memcpy(id, given, 2);
+    std::memcpy(id, given.data(), 2);
   }
 }
 

@@ -1,4 +1,4 @@
-// Sensor Data Records: the repository, its text form, and the two actions.
+// Sensor Data Records: the repository and its text form.
 #pragma once
 #include <cstddef>
 #include <cstdint>
@@ -32,8 +32,6 @@ struct sdr_repository {
   std::unique_ptr<char[]> source_name;
 };
 
-extern int resetFlag;  // 1: reset the BMC after an update
-
 // Reads the whole repository. 1, or 0 with the reason in err_message.
 int init_sdr(sdr_repository* repository);
 // Reads the record under the cursor, appends it and moves the cursor. 1, or 0 with err_message.
@@ -49,7 +47,3 @@ int Write_Sdr(sdr_repository* repository);
 int FileToSdr(const char* path, sdr_repository* repository);
 // Writes the records as text. 1, or 0 when the file could not be opened or not be written whole.
 int SdrToFile(const char* path, const sdr_repository* repository);
-
-// The actions for --sdr and --sdrdump; both print their own outcome.
-void sdrUpdate(const char* path);
-void sdrDump(const char* path);

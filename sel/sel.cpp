@@ -29,12 +29,11 @@ bool get_info(SelList* list) {
   uint8_t request[3];
   const unsigned length = UpdateCommandToSendText(request, GetSelRepositoryInfo);
   Response response;
-  if (!exchange(request, length, &response)) return false;
-  if (response_part(response, RESPONSE_DATA, INFO_NEEDED) == nullptr) return false;
+  const auto answer = ask(request, length, INFO_NEEDED, &response);
+  if (answer.empty()) return false;
   // A log can be read without what follows the count of its entries.
   uint8_t info[INFO_SIZE] = {};
-  const unsigned arrived = std::min(response.length - RESPONSE_DATA, INFO_SIZE);
-  std::memcpy(info, response.bytes + RESPONSE_DATA, arrived);
+  std::memcpy(info, answer.data(), std::min<size_t>(answer.size(), INFO_SIZE));
   list->version = info[0];
   list->entries = info[1] | info[2] << 8;
   list->freeSpace = static_cast<uint32_t>(info[3] | info[4] << 8);
@@ -50,11 +49,10 @@ bool get_entry(uint8_t id[2], SelRecord* record) {
   uint8_t request[9] = {0, 0, 0, 0, 0, id[0], id[1], 0, WHOLE_RECORD};
   UpdateCommandToSendText(request, GetSEL);
   Response response;
-  if (!exchange(request, sizeof request, &response)) return false;
-  const uint8_t* entry = response_part(response, RESPONSE_DATA, ENTRY_SIZE);
-  if (entry == nullptr) return false;
-  std::memcpy(id, entry, 2);
-  std::memcpy(record->bytes, entry + 2, SEL_RECORD_SIZE);
+  const auto entry = ask(request, sizeof request, ENTRY_SIZE, &response);
+  if (entry.empty()) return false;
+  std::memcpy(id, entry.data(), 2);
+  std::memcpy(record->bytes, entry.data() + 2, SEL_RECORD_SIZE);
   return true;
 }
 
@@ -120,17 +118,4 @@ int SelToFile2(const char* path, const SelList* list) {
 int destroy_sel(SelList* list) {
   *list = SelList{};
   return 1;
-}
-
-int dumpSel(const char* path) {
-  SelList list{};
-  if (get_sel(&list) == 0) {
-    std::printf("Get SEL Fail:\t%s\n", err_message);
-    return 0;
-  }
-  if (SelToFile2(path, &list) == 0) {
-    std::printf("Writting File %s fail\n", path);
-    return 0;
-  }
-  return destroy_sel(&list);
 }

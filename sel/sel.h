@@ -29,5 +29,3 @@ int get_sel(SelList* list);
 int SelToFile2(const char* path, const SelList* list);
 // Releases the records and zeroes the list. 1.
 int destroy_sel(SelList* list);
-// The action for --seldump: 1, or 0 after printing why not.
-int dumpSel(const char* path);

@@ -6,6 +6,7 @@
 #include "platform/platform.h"
 #include "tests/harness.h"
 #include "transport/bmc.h"
+#include "transport/ipmi.h"
 
 namespace {
 

@@ -126,8 +126,8 @@ TEST(Kernel, a_failure_and_a_response_of_any_length_read_as_what_came) {
   check(DEVICE_ID, "-20 1C 01 FF");
   check(TARGET, "20 1C 46 00 4F 70");  // address and LUN do not count
   EXPECT_EQ(sim::transcript(), "18 01\n18 46 02\n");
-  EXPECT_TRUE(response_part(response, RESPONSE_DATA, 2) == response.bytes + RESPONSE_DATA);
-  EXPECT_TRUE(!response_part(response, 4, 3) && !response_part(response, 0xFFFFFFFF, 2));
+  EXPECT_TRUE(response_part(response, RESPONSE_DATA, 2).data() == response.bytes + RESPONSE_DATA);
+  EXPECT_TRUE(response_part(response, 4, 3).empty() && response_part(response, ~0U, 2).empty());
   machine().bmc.faults = {{.kind = answer, .bytes = Bytes(257)}};
   check(TARGET, "Error receiving message: Message too long\n20 1C 46 " + sim::hex_text(Bytes(256)));
   check(DEVICE_ID, "Error sending command: Input/output error\n" + none, {.send_errno = EIO});

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "platform/platform.h"
+#include "transport/ipmi.h"
 #include "transport/kcs_intf.h"
 
 namespace {
@@ -15,11 +16,7 @@ constexpr unsigned KCS_REQUEST_ROOM = LONGEST_REQUEST - 1;  // without the addre
 constexpr unsigned SEND_MESSAGE_HEADER = 3;
 constexpr unsigned IPMB_OVERHEAD = 5;
 
-constexpr uint8_t NETFN_APP = 0x18;
-constexpr uint8_t CLEAR_MESSAGE_FLAGS = 0x30;
-constexpr uint8_t CLEAR_RECEIVE_QUEUE = 0x01;
-constexpr uint8_t GET_MESSAGE = 0x33;
-constexpr uint8_t SEND_MESSAGE = 0x34;
+constexpr uint8_t CLEAR_RECEIVE_QUEUE = 0x01;  // a flag of Clear Message Flags
 constexpr uint8_t CHANNEL_IPMB = 0x00;
 constexpr uint8_t SMS_LUN = 2;
 

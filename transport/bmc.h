@@ -2,7 +2,6 @@
 #pragma once
 #include <cstdint>
 
-inline constexpr uint8_t BMC_ADDRESS = 0x20;
 inline constexpr unsigned LONGEST_REQUEST = 131;  // to the BMC itself
 
 // One message as the driver sees it: NetFn/LUN, command, then data (a response has its completion

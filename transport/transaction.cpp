@@ -10,15 +10,16 @@
 #include "base/progress.h"
 #include "platform/platform.h"
 #include "transport/bmc.h"
+#include "transport/ipmi.h"
 
 int debugFlag = 0;
 int openIpmiFlag = 0;
 int driverHandle = -1;
 
-const uint8_t ReadFRUCmd[] = {3, 0x20, 0x28, 0x11};
-const uint8_t GetSelRepositoryInfo[] = {3, 0x20, 0x28, 0x40};
-const uint8_t ReserveSELRepository[] = {3, 0x20, 0x28, 0x42};
-const uint8_t GetSEL[] = {3, 0x20, 0x28, 0x43};
+const uint8_t ReadFRUCmd[] = {3, BMC_ADDRESS, NETFN_STORAGE, READ_FRU_DATA};
+const uint8_t GetSelRepositoryInfo[] = {3, BMC_ADDRESS, NETFN_STORAGE, GET_SEL_INFO};
+const uint8_t ReserveSELRepository[] = {3, BMC_ADDRESS, NETFN_STORAGE, RESERVE_SEL};
+const uint8_t GetSEL[] = {3, BMC_ADDRESS, NETFN_STORAGE, GET_SEL_ENTRY};
 
 namespace {
 
@@ -146,17 +147,23 @@ unsigned request_limit() {
 
 bool exchange(const uint8_t* request, unsigned length, Response* response) {
   std::memset(response, 0, sizeof *response);
-  response->bytes[RESPONSE_COMPLETION] = 0xFF;
+  response->bytes[RESPONSE_COMPLETION] = UNSPECIFIED;
   if (converToBMCCmd(request, length, response->bytes, &response->length) != 0) return false;
-  return completion_code(*response) == 0;
+  return completion_code(*response) == COMPLETED;
+}
+
+std::span<const uint8_t> ask(const uint8_t* request, unsigned length, unsigned count,
+                             Response* response) {
+  if (!exchange(request, length, response)) return {};
+  return response_part(*response, RESPONSE_DATA, count);
 }
 
 uint8_t completion_code(const Response& response) {
-  const uint8_t* code = response_part(response, RESPONSE_COMPLETION, 1);
-  return code != nullptr ? *code : 0xFF;
+  const auto code = response_part(response, RESPONSE_COMPLETION, 1);
+  return code.empty() ? UNSPECIFIED : code[0];
 }
 
-const uint8_t* response_part(const Response& response, unsigned offset, unsigned count) {
-  const bool arrived = offset <= response.length && count <= response.length - offset;
-  return arrived ? response.bytes + offset : nullptr;
+std::span<const uint8_t> response_part(const Response& response, unsigned offset, unsigned count) {
+  if (offset > response.length || count > response.length - offset) return {};
+  return std::span(response.bytes).first(response.length).subspan(offset);
 }

@@ -1,6 +1,12 @@
-// One IPMI request and its response, whichever way leads to the BMC.
+// One IPMI request and its response, whichever way leads to the BMC. Who calls what:
+//
+// | features             | ask, exchange, and cmdExecute (-e) show what came                     |
+// | ask, exchange        | converToBMCCmd: chooses the path, traces                              |
+// | converToBMCCmd       | the kernel's device, or Send_Req and Get_Resp: retry, bridge (bmc.h)  |
+// | Send_Req, Get_Resp   | KCS_Send_BMC_Req, KCS_Get_BMC_Resp: drive the ports (kcs_intf.h)      |
 #pragma once
 #include <cstdint>
+#include <span>
 
 // A request byte string: responder address (0x20 = the BMC), NetFn << 2 | LUN, command, data.
 // A response byte string: address, NetFn << 2 | LUN, command, completion code, data.
@@ -37,11 +43,18 @@ struct Response {
   unsigned length;
 };
 
-// Sends a request into a fresh `response`. True when the completion code is 0.
+// One request of which only the completion code counts: true when it is 0. `response` holds what
+// came, afresh.
 bool exchange(const uint8_t* request, unsigned length, Response* response);
+
+// One request that must complete and bring at least `count` data bytes: all the data bytes that
+// came, in `response`; null (data() is, and the size is 0) otherwise.
+std::span<const uint8_t> ask(const uint8_t* request, unsigned length, unsigned count,
+                             Response* response);
 
 // The completion code, or 0xFF when the response holds none.
 uint8_t completion_code(const Response& response);
 
-// The `count` response bytes from `offset` on; null unless all of them arrived.
-const uint8_t* response_part(const Response& response, unsigned offset, unsigned count);
+// The bytes of a response byte string that arrived from `offset` on, at least `count`; null when
+// fewer did.
+std::span<const uint8_t> response_part(const Response& response, unsigned offset, unsigned count);

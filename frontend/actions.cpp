@@ -1,0 +1,179 @@
+// What each option does, and what it says about it on the console.
+#include "frontend/actions.h"
+
+#include <arpa/inet.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "base/error_text.h"
+#include "firmware/flash.h"
+#include "frontend/operations.h"
+#include "frontend/options.h"
+#include "fru/fru.h"
+#include "lan/lan.h"
+#include "platform/platform.h"
+#include "sdr/sdr.h"
+#include "sel/sel.h"
+
+int resetFlag = 1;
+
+namespace {
+
+constexpr int STATUS_FRU_FAILED = 1;
+
+[[noreturn]] void end_fru_action(fru_dev* dev) {
+  destroy_fru_dev(dev);
+  std::exit(STATUS_FRU_FAILED);
+}
+
+int leave_downloader() {
+  std::puts("reset and wait");
+  return exit_downloader();
+}
+
+void put_address(uint8_t field[4], const char* text) {
+  const in_addr_t address = inet_addr(text);
+  std::memcpy(field, &address, 4);
+}
+
+void show_address(const char* label, const uint8_t address[4]) {
+  std::printf("%s:\t\t\t%d.%d.%d.%d\n", label, address[0], address[1], address[2], address[3]);
+}
+
+}  // namespace
+
+void sdrUpdate(const char* path) {
+  if (path == nullptr) return;
+  sdr_repository repository{};
+  if (FileToSdr(path, &repository) == 1) {
+    std::puts("writing SDR......");
+    std::puts(Write_Sdr(&repository) == 1 ? "Update successfully" : err_message);
+    freespace(&repository);
+    platform::sleep(1);
+  } else {
+    std::printf("load sdr file %s failed\n", path);
+  }
+  if (resetFlag != 0) resetBMC();
+}
+
+void sdrDump(const char* path) {
+  if (path == nullptr) return;
+  sdr_repository repository{};
+  if (init_sdr(&repository) != 1) {
+    std::puts(err_message);
+  } else if (SdrToFile(path, &repository) != 1) {
+    std::printf("Writting File %s fail\n", path);
+  }
+  freespace(&repository);
+}
+
+void fruDump(const char* path) {
+  if (path == nullptr) return;
+  std::printf("Dump FRU to File %s\n", path);
+  std::puts("reading FRU......");
+  fru_dev dev;
+  init_fru_dev(&dev);
+  if (get_fru_dev(&dev) != 1) {
+    std::puts("checksum error");
+    end_fru_action(&dev);
+  }
+  std::printf("writing file......");
+  if (FruToFile(path, &dev) != 1) {
+    std::puts("fail");
+    end_fru_action(&dev);
+  }
+  destroy_fru_dev(&dev);
+  std::puts("ok");
+}
+
+void fruUpdate(const char* path) {
+  if (path == nullptr) return;
+  std::printf("Update FRU with File %s\n", path);
+  std::puts("reading file......");
+  fru_dev dev;
+  init_fru_dev(&dev);
+  if (FileToFru(path, &dev) != 1) {
+    std::printf("Cannot read file %s\n", path);
+    end_fru_action(&dev);
+  }
+  std::puts("writing FRU......");
+  if (write_fru_dev(&dev) != 1) {
+    std::puts("Update FRU fail");
+    end_fru_action(&dev);
+  }
+  destroy_fru_dev(&dev);
+  std::puts("Update successfully");
+}
+
+int dumpSel(const char* path) {
+  SelList list{};
+  if (get_sel(&list) == 0) {
+    std::printf("Get SEL Fail:\t%s\n", err_message);
+    return 0;
+  }
+  if (SelToFile2(path, &list) == 0) {
+    std::printf("Writting File %s fail\n", path);
+    return 0;
+  }
+  return destroy_sel(&list);
+}
+
+int firmwareUpdate() {
+  std::printf("Update Firmware with File %s\n", flashfilename);
+  enter_downloader();
+  if (program_firmware() != 1) std::printf("can't find file %s\n", flashfilename);
+  return leave_downloader();
+}
+
+int firmwareSave() {
+  std::printf("Read firmware and Save to File %s\n", flashfilename);
+  enter_downloader();
+  read_flash();
+  return leave_downloader();
+}
+
+int firmwareVerify() {
+  std::printf("Verify firmware with the File %s\n", flashfilename);
+  enter_downloader();
+  verify_firmware();
+  return leave_downloader();
+}
+
+void display_lan(const IpCfg& lan) {
+  std::puts(lan.dhcp != 0 ? "DHCP\t\t\tEnable" : "DHCP\t\t\tDisable");
+  show_address("BMC IP Address", lan.ip);
+  char mac[18];
+  mac_text(lan.mac, mac);
+  std::printf("MAC Address:\t\t\t%s\n", mac);
+  show_address("Net Mask", lan.netmask);
+  show_address("Gate Way", lan.gateway);
+}
+
+void match_host_address(Options* options, IpCfg* lan) {
+  mac_text(lan->mac, options->mac);
+  if (getIpfromMAC(options->mac, options->ip) == 0) return;
+  put_address(lan->ip, options->ip);
+  writeIpCfg(lan);
+}
+
+void set_lan(const Options& options, IpCfg* lan) {
+  if (options.set_ip != 0) {
+    put_address(lan->ip, options.ip);
+    setIp(lan);
+  }
+  if (options.set_mac != 0 && parse_mac(options.mac, lan->mac)) setMac(lan);
+  if (options.set_gateway != 0) {
+    put_address(lan->gateway, options.gateway);
+    setGateway(lan);
+  }
+  if (options.set_netmask != 0) {
+    put_address(lan->netmask, options.netmask);
+    setNetmask(lan);
+  }
+  if (options.set_arp != 0) {
+    lan->arp = static_cast<uint8_t>(std::atoi(options.arp) & 1);
+    setArp(lan->arp);
+  }
+}
