@@ -79,7 +79,7 @@ bool rewind_lines(Lines* lines) {
 }
 
 int refuse(unsigned line, const char* reason) {
-  std::printf("line %u: %s\n", line, reason);
+  blame_line(line, reason);
   return 0;
 }
 

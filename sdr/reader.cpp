@@ -33,7 +33,7 @@ struct Reader {
 };
 
 bool refuse(unsigned line, const char* reason) {
-  std::printf("line %u: %s\n", line, reason);
+  blame_line(line, reason);
   return false;
 }
 

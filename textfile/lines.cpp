@@ -38,3 +38,7 @@ bool next_line(Lines* lines) {
   if (last == '/' && std::ungetc(last, lines->file) == '/') last = '\0';
   return true;
 }
+
+void blame_line(unsigned number, const char* reason) {
+  std::printf("line %u: %s\n", number, reason);
+}

@@ -17,3 +17,6 @@ struct Lines {
 // share a number, and none ends between two slashes. A piece in which a comment begins is the last
 // of its line. False at the end of the file or when it cannot be read (see the file's error mark).
 bool next_line(Lines* lines);
+
+// Prints why a file is refused: "line 7: reason".
+void blame_line(unsigned number, const char* reason);
