@@ -8,8 +8,7 @@ namespace sim {
 
 namespace {
 
-constexpr uint8_t NETFN_APP = 0x06;
-constexpr uint8_t BMC_ADDRESS = 0x20;
+constexpr uint8_t NETFN_MASK = 0xFC;
 constexpr size_t NAME_SIZE = 16;
 constexpr size_t PASSWORD_SIZE = 16;
 constexpr size_t LONG_PASSWORD_SIZE = 20;
@@ -27,7 +26,7 @@ Reply get_device_id(Bmc& bmc, const Bytes&) {
   constexpr uint8_t UPDATING = 0x80;
   Bytes id = bmc.app.device_id;
   if (id.size() > FIRMWARE_REVISION && card_is_updating(bmc)) id[FIRMWARE_REVISION] |= UPDATING;
-  return {DONE, id};
+  return {COMPLETED, id};
 }
 
 User* find_user(App& app, uint8_t id) {
@@ -42,7 +41,7 @@ Reply get_user_access(Bmc& bmc, const Bytes& data) {
   constexpr uint8_t MESSAGING_AS_ADMINISTRATOR = 0x14;
   if (data.size() != 2) return {INVALID_LENGTH, {}};
   if (find_user(bmc.app, data[1]) == nullptr) return {INVALID_DATA, {}};
-  return {DONE, {USER_COUNT, ENABLED | USER_COUNT, 1, MESSAGING_AS_ADMINISTRATOR}};
+  return {COMPLETED, {USER_COUNT, ENABLED | USER_COUNT, 1, MESSAGING_AS_ADMINISTRATOR}};
 }
 
 Reply get_user_name(Bmc& bmc, const Bytes& data) {
@@ -51,7 +50,7 @@ Reply get_user_name(Bmc& bmc, const Bytes& data) {
   if (user == nullptr) return {INVALID_DATA, {}};
   Bytes name(user->name.begin(), user->name.end());
   name.resize(NAME_SIZE);
-  return {DONE, name};
+  return {COMPLETED, name};
 }
 
 // User ID, operation, 16 or 20 bytes; operations 0 (disable) and 1 (enable) may go without.
@@ -65,7 +64,7 @@ Reply set_user_password(Bmc& bmc, const Bytes& data) {
   const size_t expected = data[0] & LONG_PASSWORD ? LONG_PASSWORD_SIZE : PASSWORD_SIZE;
   if (data.size() != 2 + expected) return {INVALID_LENGTH, {}};
   const Bytes password(data.begin() + 2, data.end());
-  if (operation == TEST) return {password == user->password ? DONE : PASSWORD_WRONG, {}};
+  if (operation == TEST) return {password == user->password ? COMPLETED : PASSWORD_WRONG, {}};
   user->password = password;
   return {};
 }
@@ -93,26 +92,31 @@ Reply get_message(Bmc& bmc, const Bytes&) {
   if (bmc.receive_queue.empty()) return {QUEUE_EMPTY, {}};
   const Bytes message = bmc.receive_queue.front();
   bmc.receive_queue.pop_front();
-  return {DONE, message};
+  return {COMPLETED, message};
 }
 
-uint8_t sum(Bytes::const_iterator from, Bytes::const_iterator to) {
+uint8_t add_up(Bytes::const_iterator from, Bytes::const_iterator to) {
   uint8_t total = 0;
   for (; from != to; ++from) total = static_cast<uint8_t>(total + *from);
   return total;
 }
 
 // What a controller on the IPMB knows: itself and its users.
+constexpr Command TARGET_COMMANDS[] = {
+    {NETFN_APP, GET_DEVICE_ID, get_device_id},
+    {NETFN_APP, GET_USER_NAME, get_user_name},
+    {NETFN_APP, SET_USER_PASSWORD, set_user_password},
+};
+
 Reply ask_target(Bmc& bmc, App& target, uint8_t netfn, uint8_t command, const Bytes& data) {
-  Reply (*known)(Bmc&, const Bytes&) = nullptr;
-  if (netfn == NETFN_APP && command == 0x01) known = get_device_id;
-  if (netfn == NETFN_APP && command == 0x46) known = get_user_name;
-  if (netfn == NETFN_APP && command == 0x47) known = set_user_password;
-  if (known == nullptr) return {INVALID_COMMAND, {}};
-  std::swap(bmc.app, target);
-  Reply reply = known(bmc, data);
-  std::swap(bmc.app, target);
-  return reply;
+  for (const Command& known : TARGET_COMMANDS) {
+    if (known.netfn != netfn || known.number != command) continue;
+    std::swap(bmc.app, target);
+    Reply reply = known.answer(bmc, data);
+    std::swap(bmc.app, target);
+    return reply;
+  }
+  return {INVALID_COMMAND, {}};
 }
 
 // Channel, then an IPMB frame: rsSA, NetFn/rsLUN, checksum 1, rqSA, sequence/rqLUN, command, data,
@@ -122,7 +126,8 @@ Reply send_message(Bmc& bmc, const Bytes& data) {
   constexpr size_t SMALLEST = 8;
   if (data.size() < SMALLEST) return {INVALID_LENGTH, {}};
   const auto frame = data.begin() + 1;
-  if ((data[0] & 0x0F) != 0 || sum(frame, frame + 3) != 0 || sum(frame + 3, data.end()) != 0) {
+  if ((data[0] & 0x0F) != 0 || add_up(frame, frame + 3) != 0 ||
+      add_up(frame + 3, data.end()) != 0) {
     return {INVALID_DATA, {}};
   }
   const uint8_t address = data[1];
@@ -131,25 +136,29 @@ Reply send_message(Bmc& bmc, const Bytes& data) {
   if (bmc.receive_queue.size() >= QUEUE_ROOM) return {NODE_BUSY, {}};
 
   const Bytes inner(data.begin() + 7, data.end() - 1);
-  const Reply reply = ask_target(bmc, target->second, data[2] >> 2, data[6], inner);
-  const uint8_t netfn = static_cast<uint8_t>(((data[2] >> 2 | 1) << 2) | (data[5] & 3));
+  const Reply reply = ask_target(bmc, target->second, data[2] & NETFN_MASK, data[6], inner);
+  const uint8_t netfn = static_cast<uint8_t>((data[2] & NETFN_MASK) | RESPONSE_BIT | (data[5] & 3));
   const uint8_t wrong = bmc.keep_sequence ? 0 : SEQUENCE_STEP;
   const uint8_t sequence = static_cast<uint8_t>(((data[5] & 0xFC) + wrong) | (data[2] & 3));
   Bytes message = {data[0],         netfn,    static_cast<uint8_t>(0 - BMC_ADDRESS - netfn),
                    address,         sequence, data[6],
                    reply.completion};
   message.insert(message.end(), reply.data.begin(), reply.data.end());
-  message.push_back(static_cast<uint8_t>(0 - sum(message.begin() + 3, message.end())));
+  message.push_back(static_cast<uint8_t>(0 - add_up(message.begin() + 3, message.end())));
   bmc.receive_queue.push_back(message);
   return {};
 }
 
 constexpr Command COMMANDS[] = {
-    {NETFN_APP, 0x01, get_device_id},     {NETFN_APP, 0x02, cold_reset},
-    {NETFN_APP, 0x03, warm_reset},        {NETFN_APP, 0x30, clear_message_flags},
-    {NETFN_APP, 0x33, get_message},       {NETFN_APP, 0x34, send_message},
-    {NETFN_APP, 0x44, get_user_access},   {NETFN_APP, 0x46, get_user_name},
-    {NETFN_APP, 0x47, set_user_password},
+    {NETFN_APP, GET_DEVICE_ID, get_device_id},
+    {NETFN_APP, COLD_RESET, cold_reset},
+    {NETFN_APP, WARM_RESET, warm_reset},
+    {NETFN_APP, CLEAR_MESSAGE_FLAGS, clear_message_flags},
+    {NETFN_APP, GET_MESSAGE, get_message},
+    {NETFN_APP, SEND_MESSAGE, send_message},
+    {NETFN_APP, GET_USER_ACCESS, get_user_access},
+    {NETFN_APP, GET_USER_NAME, get_user_name},
+    {NETFN_APP, SET_USER_PASSWORD, set_user_password},
 };
 
 }  // namespace

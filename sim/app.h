@@ -2,6 +2,8 @@
 #pragma once
 #include <array>
 
+#include "sim/types.h"
+
 namespace sim {
 
 struct User {

@@ -7,66 +7,26 @@ namespace sim {
 
 namespace {
 
-constexpr uint8_t PADDING = 0xEE;
+constexpr uint8_t NETFN_MASK = 0xFC;
 
-bool matches(const Fault& fault, const Bytes& request) {
-  const bool netfn = fault.netfn < 0 || (!request.empty() && request[0] >> 2 == fault.netfn);
-  const bool command = fault.command < 0 || (request.size() > 1 && request[1] == fault.command);
-  return netfn && command;
+// A device of the BMC: its commands, and its part of the state file.
+struct Device {
+  std::span<const Command> (*commands)();
+  void (*store)(const Bmc& from, State& state);
+  void (*restore)(Bmc& to, const State& state);
+};
+
+template <auto part>
+constexpr Device device(std::span<const Command> (*commands)()) {
+  return {commands, [](const Bmc& from, State& state) { store(from.*part, state); },
+          [](Bmc& to, const State& state) { restore(to.*part, state); }};
 }
 
-// Counts a matching request; true when this one is hit.
-bool hits(Fault& fault, const Bytes& request) {
-  if (!matches(fault, request)) return false;
-  const unsigned earlier = fault.seen++;
-  return earlier >= fault.skip && (fault.times == 0 || earlier - fault.skip < fault.times);
-}
-
-// What happens on the way in: true when the request is not carried out.
-bool fault_before(const Fault& fault, Reply& reply, Answer& result) {
-  switch (fault.kind) {
-    case FaultKind::refuse:
-      reply = {static_cast<uint8_t>(fault.value), {}};
-      return true;
-    case FaultKind::silent:
-      result.silent = true;
-      return true;
-    case FaultKind::power_cut:
-      result.power_cut = true;
-      return true;
-    default:
-      return false;
-  }
-}
-
-// What happens on the way out to the completion code and data.
-void fault_after(const Fault& fault, Bytes& answered, Answer& result) {
-  switch (fault.kind) {
-    case FaultKind::answer:
-      answered = fault.bytes;
-      break;
-    case FaultKind::shorten:
-      answered.resize(std::min<size_t>(answered.size(), fault.value));
-      break;
-    case FaultKind::lengthen:
-      answered.resize(std::max<size_t>(answered.size(), fault.value), PADDING);
-      break;
-    case FaultKind::stall:
-      result.stall = fault.value;
-      break;
-    case FaultKind::read_error:
-      result.read_error = static_cast<int>(fault.value);
-      break;
-    case FaultKind::no_dummy:
-      result.no_dummy = true;
-      break;
-    case FaultKind::attention:
-      result.attention = true;
-      break;
-    default:
-      break;
-  }
-}
+constexpr Device DEVICES[] = {
+    device<&Bmc::app>(app_commands), device<&Bmc::lan>(lan_commands),
+    device<&Bmc::sel>(sel_commands), device<&Bmc::sdr>(sdr_commands),
+    device<&Bmc::fru>(fru_commands), device<&Bmc::card>(card_commands),
+};
 
 Bytes next_of_stream(Bmc& bmc) {
   if (bmc.answer_used >= bmc.answer_stream.size()) return {NOT_PRESENT};
@@ -77,32 +37,34 @@ Bytes next_of_stream(Bmc& bmc) {
   return Bytes(start, start + static_cast<std::ptrdiff_t>(count));
 }
 
-Bytes carry_out(Bmc& bmc, const Bytes& request, std::vector<const Fault*> hit, Answer& result) {
-  if (!bmc.answer_stream.empty()) return next_of_stream(bmc);
-  Reply reply;
-  const bool stopped = std::any_of(hit.begin(), hit.end(), [&](const Fault* fault) {
-    return fault_before(*fault, reply, result);
-  });
-  if (!stopped && request.size() < 2) {
-    reply.completion = INVALID_LENGTH;
-  } else if (!stopped) {
-    const Bytes data(request.begin() + 2, request.end());
-    reply = dispatch(bmc, request[0] >> 2, request[1], data);
-  }
+// Completion code and data that the model answers.
+Bytes ask_model(Bmc& bmc, const Bytes& request) {
+  if (request.size() < 2) return {INVALID_LENGTH};
+  const Bytes data(request.begin() + 2, request.end());
+  const Reply reply = dispatch(bmc, request[0] & NETFN_MASK, request[1], data);
   Bytes answered = {reply.completion};
   answered.insert(answered.end(), reply.data.begin(), reply.data.end());
   return answered;
+}
+
+// The faults that hit a request on its way in. True when it is not to be carried out.
+bool fail_on_arrival(const std::vector<const Fault*>& hit, Answer& result) {
+  bool stopped = false;
+  for (const Fault* fault : hit) {
+    const FaultRow& row = row_of(*fault);
+    const bool stops = row.point == FaultPoint::instead && !stopped;
+    if (row.point == FaultPoint::arrival || stops) row.act(*fault, result);
+    stopped = stopped || stops;
+  }
+  return stopped;
 }
 
 }  // namespace
 
 Reply dispatch(Bmc& bmc, uint8_t netfn, uint8_t command, const Bytes& data) {
   if (!card_answers(bmc, netfn, command)) return {INVALID_COMMAND, {}};
-  using Table = std::span<const Command>;
-  const Table tables[] = {app_commands(), lan_commands(), sel_commands(),
-                          sdr_commands(), fru_commands(), bmc.has_card ? card_commands() : Table()};
-  for (const Table& table : tables) {
-    for (const Command& entry : table) {
+  for (const Device& device : DEVICES) {
+    for (const Command& entry : device.commands()) {
       if (entry.netfn == netfn && entry.number == command) return entry.answer(bmc, data);
     }
   }
@@ -110,29 +72,25 @@ Reply dispatch(Bmc& bmc, uint8_t netfn, uint8_t command, const Bytes& data) {
 }
 
 Answer answer(Bmc& bmc, const Bytes& request) {
-  std::vector<const Fault*> hit;
-  for (Fault& fault : bmc.faults) {
-    if (fault.kind != FaultKind::write_error && hits(fault, request)) hit.push_back(&fault);
+  const std::vector<const Fault*> hit = hit_faults(bmc.faults, request);
+  Answer result = {.bytes = {COMPLETED}};
+  if (!bmc.answer_stream.empty()) {
+    result.bytes = next_of_stream(bmc);
+  } else if (!fail_on_arrival(hit, result)) {
+    result.bytes = ask_model(bmc, request);
   }
-  Answer result;
-  Bytes answered = carry_out(bmc, request, hit, result);
-  for (const Fault* fault : hit) fault_after(*fault, answered, result);
+  for (const Fault* fault : hit) {
+    if (row_of(*fault).point == FaultPoint::answered) row_of(*fault).act(*fault, result);
+  }
   const uint8_t netfn = request.empty() ? 0 : request[0];
-  result.bytes = {static_cast<uint8_t>(netfn | 1 << 2),
-                  request.size() > 1 ? request[1] : uint8_t{0}};
-  result.bytes.insert(result.bytes.end(), answered.begin(), answered.end());
+  const uint8_t command = request.size() > 1 ? request[1] : 0;
+  result.bytes.insert(result.bytes.begin(), {static_cast<uint8_t>(netfn | RESPONSE_BIT), command});
   if (result.attention) bmc.attention = true;
   return result;
 }
 
-bool write_fails(Bmc& bmc, const Bytes& received) {
-  bool fails = false;
-  for (Fault& fault : bmc.faults) {
-    if (fault.kind != FaultKind::write_error || received.size() != fault.value + size_t{1})
-      continue;
-    fails = hits(fault, received) || fails;
-  }
-  return fails;
+bool is_away(const Bmc& bmc) {
+  return bmc.clock.now_us >= bmc.gone_at_us && bmc.clock.now_us < bmc.back_at_us;
 }
 
 bool attention(const Bmc& bmc) {
@@ -140,21 +98,11 @@ bool attention(const Bmc& bmc) {
 }
 
 void store(const Bmc& bmc, State& state) {
-  store(bmc.app, state);
-  store(bmc.lan, state);
-  store(bmc.sel, state);
-  store(bmc.sdr, state);
-  store(bmc.fru, state);
-  store(bmc.card, state);
+  for (const Device& device : DEVICES) device.store(bmc, state);
 }
 
 void restore(Bmc& bmc, const State& state) {
-  restore(bmc.app, state);
-  restore(bmc.lan, state);
-  restore(bmc.sel, state);
-  restore(bmc.sdr, state);
-  restore(bmc.fru, state);
-  restore(bmc.card, state);
+  for (const Device& device : DEVICES) device.restore(bmc, state);
 }
 
 }  // namespace sim

@@ -63,7 +63,7 @@ void serve_connection(int handle, const Settings& settings, uint64_t start_us) {
     if (count < 0 && errno == EAGAIN) save_contents(link, settings);
     if (count < 0 && (errno == EINTR || errno == EAGAIN)) continue;
     if (count <= 0) break;
-    sim::machine().now_us = real_now_us() - start_us;
+    sim::machine().bmc.clock.now_us = real_now_us() - start_us;
     for (ssize_t i = 0; i < count && open; i++) open = sim::take_byte(link, arrived[i]);
   }
   save_contents(link, settings);

@@ -2,20 +2,12 @@
 #include <algorithm>
 #include <string>
 
-#include "sim/machine.h"
+#include "sim/bmc.h"
 
 namespace sim {
 
 namespace {
 
-constexpr uint8_t NETFN_APP = 0x06;
-constexpr uint8_t NETFN_FIRMWARE = 0x08;
-constexpr uint8_t GET_DEVICE_ID = 0x01;
-constexpr uint8_t COLD_RESET = 0x02;
-constexpr uint8_t WARM_RESET = 0x03;
-constexpr uint8_t ENTER = 0x02;
-
-constexpr uint8_t WRONG_STATE = 0xD5;  // completion code: not in this state
 constexpr size_t ADDRESS_SIZE = 4;
 constexpr size_t CHUNK_HEADER = 5;  // address, flags
 constexpr uint8_t FIRST_CHUNK = 0x80;
@@ -55,7 +47,7 @@ Reply get_update_information(Bmc& bmc, const Bytes&) {
   bytes.insert(bytes.end(), {card.block_size, card.chunk_size, 0, 0});
   append_number(bytes, card.flash_size);
   append_number(bytes, card.flash_base);
-  return {DONE, bytes};
+  return {COMPLETED, bytes};
 }
 
 // Address, 0, count; answered with the count and the bytes, erased ones beyond the flash.
@@ -68,7 +60,7 @@ Reply read_flash(Bmc& bmc, const Bytes& data) {
   for (size_t i = 0; i < data[5]; i++) {
     bytes.push_back(offset + i < flash.size() ? flash[offset + i] : ERASED);
   }
-  return {DONE, bytes};
+  return {COMPLETED, bytes};
 }
 
 // Where a block may begin.
@@ -94,7 +86,7 @@ Reply write_chunk(Bmc& bmc, const Bytes& data) {
   if (data.size() != CHUNK_HEADER + card.chunk_size) return {INVALID_LENGTH, {}};
   const uint32_t address = address_of(data);
   if (data[ADDRESS_SIZE] & FIRST_CHUNK) {
-    if (!begins_block(card, address)) return {OUT_OF_RANGE, {}};
+    if (!begins_block(card, address)) return {PARAMETER_OUT_OF_RANGE, {}};
     card.block.assign(card.block_size, ERASED);
     card.block_address = address;
     card.chunks = 0;
@@ -105,7 +97,7 @@ Reply write_chunk(Bmc& bmc, const Bytes& data) {
   const bool erased = std::all_of(chunk, data.end(), [](uint8_t byte) { return byte == ERASED; });
   const size_t offset = size_t{card.chunks} * card.chunk_size;
   if (address != card.block_address + offset && !(erased && address == card.block_address)) {
-    return {OUT_OF_RANGE, {}};
+    return {PARAMETER_OUT_OF_RANGE, {}};
   }
   std::copy(chunk, data.end(), card.block.begin() + static_cast<std::ptrdiff_t>(offset));
   card.chunks++;
@@ -125,15 +117,15 @@ Reply end_block(Bmc& bmc, const Bytes&) {
   if (card.block.empty() || card.chunks != chunks_of_block(card)) return {WRONG_STATE, {}};
   program(card, card.block.size());
   card.block.clear();
-  return {DONE, {BLOCK_PROGRAMMED}};
+  return {COMPLETED, {BLOCK_PROGRAMMED}};
 }
 
 constexpr Command COMMANDS[] = {
-    {NETFN_FIRMWARE, 0x01, get_update_information},
-    {NETFN_FIRMWARE, ENTER, enter},
-    {NETFN_FIRMWARE, 0x03, read_flash},
-    {NETFN_FIRMWARE, 0x04, write_chunk},
-    {NETFN_FIRMWARE, 0x05, end_block},
+    {NETFN_FIRMWARE, GET_FLASH_INFORMATION, get_update_information},
+    {NETFN_FIRMWARE, ENTER_DOWNLOADER, enter},
+    {NETFN_FIRMWARE, READ_FLASH, read_flash},
+    {NETFN_FIRMWARE, WRITE_FLASH_CHUNK, write_chunk},
+    {NETFN_FIRMWARE, END_FLASH_BLOCK, end_block},
 };
 
 }  // namespace
@@ -164,16 +156,16 @@ bool card_answers(const Bmc& bmc, uint8_t netfn, uint8_t command) {
            (netfn == NETFN_APP &&
             (command == GET_DEVICE_ID || command == COLD_RESET || command == WARM_RESET));
   }
-  return netfn != NETFN_FIRMWARE || command == ENTER;
+  return netfn != NETFN_FIRMWARE || (bmc.has_card && command == ENTER_DOWNLOADER);
 }
 
 bool card_is_updating(const Bmc& bmc) {
-  return bmc.has_card && (bmc.card.in_downloader || machine().now_us < bmc.card.ready_at_us);
+  return bmc.has_card && (bmc.card.in_downloader || bmc.clock.now_us < bmc.card.ready_at_us);
 }
 
 void card_reset(Bmc& bmc) {
   if (!bmc.has_card) return;
-  const uint64_t now = machine().now_us;
+  const uint64_t now = bmc.clock.now_us;
   bmc.card.in_downloader = false;
   bmc.card.block.clear();
   bmc.gone_at_us = now + ANSWER_US;

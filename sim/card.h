@@ -1,5 +1,6 @@
 // The daughter card's downloader and flash.
 #pragma once
+#include "sim/types.h"
 
 namespace sim {
 

@@ -36,15 +36,6 @@ constexpr int WRONG_SETTING = 2;
 const std::map<std::string, Kind> KINDS = {
     {"card", Kind::card}, {"plain", Kind::plain}, {"none", Kind::none}};
 
-const std::map<std::string, FaultKind> FAULT_KINDS = {
-    {"refuse", FaultKind::refuse},           {"answer", FaultKind::answer},
-    {"shorten", FaultKind::shorten},         {"lengthen", FaultKind::lengthen},
-    {"silent", FaultKind::silent},           {"stall", FaultKind::stall},
-    {"write_error", FaultKind::write_error}, {"read_error", FaultKind::read_error},
-    {"no_dummy", FaultKind::no_dummy},       {"attention", FaultKind::attention},
-    {"power_cut", FaultKind::power_cut},
-};
-
 [[noreturn]] void refuse(const char* name, const std::string& value) {
   std::fprintf(stderr, "%s: \"%s\" is not understood\n", name, value.c_str());
   std::exit(WRONG_SETTING);
@@ -53,54 +44,6 @@ const std::map<std::string, FaultKind> FAULT_KINDS = {
 std::string setting(const char* name) {
   const char* value = std::getenv(name);
   return value != nullptr ? value : "";
-}
-
-std::vector<std::string> split(const std::string& text, char separator) {
-  std::vector<std::string> parts;
-  std::stringstream stream(text);
-  for (std::string part; std::getline(stream, part, separator);) {
-    if (part.find_first_not_of(' ') != std::string::npos) parts.push_back(part);
-  }
-  return parts;
-}
-
-bool parse_number(const std::string& text, int base, unsigned limit, unsigned& number) {
-  const char* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, number, base);
-  return error == std::errc() && stop == end && number <= limit;
-}
-
-bool parse_key(const std::string& word, Fault& fault) {
-  constexpr unsigned MOST = 0xFFFFFF;
-  const size_t equals = word.find('=');
-  if (equals == std::string::npos) return false;
-  const std::string key = word.substr(0, equals);
-  const std::string value = word.substr(equals + 1);
-  unsigned number = 0;
-  if (key == "bytes") return parse_hex(value, fault.bytes);
-  if (key == "skip") return parse_number(value, 10, MOST, fault.skip);
-  if (key == "times") return parse_number(value, 10, MOST, fault.times);
-  if (key == "value") return parse_number(value, 16, MOST, fault.value);
-  if (key == "netfn" && parse_number(value, 16, 0x3F, number)) {
-    fault.netfn = static_cast<int>(number);
-    return true;
-  }
-  if (key == "cmd" && parse_number(value, 16, 0xFF, number)) {
-    fault.command = static_cast<int>(number);
-    return true;
-  }
-  return false;
-}
-
-bool parse_fault(const std::string& text, Fault& fault) {
-  std::vector<std::string> words = split(text, ' ');
-  const auto kind = FAULT_KINDS.find(words.front());
-  if (kind == FAULT_KINDS.end()) return false;
-  fault.kind = kind->second;
-  for (size_t i = 1; i < words.size(); i++) {
-    if (!parse_key(words[i], fault)) return false;
-  }
-  return true;
 }
 
 bool parse_interface(const std::string& text, HostInterface& entry) {
@@ -135,10 +78,9 @@ void configure_from_environment() {
     if (!parse_interface(text, entry)) refuse("QARN_SIM_INTERFACES", text);
     machine().interfaces.push_back(entry);
   }
-  for (const std::string& text : split(setting("QARN_SIM_FAULTS"), ';')) {
-    Fault fault;
-    if (!parse_fault(text, fault)) refuse("QARN_SIM_FAULTS", text);
-    machine().bmc.faults.push_back(fault);
+  std::string wrong;
+  if (!parse_faults(setting("QARN_SIM_FAULTS"), machine().bmc.faults, wrong)) {
+    refuse("QARN_SIM_FAULTS", wrong);
   }
   if (const std::string log = setting("QARN_SIM_LOG"); !log.empty() && !log_to(log)) {
     refuse("QARN_SIM_LOG", log);

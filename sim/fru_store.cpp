@@ -8,11 +8,7 @@ namespace sim {
 
 namespace {
 
-constexpr uint8_t STORAGE = 0x0A;
 constexpr uint8_t WRITE_PROTECTED = 0x80;
-constexpr uint8_t WRONG_LENGTH = 0xC7;
-constexpr uint8_t OUT_OF_RANGE = 0xC9;
-constexpr uint8_t NOT_PRESENT = 0xCB;
 
 FruDevice* find_device(Bmc& bmc, uint8_t id) {
   const auto found = bmc.fru.devices.find(id);
@@ -24,50 +20,50 @@ size_t offset_of(const Bytes& data) {
 }
 
 Reply area_info(Bmc& bmc, const Bytes& data) {
-  if (data.size() != 1) return {WRONG_LENGTH, {}};
+  if (data.size() != 1) return {INVALID_LENGTH, {}};
   const FruDevice* device = find_device(bmc, data[0]);
   if (device == nullptr) return {NOT_PRESENT, {}};
   const size_t size = device->claimed_size >= 0 ? static_cast<size_t>(device->claimed_size)
                                                 : std::min<size_t>(device->contents.size(), 0xFFFF);
-  return {0, {static_cast<uint8_t>(size), static_cast<uint8_t>(size >> 8), 0}};
+  return {COMPLETED, {static_cast<uint8_t>(size), static_cast<uint8_t>(size >> 8), 0}};
 }
 
 // What lies behind the end is not returned; an offset behind the end is refused.
 Reply read_data(Bmc& bmc, const Bytes& data) {
-  if (data.size() != 4) return {WRONG_LENGTH, {}};
+  if (data.size() != 4) return {INVALID_LENGTH, {}};
   const FruDevice* device = find_device(bmc, data[0]);
   if (device == nullptr) return {NOT_PRESENT, {}};
   if (device->refusal != 0) return {device->refusal, {}};
   const size_t offset = offset_of(data);
-  if (offset >= device->contents.size()) return {OUT_OF_RANGE, {}};
+  if (offset >= device->contents.size()) return {PARAMETER_OUT_OF_RANGE, {}};
   size_t count = std::min<size_t>(data[3], device->contents.size() - offset);
   if (device->answer_limit > 0) count = std::min<size_t>(count, device->answer_limit);
-  Reply reply{0, {static_cast<uint8_t>(count)}};
+  Reply reply{COMPLETED, {static_cast<uint8_t>(count)}};
   const auto from = device->contents.begin() + static_cast<ptrdiff_t>(offset);
   reply.data.insert(reply.data.end(), from, from + static_cast<ptrdiff_t>(count));
   return reply;
 }
 
 Reply write_data(Bmc& bmc, const Bytes& data) {
-  if (data.size() < 4) return {WRONG_LENGTH, {}};
+  if (data.size() < 4) return {INVALID_LENGTH, {}};
   FruDevice* device = find_device(bmc, data[0]);
   if (device == nullptr) return {NOT_PRESENT, {}};
   if (device->refusal != 0) return {device->refusal, {}};
   const size_t offset = offset_of(data);
   const size_t count = data.size() - 3;
-  if (offset + count > device->contents.size()) return {OUT_OF_RANGE, {}};
+  if (offset + count > device->contents.size()) return {PARAMETER_OUT_OF_RANGE, {}};
   const bool guarded =
       device->protected_from >= 0 && offset + count > static_cast<size_t>(device->protected_from);
   if (guarded) return {WRITE_PROTECTED, {}};
   std::copy(data.begin() + 3, data.end(),
             device->contents.begin() + static_cast<ptrdiff_t>(offset));
-  return {0, {static_cast<uint8_t>(count)}};
+  return {COMPLETED, {static_cast<uint8_t>(count)}};
 }
 
 constexpr Command COMMANDS[] = {
-    {STORAGE, 0x10, area_info},
-    {STORAGE, 0x11, read_data},
-    {STORAGE, 0x12, write_data},
+    {NETFN_STORAGE, GET_FRU_AREA_INFO, area_info},
+    {NETFN_STORAGE, READ_FRU_DATA, read_data},
+    {NETFN_STORAGE, WRITE_FRU_DATA, write_data},
 };
 
 }  // namespace

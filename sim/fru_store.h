@@ -1,5 +1,6 @@
 // FRU inventory devices of the simulated BMC.
 #pragma once
+#include "sim/types.h"
 
 namespace sim {
 

@@ -3,8 +3,6 @@
 
 #include <utility>
 
-#include "sim/machine.h"
-
 namespace sim {
 
 namespace {
@@ -63,16 +61,34 @@ void offer_next(Kcs& kcs) {
   }
 }
 
-void take_byte(Kcs& kcs, uint8_t value) {
-  if (kcs.request.size() >= REQUEST_ROOM) return fail(kcs, LENGTH_ERROR);
-  kcs.request.push_back(value);
-  if (write_fails(machine().bmc, kcs.request)) return fail(kcs, UNSPECIFIED_ERROR);
-  if (kcs.phase == KcsPhase::write) return offer(kcs, 0);
-  kcs.answer = serve(std::exchange(kcs.request, {}));
-  kcs.next = 0;
-  kcs.input_full = kcs.answer.silent || kcs.answer.stall > 0;
-  kcs.phase = KcsPhase::busy;
-  if (!kcs.input_full) offer_next(kcs);
+// True when the request is whole.
+bool take_request_byte(Kcs& kcs, Bmc& bmc, uint8_t value) {
+  const bool fits = kcs.request.size() < REQUEST_ROOM;
+  if (fits) kcs.request.push_back(value);
+  if (!fits || byte_is_hit(bmc.faults, kcs.request)) {
+    fail(kcs, fits ? UNSPECIFIED_ERROR : LENGTH_ERROR);
+    return false;
+  }
+  if (kcs.phase == KcsPhase::write_last) return true;
+  offer(kcs, 0);
+  return false;
+}
+
+// A data byte outside a request.
+void take_control_byte(Kcs& kcs, uint8_t value) {
+  switch (kcs.phase) {
+    case KcsPhase::read:
+      return value == READ ? offer_next(kcs) : fail(kcs, ILLEGAL_CODE);
+    case KcsPhase::abort_status:
+      enter(kcs, KcsPhase::abort_end, READ_STATE);
+      return offer(kcs, std::exchange(kcs.error, NO_ERROR));
+    case KcsPhase::abort_end:
+      if (value != READ) return fail(kcs, ILLEGAL_CODE);
+      enter(kcs, KcsPhase::idle, IDLE_STATE);
+      return offer(kcs, 0);
+    default:
+      return fail(kcs, ILLEGAL_CODE);
+  }
 }
 
 }  // namespace
@@ -114,27 +130,23 @@ void kcs_write_command(Kcs& kcs, uint8_t value) {
   }
 }
 
-void kcs_write_data(Kcs& kcs, uint8_t value) {
-  if (kcs.input_full) return;
+bool kcs_write_data(Kcs& kcs, Bmc& bmc, uint8_t value) {
+  if (kcs.input_full) return false;
   kcs.last_was_command = false;
-  switch (kcs.phase) {
-    case KcsPhase::write:
-    case KcsPhase::write_last:
-      return take_byte(kcs, value);
-    case KcsPhase::read:
-      return value == READ ? offer_next(kcs) : fail(kcs, ILLEGAL_CODE);
-    case KcsPhase::abort_status:
-      enter(kcs, KcsPhase::abort_end, READ_STATE);
-      return offer(kcs, std::exchange(kcs.error, NO_ERROR));
-    case KcsPhase::abort_end:
-      if (value != READ) return fail(kcs, ILLEGAL_CODE);
-      enter(kcs, KcsPhase::idle, IDLE_STATE);
-      return offer(kcs, 0);
-    case KcsPhase::idle:
-    case KcsPhase::busy:
-    case KcsPhase::error:
-      return fail(kcs, ILLEGAL_CODE);
+  if (kcs.phase == KcsPhase::write || kcs.phase == KcsPhase::write_last) {
+    return take_request_byte(kcs, bmc, value);
   }
+  take_control_byte(kcs, value);
+  return false;
+}
+
+void kcs_take_answer(Kcs& kcs, const Answer& answer) {
+  kcs.request.clear();
+  kcs.answer = answer;
+  kcs.next = 0;
+  kcs.input_full = answer.silent || answer.stall > 0;
+  kcs.phase = KcsPhase::busy;
+  if (!kcs.input_full) offer_next(kcs);
 }
 
 }  // namespace sim

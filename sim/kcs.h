@@ -1,7 +1,5 @@
 // One KCS interface of the simulated BMC: data register and command/status register.
 #pragma once
-#include <cstdint>
-
 #include "sim/bmc.h"
 
 namespace sim {
@@ -37,7 +35,9 @@ struct Kcs {
 uint8_t kcs_read_status(Kcs& kcs, const Bmc& bmc);
 uint8_t kcs_read_data(Kcs& kcs);
 void kcs_write_command(Kcs& kcs, uint8_t value);
-// The last byte of a request has the machine serve it.
-void kcs_write_data(Kcs& kcs, uint8_t value);
+// True when the last byte of `request` has arrived: it is to be carried out, and the answer handed
+// to kcs_take_answer.
+bool kcs_write_data(Kcs& kcs, Bmc& bmc, uint8_t value);
+void kcs_take_answer(Kcs& kcs, const Answer& answer);
 
 }  // namespace sim

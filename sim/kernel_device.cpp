@@ -12,10 +12,6 @@ namespace platform {
 namespace {
 
 constexpr int HANDLE = 10000;  // no real handle
-constexpr unsigned NETFN_APP = 0x06;
-constexpr unsigned RESPONSE_BIT = 0x01;
-constexpr int GET_MESSAGE = 0x33;
-constexpr int SEND_MESSAGE = 0x34;
 
 int refuse(int reason) {
   errno = reason;
@@ -37,12 +33,13 @@ int check_request(const ipmi_req& request) {
   std::memcpy(&address, request.addr, sizeof address);
   if (address.addr_type != IPMI_SYSTEM_INTERFACE_ADDR_TYPE) return EINVAL;
   if (address.channel != IPMI_BMC_CHANNEL || address.lun > 3) return EINVAL;
+  const unsigned netfn = static_cast<unsigned>(request.msg.netfn) << 2;
   if (request.msg.data_len + 2 > IPMI_MAX_MSG_LENGTH) return EMSGSIZE;
   if (request.msg.data_len > 0 && request.msg.data == nullptr) return EFAULT;
-  if (request.msg.netfn >= 0x40 || (request.msg.netfn & RESPONSE_BIT) != 0) return EINVAL;
+  if (request.msg.netfn >= 0x40 || (netfn & RESPONSE_BIT) != 0) return EINVAL;
   // The kernel keeps the receive queue to itself.
   const bool messaging = request.msg.cmd == GET_MESSAGE || request.msg.cmd == SEND_MESSAGE;
-  return request.msg.netfn == NETFN_APP && messaging ? EINVAL : 0;
+  return netfn == NETFN_APP && messaging ? EINVAL : 0;
 }
 
 // The kernel's driver retries and then answers an unspecified error itself.
@@ -50,13 +47,13 @@ sim::Answer serve_over_driver(const sim::Bytes& request) {
   sim::Bytes arrived;
   for (const uint8_t byte : request) {
     arrived.push_back(byte);
-    if (!sim::write_fails(sim::machine().bmc, arrived)) continue;
-    return {{static_cast<uint8_t>(request[0] | RESPONSE_BIT << 2), request[1], sim::UNSPECIFIED}};
+    if (!sim::byte_is_hit(sim::machine().bmc.faults, arrived)) continue;
+    return {{static_cast<uint8_t>(request[0] | RESPONSE_BIT), request[1], UNSPECIFIED}};
   }
   sim::Answer answer = sim::serve(request);
   if (answer.read_error >= 0) {
     answer.bytes.resize(2);
-    answer.bytes.push_back(sim::UNSPECIFIED);
+    answer.bytes.push_back(UNSPECIFIED);
   }
   return answer;
 }

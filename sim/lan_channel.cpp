@@ -5,10 +5,6 @@ namespace sim {
 
 namespace {
 
-constexpr uint8_t NETFN_APP = 0x06;
-constexpr uint8_t NETFN_TRANSPORT = 0x0C;
-constexpr uint8_t NETFN_CARD = 0x3E;
-
 constexpr uint8_t LAN_CHANNEL = 1;
 constexpr uint8_t CHANNEL_MASK = 0x0F;
 constexpr uint8_t REVISION_ONLY = 0x80;
@@ -23,7 +19,7 @@ Reply get_parameter(Bmc& bmc, const Bytes& data) {
   if ((data[0] & CHANNEL_MASK) != LAN_CHANNEL) return {INVALID_DATA, {}};
   const auto parameter = bmc.lan.parameters.find(data[1]);
   if (parameter == bmc.lan.parameters.end()) return {PARAMETER_UNSUPPORTED, {}};
-  Reply reply = {DONE, {REVISION}};
+  Reply reply = {COMPLETED, {REVISION}};
   if (data[0] & REVISION_ONLY) return reply;
   reply.data.insert(reply.data.end(), parameter->second.begin(), parameter->second.end());
   return reply;
@@ -53,21 +49,21 @@ Reply set_parameter(Bmc& bmc, const Bytes& data) {
 Reply get_channel_info(Bmc&, const Bytes& data) {
   if (data.size() != 1) return {INVALID_LENGTH, {}};
   if ((data[0] & CHANNEL_MASK) != LAN_CHANNEL) return {INVALID_DATA, {}};
-  return {DONE, {LAN_CHANNEL, 0x04, 0x01, 0x80, 0xF2, 0x1B, 0x00, 0x00, 0x00}};
+  return {COMPLETED, {LAN_CHANNEL, 0x04, 0x01, 0x80, 0xF2, 0x1B, 0x00, 0x00, 0x00}};
 }
 
 Reply get_card_mac(Bmc& bmc, const Bytes& data) {
   if (!bmc.has_card) return {INVALID_COMMAND, {}};
   if (data.size() != 3) return {INVALID_LENGTH, {}};
   if (data != Bytes{0x00, 0x00, 0xFF}) return {INVALID_DATA, {}};
-  return {DONE, bmc.lan.card_mac};
+  return {COMPLETED, bmc.lan.card_mac};
 }
 
 constexpr Command COMMANDS[] = {
-    {NETFN_TRANSPORT, 0x01, set_parameter},
-    {NETFN_TRANSPORT, 0x02, get_parameter},
-    {NETFN_APP, 0x42, get_channel_info},
-    {NETFN_CARD, 0x84, get_card_mac},
+    {NETFN_TRANSPORT, SET_LAN_PARAMETERS, set_parameter},
+    {NETFN_TRANSPORT, GET_LAN_PARAMETERS, get_parameter},
+    {NETFN_APP, GET_CHANNEL_INFO, get_channel_info},
+    {NETFN_CARD, GET_CARD_MAC, get_card_mac},
 };
 
 std::string key_of(uint8_t selector) {

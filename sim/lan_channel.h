@@ -1,5 +1,6 @@
 // LAN channel 1 of the simulated BMC.
 #pragma once
+#include "sim/types.h"
 
 namespace sim {
 

@@ -1,4 +1,4 @@
-// The one simulated machine: how it starts, serves, logs and ends.
+// The one simulated machine: how it starts, serves and ends.
 #include "sim/machine.h"
 
 #include <unistd.h>
@@ -11,12 +11,9 @@ namespace sim {
 namespace {
 
 constexpr int POWER_CUT_STATUS = 137;
-constexpr uint64_t SECOND_US = 1000000;
-constexpr size_t TRANSCRIPT_LIMIT = size_t{64} << 20;
 
-struct Records {
-  std::string transcript;
-  FILE* log = nullptr;
+// Where to keep what when the process ends.
+struct Keeping {
   std::string state_path;
   std::string transcript_path;
   bool at_exit = false;
@@ -26,24 +23,14 @@ bool ready = false;
 Machine the_machine;
 
 // Never destroyed: exit handlers still need it.
-Records& records() {
-  static Records* const kept = new Records();
+Keeping& keeping() {
+  static Keeping* const kept = new Keeping();
   return *kept;
 }
 
-void log_only(const std::string& line) {
-  if (records().log != nullptr) std::fprintf(records().log, "%s\n", line.c_str());
-}
-
-void note(const std::string& line) {
-  std::string& text = records().transcript;
-  if (text.size() + line.size() < TRANSCRIPT_LIMIT) text.append(line).append(1, '\n');
-  log_only(line);
-}
-
 void finish_at_exit() {
-  if (records().at_exit) return;
-  records().at_exit = true;
+  if (keeping().at_exit) return;
+  keeping().at_exit = true;
   std::atexit(finish);
 }
 
@@ -67,7 +54,7 @@ Machine& machine() {
 void reset(Kind kind) {
   ready = true;
   the_machine = Machine();
-  records().transcript.clear();
+  clear_log();
   the_machine.bmc.has_card = kind == Kind::card;
   the_machine.interfaces = {{"lo", Bytes(6), {127, 0, 0, 1}}};
   if (kind == Kind::card) the_machine.ports = {{0xCAC, 0xCA8}};
@@ -75,13 +62,9 @@ void reset(Kind kind) {
   if (kind == Kind::none) the_machine.devices.clear();
 }
 
-bool is_away(const Machine& machine) {
-  return machine.now_us >= machine.bmc.gone_at_us && machine.now_us < machine.bmc.back_at_us;
-}
-
 Answer serve(const Bytes& request) {
-  note(hex_text(request));
-  if (is_away(the_machine)) {
+  log_request(request);
+  if (is_away(the_machine.bmc)) {
     Answer nothing;
     nothing.silent = true;
     return nothing;
@@ -91,56 +74,36 @@ Answer serve(const Bytes& request) {
     card_power_cut(the_machine.bmc.card);
     cut_power();
   }
-  if (!result.silent) log_only("< " + hex_text(result.bytes));
+  if (!result.silent) log_response(result.bytes);
   return result;
 }
 
-uint32_t time_now() {
-  return machine().epoch + static_cast<uint32_t>(machine().now_us / SECOND_US);
-}
-
 void pause(uint64_t microseconds) {
-  machine().now_us += microseconds;
-  note("sleep " + std::to_string(microseconds));
-}
-
-void log_poke(uint8_t value) {
-  note("poke " + hex_text({value}));
-}
-
-std::string transcript() {
-  return records().transcript;
-}
-
-bool log_to(const std::string& path) {
-  Records& kept = records();
-  if (kept.log != nullptr) std::fclose(kept.log);
-  kept.log = std::fopen(path.c_str(), "ae");
-  if (kept.log == nullptr) return false;
-  std::setvbuf(kept.log, nullptr, _IOLBF, BUFSIZ);
-  return true;
+  machine().bmc.clock.now_us += microseconds;
+  log_pause(microseconds);
 }
 
 void keep_state(const std::string& path) {
   load_state(path, machine().bmc);
-  records().state_path = path;
+  keeping().state_path = path;
   finish_at_exit();
 }
 
 void keep_transcript(const std::string& path) {
-  records().transcript_path = path;
+  keeping().transcript_path = path;
   finish_at_exit();
 }
 
 void finish() {
-  const Records& kept = records();
+  const Keeping& kept = keeping();
   if (!kept.state_path.empty() && !save_state(kept.state_path, the_machine.bmc)) {
     std::fprintf(stderr, "%s: the state cannot be written\n", kept.state_path.c_str());
   }
   if (kept.transcript_path.empty()) return;
   FILE* file = std::fopen(kept.transcript_path.c_str(), "we");
   if (file == nullptr) return;
-  std::fwrite(kept.transcript.data(), 1, kept.transcript.size(), file);
+  const std::string lines = transcript();
+  std::fwrite(lines.data(), 1, lines.size(), file);
   std::fclose(file);
 }
 

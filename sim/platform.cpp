@@ -62,7 +62,7 @@ uint8_t inb(uint16_t port) {
   sim::Machine& machine = sim::machine();
   machine.port_reads++;
   if (!machine.port_stream.empty()) return next_of_stream(machine);
-  if (sim::is_away(machine)) return NOTHING;
+  if (sim::is_away(machine.bmc)) return NOTHING;
   for (sim::Kcs& kcs : machine.ports) {
     if (kcs.command_port == port) return sim::kcs_read_status(kcs, machine.bmc);
     if (kcs.data_port == port) return sim::kcs_read_data(kcs);
@@ -74,10 +74,14 @@ void outb(uint8_t value, uint16_t port) {
   sim::Machine& machine = sim::machine();
   machine.port_writes++;
   if (port == POKE_PORT) sim::log_poke(value);
-  if (sim::is_away(machine)) return;
+  if (sim::is_away(machine.bmc)) return;
   for (sim::Kcs& kcs : machine.ports) {
     if (kcs.command_port == port) return sim::kcs_write_command(kcs, value);
-    if (kcs.data_port == port) return sim::kcs_write_data(kcs, value);
+    if (kcs.data_port != port) continue;
+    if (sim::kcs_write_data(kcs, machine.bmc, value)) {
+      sim::kcs_take_answer(kcs, sim::serve(kcs.request));
+    }
+    return;
   }
 }
 
@@ -90,7 +94,7 @@ void usleep(unsigned microseconds) {
 }
 
 uint32_t time_now() {
-  return sim::time_now();
+  return sim::seconds(sim::machine().bmc.clock);
 }
 
 FILE* interface_list() {

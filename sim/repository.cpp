@@ -17,7 +17,7 @@ constexpr uint8_t START_ERASE = 0xAA;
 
 Reply repository_info(const Repository& from, size_t held, size_t free, uint8_t support) {
   const size_t count = from.claimed >= 0 ? static_cast<size_t>(from.claimed) : held;
-  Reply reply = {DONE, {VERSION}};
+  Reply reply = {COMPLETED, {VERSION}};
   put(std::back_inserter(reply.data), static_cast<uint32_t>(count), 2);
   put(std::back_inserter(reply.data), static_cast<uint32_t>(std::min(free, REPOSITORY_MOST)), 2);
   put(std::back_inserter(reply.data), from.added, 4);

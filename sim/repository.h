@@ -1,6 +1,7 @@
 // What the sensor records and the event log of the simulated BMC have in common: how they tell
 // about themselves, reservations, and the request that erases them.
 #pragma once
+#include "sim/types.h"
 
 namespace sim {
 

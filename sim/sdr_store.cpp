@@ -1,20 +1,18 @@
 // Sensor Data Record repository of the simulated BMC.
 #include <algorithm>
 
-#include "sim/machine.h"
+#include "sim/bmc.h"
 #include "sim/wire.h"
 
 namespace sim {
 
 namespace {
 
-constexpr uint8_t NETFN_STORAGE = 0x0A;
 constexpr uint8_t CAN_RESERVE = 0x02;
 constexpr uint8_t CAN_PARTIAL_ADD = 0x04;
 constexpr uint8_t NON_MODAL = 0x20;  // written without update mode
 constexpr uint8_t LENGTH_WRONG = 0x80;
 constexpr uint8_t TOO_MANY_BYTES = 0xCA;
-constexpr uint8_t NOT_IN_THIS_STATE = 0xD5;
 constexpr uint16_t FIRST = 0x0000;
 constexpr uint16_t LAST = 0xFFFF;
 constexpr uint8_t WHOLE = 0xFF;
@@ -51,10 +49,10 @@ Reply get_record(Bmc& bmc, const Bytes& data) {
   const auto found = id == FIRST ? sdr.records.begin() : sdr.records.find(id);
   if (found == sdr.records.end()) return {NOT_PRESENT, {}};
   const Bytes& record = found->second;
-  if (offset > record.size()) return {OUT_OF_RANGE, {}};
+  if (offset > record.size()) return {PARAMETER_OUT_OF_RANGE, {}};
   const size_t left = record.size() - offset;
   size_t count = data[5] == WHOLE ? left : data[5];
-  if (count > left && !sdr.answers_short) return {OUT_OF_RANGE, {}};
+  if (count > left && !sdr.answers_short) return {PARAMETER_OUT_OF_RANGE, {}};
   count = std::min(count, left);
   if (count > sdr.longest_read) return {TOO_MANY_BYTES, {}};
   const auto next = std::next(found);
@@ -71,10 +69,11 @@ uint16_t new_id(const SdrStore& sdr) {
                              : static_cast<uint16_t>(sdr.records.rbegin()->first + 1);
 }
 
-Reply keep(SdrStore& sdr, uint16_t id, Bytes record) {
+Reply keep(Bmc& bmc, uint16_t id, Bytes record) {
+  SdrStore& sdr = bmc.sdr;
   put(record.begin(), id, 2);
   sdr.records[id] = record;
-  sdr.added = time_now();
+  sdr.added = seconds(bmc.clock);
   Reply reply;
   put(std::back_inserter(reply.data), id, 2);
   return reply;
@@ -83,10 +82,10 @@ Reply keep(SdrStore& sdr, uint16_t id, Bytes record) {
 // A record; the BMC sets its ID.
 Reply add_record(Bmc& bmc, const Bytes& data) {
   SdrStore& sdr = bmc.sdr;
-  if (sdr.erase_left > 0) return {NOT_IN_THIS_STATE, {}};
+  if (sdr.erase_left > 0) return {WRONG_STATE, {}};
   if (!is_whole(data)) return {LENGTH_WRONG, {}};
   const uint16_t id = new_id(sdr);
-  return id == LAST ? Reply{OUT_OF_SPACE, {}} : keep(sdr, id, data);
+  return id == LAST ? Reply{OUT_OF_SPACE, {}} : keep(bmc, id, data);
 }
 
 // Reservation (2), record ID (2; 0 for a new record), offset, progress, record bytes.
@@ -94,7 +93,7 @@ Reply add_part(Bmc& bmc, const Bytes& data) {
   SdrStore& sdr = bmc.sdr;
   if (!sdr.partial_add) return {INVALID_COMMAND, {}};
   if (data.size() < PARTIAL_HEADER) return {INVALID_LENGTH, {}};
-  if (sdr.erase_left > 0) return {NOT_IN_THIS_STATE, {}};
+  if (sdr.erase_left > 0) return {WRONG_STATE, {}};
   if (!is_reserved(sdr, data)) return {RESERVATION_CANCELLED, {}};
   const uint16_t id = word(&data[2]);
   if (id == FIRST) {
@@ -104,12 +103,12 @@ Reply add_part(Bmc& bmc, const Bytes& data) {
   } else if (id != sdr.open_id || sdr.open.empty()) {
     return {NOT_PRESENT, {}};
   }
-  if (data[4] != sdr.open.size()) return {OUT_OF_RANGE, {}};
+  if (data[4] != sdr.open.size()) return {PARAMETER_OUT_OF_RANGE, {}};
   if (data[5] > LAST_FRAGMENT) return {INVALID_DATA, {}};
   sdr.open.insert(sdr.open.end(), data.begin() + PARTIAL_HEADER, data.end());
   Reply reply;
   if (data[5] == LAST_FRAGMENT) {
-    reply = is_whole(sdr.open) ? keep(sdr, sdr.open_id, sdr.open) : Reply{LENGTH_WRONG, {}};
+    reply = is_whole(sdr.open) ? keep(bmc, sdr.open_id, sdr.open) : Reply{LENGTH_WRONG, {}};
     sdr.open.clear();
   } else {
     put(std::back_inserter(reply.data), sdr.open_id, 2);
@@ -125,19 +124,19 @@ Reply clear(Bmc& bmc, const Bytes& data) {
   if (asked == Clear::start) {
     sdr.records.clear();
     sdr.open.clear();
-    sdr.erased = time_now();
+    sdr.erased = seconds(bmc.clock);
     sdr.erase_left = sdr.erase_polls;
-    return {DONE, {sdr.erase_left > 0 ? ERASE_IN_PROGRESS : ERASE_COMPLETE}};
+    return {COMPLETED, {sdr.erase_left > 0 ? ERASE_IN_PROGRESS : ERASE_COMPLETE}};
   }
-  if (sdr.erase_left == 0) return {DONE, {ERASE_COMPLETE}};
+  if (sdr.erase_left == 0) return {COMPLETED, {ERASE_COMPLETE}};
   sdr.erase_left--;
-  return {DONE, {ERASE_IN_PROGRESS}};
+  return {COMPLETED, {ERASE_IN_PROGRESS}};
 }
 
 constexpr Command COMMANDS[] = {
-    {NETFN_STORAGE, 0x20, get_info},   {NETFN_STORAGE, 0x22, reserve},
-    {NETFN_STORAGE, 0x23, get_record}, {NETFN_STORAGE, 0x24, add_record},
-    {NETFN_STORAGE, 0x25, add_part},   {NETFN_STORAGE, 0x27, clear},
+    {NETFN_STORAGE, GET_SDR_INFO, get_info},    {NETFN_STORAGE, RESERVE_SDR, reserve},
+    {NETFN_STORAGE, GET_SDR, get_record},       {NETFN_STORAGE, ADD_SDR, add_record},
+    {NETFN_STORAGE, PARTIAL_ADD_SDR, add_part}, {NETFN_STORAGE, CLEAR_SDR, clear},
 };
 
 }  // namespace

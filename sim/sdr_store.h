@@ -1,5 +1,6 @@
 // Sensor Data Record repository of the simulated BMC.
 #pragma once
+#include "sim/repository.h"
 
 namespace sim {
 

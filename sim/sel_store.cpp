@@ -1,7 +1,7 @@
 // System Event Log of the simulated BMC.
 #include <algorithm>
 
-#include "sim/machine.h"
+#include "sim/bmc.h"
 #include "sim/wire.h"
 
 namespace sim {
@@ -10,7 +10,6 @@ namespace {
 
 using Record = std::array<uint8_t, SEL_RECORD>;
 
-constexpr uint8_t NETFN_STORAGE = 0x0A;
 constexpr uint8_t CAN_RESERVE = 0x02;
 constexpr uint16_t FIRST = 0x0000;
 constexpr uint16_t LAST = 0xFFFF;
@@ -48,9 +47,9 @@ Reply get_entry(Bmc& bmc, const Bytes& data) {
   if (offset != 0 && !is_reserved(sel, data)) return {RESERVATION_CANCELLED, {}};
   const size_t place = find(sel.records, word(&data[2]));
   if (place >= sel.records.size()) return {NOT_PRESENT, {}};
-  if (offset > SEL_RECORD) return {OUT_OF_RANGE, {}};
+  if (offset > SEL_RECORD) return {PARAMETER_OUT_OF_RANGE, {}};
   const size_t count = data[5] == WHOLE ? SEL_RECORD - offset : data[5];
-  if (count > SEL_RECORD - offset) return {OUT_OF_RANGE, {}};
+  if (count > SEL_RECORD - offset) return {PARAMETER_OUT_OF_RANGE, {}};
   const bool last = place + 1 == sel.records.size();
   Reply reply;
   put(std::back_inserter(reply.data), last ? LAST : word(sel.records[place + 1].data()), 2);
@@ -68,7 +67,7 @@ Reply add_entry(Bmc& bmc, const Bytes& data) {
   Record record;
   std::copy(data.begin(), data.end(), record.begin());
   put(record.begin(), id, 2);
-  sel.added = time_now();
+  sel.added = seconds(bmc.clock);
   if (record[2] < TIMESTAMPED) put(record.begin() + 3, sel.added, 4);
   sel.records.push_back(record);
   Reply reply;
@@ -84,15 +83,15 @@ Reply clear(Bmc& bmc, const Bytes& data) {
   if (asked == Clear::refused) return refusal;
   if (asked == Clear::start) {
     sel.records.clear();
-    sel.erased = time_now();
+    sel.erased = seconds(bmc.clock);
   }
-  return {DONE, {ERASE_COMPLETE}};
+  return {COMPLETED, {ERASE_COMPLETE}};
 }
 
 constexpr Command COMMANDS[] = {
-    {NETFN_STORAGE, 0x40, get_info},  {NETFN_STORAGE, 0x42, reserve},
-    {NETFN_STORAGE, 0x43, get_entry}, {NETFN_STORAGE, 0x44, add_entry},
-    {NETFN_STORAGE, 0x47, clear},
+    {NETFN_STORAGE, GET_SEL_INFO, get_info},   {NETFN_STORAGE, RESERVE_SEL, reserve},
+    {NETFN_STORAGE, GET_SEL_ENTRY, get_entry}, {NETFN_STORAGE, ADD_SEL_ENTRY, add_entry},
+    {NETFN_STORAGE, CLEAR_SEL, clear},
 };
 
 }  // namespace

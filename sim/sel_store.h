@@ -2,6 +2,8 @@
 #pragma once
 #include <array>
 
+#include "sim/repository.h"
+
 namespace sim {
 
 inline constexpr size_t SEL_MOST = REPOSITORY_MOST;

@@ -34,7 +34,7 @@ bool send_all(int handle, const Bytes& bytes) {
   return true;
 }
 
-uint8_t sum(const Bytes& bytes) {
+uint8_t checksum_of(const Bytes& bytes) {
   uint8_t total = 0;
   for (const uint8_t byte : bytes) total = static_cast<uint8_t>(total + byte);
   return total;
@@ -53,14 +53,14 @@ bool send_frame(int handle, const Bytes& bytes, uint8_t end) {
 
 // A request that is too short, or whose checksum is wrong, is dropped as the wire's noise.
 bool serve_message(VmLink& link, const Bytes& message) {
-  if (message.size() < SMALLEST_MESSAGE || sum(message) != 0) return true;
+  if (message.size() < SMALLEST_MESSAGE || checksum_of(message) != 0) return true;
   const Bytes request(message.begin() + 1, message.end() - 1);
   const Answer answer = serve(request);
   link.changed = true;
   if (!answer.silent) {
     Bytes reply = {message[0]};
     reply.insert(reply.end(), answer.bytes.begin(), answer.bytes.end());
-    reply.push_back(static_cast<uint8_t>(0 - sum(reply)));
+    reply.push_back(static_cast<uint8_t>(0 - checksum_of(reply)));
     if (!send_frame(link.handle, reply, MESSAGE_END)) return false;
   }
   return tell_attention(link);

@@ -45,7 +45,7 @@ struct Message : testing::Test {
 TEST_F(Message, a_request_to_another_address_is_bridged_once_no_message_waits) {
   machine().bmc.receive_queue.push_back({0x00, 0x1E});
   std::string expected = "18 30 01\n";
-  std::srand(machine().epoch);
+  std::srand(machine().bmc.clock.epoch);
   for (int i = 0, sequence = std::rand(); i < 130; i++, sequence++) {  // twice round
     EXPECT_EQ(ask(TARGET), NAME);
     const uint8_t tag = static_cast<uint8_t>(sequence << 2 | 2);
