@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "base/error_text.h"
+#include "base/notice.h"
 #include "base/progress.h"
 #include "frontend/actions.h"
 #include "frontend/operations.h"
@@ -12,7 +13,9 @@
 #include "lan/lan.h"
 #include "platform/platform.h"
 #include "textfile/cfg.h"
+#include "transport/access.h"
 #include "transport/bmc.h"
+#include "transport/interrupt.h"
 #include "transport/transaction.h"
 
 namespace {
@@ -46,14 +49,16 @@ void show_version() {
 bool open_device() {
   for (const char* path : DEVICES) {
     driverHandle = platform::device_open(path);
-    if (driverHandle != -1) return true;
+    if (driverHandle != -1) return take_turn_on_device(driverHandle);
   }
   std::printf("Could not open device at %s or %s or %s\n", DEVICES[0], DEVICES[1], DEVICES[2]);
   return false;
 }
 
 bool open_ports() {
+  if (!take_turn_on_ports()) return false;
   for (const Port_pair& pair : PORT_PAIRS) {
+    warn_of_owner(pair.command, pair.data);
     if (Init_Interface("KCS", pair.command, pair.data, 0) != 0) continue;
     orbeType = pair.type;
     return true;
@@ -146,6 +151,7 @@ int run_actions(Options* options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  hold_signals();
   // A log must show how far a run came that now waits for a dead BMC.
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
   show_version();
@@ -156,7 +162,8 @@ int main(int argc, char** argv) {
   static Options options;
   const int parsed = parse_options(argc, argv, &options);
   if (parsed != OPTIONS_ACCEPTED) return parsed;
-  progressFlag = debugFlag == 0 && isatty(STDERR_FILENO) != 0;
+  hintFlag = isatty(STDERR_FILENO);
+  progressFlag = debugFlag == 0 && hintFlag != 0;
 
   if (!(openIpmiFlag != 0 ? open_device() : open_ports())) return STATUS_NO_BMC;
   show_fw_version();

@@ -3,10 +3,13 @@
 #include <fcntl.h>
 #include <net/if.h>
 #include <netinet/in.h>
+#include <sys/file.h>
 #include <sys/io.h>
 #include <sys/ioctl.h>
 #include <sys/select.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -54,7 +57,11 @@ int device_select(int handle, bool* readable) {
   fd_set handles;
   FD_ZERO(&handles);
   FD_SET(handle, &handles);
+  signals_let_in(true);
   const int result = ::select(handle + 1, &handles, nullptr, nullptr, nullptr);
+  const int reason = errno;
+  signals_let_in(false);
+  errno = reason;
   *readable = result > 0 && FD_ISSET(handle, &handles);
   return result;
 }
@@ -69,6 +76,54 @@ void usleep(unsigned microseconds) {
 
 uint32_t time_now() {
   return static_cast<uint32_t>(::time(nullptr));
+}
+
+uint64_t clock_ms() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
+}
+
+void end_by_signal(int number) {
+  raise_default(number);
+}
+
+int lock_ports() {
+  return ::open("/dev/port", O_RDONLY | O_CLOEXEC);
+}
+
+int lock_try(int handle) {
+  return ::flock(handle, LOCK_EX | LOCK_NB);
+}
+
+// A line of /proc/locks: "1: FLOCK  ADVISORY  WRITE 1234 00:05:1051 0 EOF".
+int lock_holder(int handle) {
+  struct stat locked;
+  FILE* locks = std::fopen("/proc/locks", "re");
+  if (locks == nullptr) return 0;
+  int holder = 0;
+  char line[256];
+  while (::fstat(handle, &locked) == 0 && std::fgets(line, sizeof line, locks) != nullptr) {
+    int process = 0;
+    unsigned device_major = 0;
+    unsigned device_minor = 0;
+    unsigned long inode = 0;
+    const int found = std::sscanf(line, "%*u: FLOCK %*s %*s %d %x:%x:%lu", &process, &device_major,
+                                  &device_minor, &inode);
+    const bool same = found == 4 && inode == locked.st_ino &&
+                      makedev(device_major, device_minor) == locked.st_dev;
+    if (same) holder = process;
+  }
+  std::fclose(locks);
+  return holder;
+}
+
+FILE* port_owners() {
+  return std::fopen("/proc/ioports", "re");
+}
+
+FILE* lockdown_state() {
+  return std::fopen("/sys/kernel/security/lockdown", "re");
 }
 
 FILE* interface_list() {

@@ -18,13 +18,38 @@ int device_open(const char* path);
 int device_close(int handle);
 int device_send(int handle, ipmi_req* request);       // IPMICTL_SEND_COMMAND
 int device_receive(int handle, ipmi_recv* received);  // IPMICTL_RECEIVE_MSG_TRUNC
-// Waits without limit until the handle can be read; select's own result (-1 with errno). `readable`
-// tells whether the handle is marked afterwards.
+// Waits without limit until the handle can be read, signals let in; select's own result (-1 with
+// errno). `readable` says whether the handle is marked afterwards.
 int device_select(int handle, bool* readable);
 
 void sleep(unsigned seconds);
 void usleep(unsigned microseconds);
 uint32_t time_now();  // seconds since 1970
+uint64_t clock_ms();  // milliseconds since some point in the past
+
+// Signals. From signals_hold on, those that would end the run (HUP, INT, TERM, QUIT; not one that
+// was ignored at the start) and a stop from the terminal (TSTP) are held back; SIGPIPE and SIGXFSZ
+// are ignored. signals_pending returns the number of an ending signal that has come, or 0.
+void signals_hold();
+int signals_pending();
+// Where the run may stop: it does, until it is continued, if a stop has come.
+void signals_stop_here();
+// Between true and false a signal is noted, and ends what blocks with EINTR, once a second.
+void signals_let_in(bool in);
+// Ends the process by the signal, as a shell expects it to.
+[[noreturn]] void end_by_signal(int number);
+[[noreturn]] void raise_default(int number);  // its last step
+
+// Who else uses the way to the BMC. lock_ports returns a handle to what stands for the ports, or
+// -1; lock_try locks that or the kernel's device: 0, or -1 with errno (EWOULDBLOCK: another process
+// holds the lock); lock_holder returns that process's number, or 0 when it cannot be found.
+int lock_ports();
+int lock_try(int handle);
+int lock_holder(int handle);
+// The kernel's list of ports and their owners, as /proc/ioports prints it; null when it has none.
+FILE* port_owners();
+// The kernel's lockdown state, as /sys/kernel/security/lockdown prints it; null when it has none.
+FILE* lockdown_state();
 
 // The kernel's list of network interfaces, as /proc/net/dev prints it; null when it has none.
 FILE* interface_list();

@@ -11,7 +11,8 @@ namespace platform {
 
 namespace {
 
-constexpr int HANDLE = 10000;  // no real handle
+constexpr int HANDLE = 10000;          // no real handle
+constexpr uint64_t WAIT_US = 1000000;  // for an answer, between two signals
 
 int refuse(int reason) {
   errno = reason;
@@ -97,7 +98,11 @@ int device_send(int handle, ipmi_req* request) {
 int device_select(int handle, bool* readable) {
   *readable = false;
   if (!is_open(handle)) return refuse(EBADF);
-  const sim::Machine& machine = sim::machine();
+  sim::Machine& machine = sim::machine();
+  if (machine.device_queue.empty() && signals_pending() != 0) {
+    sim::pause(WAIT_US);
+    return refuse(EINTR);
+  }
   if (machine.kernel_faults.select_errno != 0) return refuse(machine.kernel_faults.select_errno);
   *readable = !machine.device_queue.empty() && !machine.kernel_faults.not_readable;
   return *readable ? 1 : 0;

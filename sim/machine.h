@@ -29,6 +29,10 @@ struct Machine {
   KernelFaults kernel_faults;
   bool device_is_open = false;
   std::deque<KernelMessage> device_queue;
+  int lock_holder = 0;  // process that holds the lock on the way to the BMC; 0: nobody
+  uint64_t lock_until_us = UINT64_MAX;
+  std::string port_owners;       // as /proc/ioports prints them; empty: there is no such file
+  std::string lockdown;          // as /sys/kernel/security/lockdown prints it, likewise
   bool lists_interfaces = true;  // false: no /proc/net/dev
   bool has_sockets = true;
   std::vector<HostInterface> interfaces;

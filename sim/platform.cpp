@@ -16,6 +16,7 @@ constexpr uint8_t NOTHING = 0xFF;
 constexpr uint16_t POKE_PORT = 0xE6;
 constexpr uint64_t SECOND_US = 1000000;
 constexpr int SOCKET = 20000;  // no real handle
+constexpr int LOCK = 20001;
 constexpr size_t NAME_LIMIT = 15;
 
 constexpr char LIST_HEAD[] =
@@ -42,6 +43,15 @@ const sim::HostInterface* find_interface(int socket, const char* name) {
   }
   errno = ENODEV;
   return nullptr;
+}
+
+// A file that holds this text; null when there is none.
+FILE* file_of(const std::string& text) {
+  FILE* file = text.empty() ? nullptr : fmemopen(nullptr, text.size() + 1, "w+");
+  if (file == nullptr) return nullptr;
+  std::fwrite(text.data(), 1, text.size(), file);
+  std::rewind(file);
+  return file;
 }
 
 // Copies what there is of `from` into the zeroed `to`.
@@ -97,6 +107,38 @@ uint32_t time_now() {
   return sim::seconds(sim::machine().bmc.clock);
 }
 
+uint64_t clock_ms() {
+  return sim::machine().now_us / 1000;
+}
+
+void end_by_signal(int number) {
+  sim::finish();
+  raise_default(number);
+}
+
+int lock_ports() {
+  return sim::machine().lock_holder > 0 ? LOCK : -1;
+}
+
+int lock_try(int) {
+  const sim::Machine& machine = sim::machine();
+  if (machine.lock_holder == 0 || machine.now_us >= machine.lock_until_us) return 0;
+  errno = EWOULDBLOCK;
+  return -1;
+}
+
+int lock_holder(int) {
+  return sim::machine().lock_holder;
+}
+
+FILE* port_owners() {
+  return file_of(sim::machine().port_owners);
+}
+
+FILE* lockdown_state() {
+  return file_of(sim::machine().lockdown);
+}
+
 FILE* interface_list() {
   if (!sim::machine().lists_interfaces) {
     errno = ENOENT;
@@ -107,11 +149,7 @@ FILE* interface_list() {
     const size_t indent = entry.name.size() < 6 ? 6 - entry.name.size() : 0;
     text += std::string(indent, ' ') + entry.name + ":" + LIST_COUNTERS;
   }
-  FILE* file = fmemopen(nullptr, text.size() + 1, "w+");
-  if (file == nullptr) return nullptr;
-  std::fwrite(text.data(), 1, text.size(), file);
-  std::rewind(file);
-  return file;
+  return file_of(text);
 }
 
 int interface_socket() {

@@ -6,6 +6,8 @@
 #include <cstring>
 
 #include "platform/platform.h"
+#include "transport/access.h"
+#include "transport/interrupt.h"
 #include "transport/ipmi.h"
 #include "transport/kcs_intf.h"
 
@@ -187,8 +189,10 @@ int Init_Interface(const char* name, uint32_t commandPort, uint32_t dataPort, ui
   current_intf = found->id;
   if (platform::io_privilege() != 0) {
     std::puts("have no right to change I/O privilege level");
+    hint_lockdown();
     return -1;
   }
+  wait_began();
   int result = KCS_TIMEOUT;
   for (unsigned i = 0; i < INIT_ATTEMPTS && result == KCS_TIMEOUT; i++) {
     result = found->init(commandPort, dataPort, timeout);

@@ -5,6 +5,7 @@
 
 #include "platform/platform.h"
 #include "transport/bmc.h"
+#include "transport/interrupt.h"
 
 KCS_parameters KCS_para;
 KCS_wait_bounds KCS_bounds = {10000, 200000};
@@ -73,6 +74,7 @@ int wait_status(uint8_t mask, uint8_t wanted) {
       if ((read_status() & mask) == wanted) return KCS_OK;
     }
     platform::usleep(POLL_SLEEP_US);
+    wait_point();
   }
   return KCS_TIMEOUT;
 }
@@ -86,6 +88,7 @@ int poke() {
     for (unsigned poll = 0; poll < POKE_POLLS; poll++) {
       if (read_status() != NOTHING || read_data() != NOTHING) return KCS_TIMEOUT;
       platform::usleep(POKE_POLL_SLEEP_US);
+      wait_point();
     }
   }
   return KCS_NO_DEVICE;

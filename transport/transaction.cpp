@@ -10,6 +10,7 @@
 #include "base/progress.h"
 #include "platform/platform.h"
 #include "transport/bmc.h"
+#include "transport/interrupt.h"
 #include "transport/ipmi.h"
 
 int debugFlag = 0;
@@ -38,6 +39,7 @@ void trace(const uint8_t* bytes, unsigned length) {
 [[noreturn]] void give_up(const char* message) {
   progress_end();
   if (message != nullptr) std::puts(message);
+  hint_unfinished();
   dump_abandon();  // half a dump must not pass for a whole one
   std::exit(-1);
 }
@@ -75,7 +77,12 @@ int kernel_send(const uint8_t* request, unsigned length) {
 
 int kernel_wait() {
   bool readable = false;
-  if (platform::device_select(driverHandle, &readable) < 0) {
+  int result = platform::device_select(driverHandle, &readable);
+  while (result < 0 && errno == EINTR && interrupted()) {
+    wait_point();
+    result = platform::device_select(driverHandle, &readable);
+  }
+  if (result < 0) {
     std::puts("Select fail");
     return -1;
   }
@@ -128,6 +135,7 @@ unsigned UpdateCommandToSendText(uint8_t* destination, const uint8_t* command) {
 
 int converToBMCCmd(const uint8_t* request, unsigned length, uint8_t* response,
                    unsigned* responseLength) {
+  interrupt_point();
   if (debugFlag != 0) {
     if (openIpmiFlag != 0) std::printf("send with openipmi:");
     trace(request, length);
@@ -136,6 +144,7 @@ int converToBMCCmd(const uint8_t* request, unsigned length, uint8_t* response,
     std::printf("request of %u bytes has no command: not sent\n", length);
     return -1;
   }
+  wait_began();
   return kernel_path() ? kernel_transaction(request, length, response, responseLength)
                        : kcs_transaction(request, length, response, responseLength);
 }

@@ -1,0 +1,103 @@
+// Who else uses the way to the BMC.
+#include "transport/access.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "base/notice.h"
+#include "platform/platform.h"
+#include "transport/interrupt.h"
+
+namespace {
+
+constexpr unsigned TURN_S = 60;
+constexpr unsigned LINE_SIZE = 256;
+
+// Entries of the list of ports that stand for a piece of hardware, not for a driver in use.
+const char* const NO_DRIVERS[] = {"PCI ", "pnp ", "ACPI ", "reserved", "Reserved"};
+
+bool is_held(int handle) {
+  return platform::lock_try(handle) != 0 && errno == EWOULDBLOCK;
+}
+
+void say_who_holds(int handle) {
+  const int process = platform::lock_holder(handle);
+  if (process > 0) {
+    notice("another run, process %d, uses the BMC: waiting up to %u seconds for it", process,
+           TURN_S);
+  } else {
+    notice("another run uses the BMC: waiting up to %u seconds for it", TURN_S);
+  }
+}
+
+bool take_turn(int handle) {
+  if (!is_held(handle)) return true;
+  say_who_holds(handle);
+  for (unsigned second = 0; second < TURN_S; second++) {
+    platform::sleep(1);
+    interrupt_point();
+    if (!is_held(handle)) return true;
+  }
+  notice("the other run still uses the BMC: nothing was done");
+  return false;
+}
+
+bool is_driver(const char* owner) {
+  for (const char* other : NO_DRIVERS) {
+    if (std::strncmp(owner, other, std::strlen(other)) == 0) return false;
+  }
+  return true;
+}
+
+// A line of the list, "  0ca2-0ca2 : ipmi_si": the owner's name in `owner` when it is a driver and
+// one of the ports is among its own.
+bool owns(const char* line, const uint16_t ports[2], char owner[LINE_SIZE]) {
+  unsigned first = 0;
+  unsigned last = 0;
+  if (std::sscanf(line, " %x-%x : %255[^\n]", &first, &last, owner) != 3) return false;
+  const bool covers =
+      (ports[0] >= first && ports[0] <= last) || (ports[1] >= first && ports[1] <= last);
+  return covers && is_driver(owner);
+}
+
+}  // namespace
+
+bool take_turn_on_ports() {
+  const int handle = platform::lock_ports();
+  return handle == -1 || take_turn(handle);  // held to the end of the process
+}
+
+bool take_turn_on_device(int handle) {
+  return take_turn(handle);
+}
+
+void warn_of_owner(uint16_t commandPort, uint16_t dataPort) {
+  FILE* list = platform::port_owners();
+  if (list == nullptr) return;
+  const uint16_t ports[] = {commandPort, dataPort};
+  char line[LINE_SIZE];
+  char owner[LINE_SIZE];
+  bool owned = false;
+  while (!owned && std::fgets(line, sizeof line, list) != nullptr) {
+    owned = owns(line, ports, owner);
+  }
+  std::fclose(list);
+  if (!owned) return;
+  notice("the ports %X and %X belong to the kernel's driver %s: use --open", commandPort, dataPort,
+         owner);
+}
+
+// "none [integrity] confidentiality": the state in force is in brackets.
+void hint_lockdown() {
+  static bool hinted = false;
+  FILE* state = hinted ? nullptr : platform::lockdown_state();
+  if (state == nullptr) return;
+  hinted = true;
+  char line[LINE_SIZE] = "";
+  const bool known = std::fgets(line, sizeof line, state) != nullptr;
+  std::fclose(state);
+  if (known && std::strstr(line, "[none]") == nullptr) {
+    hint("the kernel is locked down and keeps programs from the ports: use --open");
+  }
+}

@@ -1,0 +1,44 @@
+// What a signal does to a run: it ends the run between two requests, once what must not stay half
+// done is finished.
+#pragma once
+
+// What is under way, and would be left half done.
+enum class Unfinished {
+  nothing,     // a signal ends the run before the next request
+  downloader,  // the card is in its downloader, its flash as it was
+  firmware,    // the flash is being programmed
+  sdr,         // the sensor records are erased
+  fru,         // an inventory is being written
+  address,     // one of two LAN settings that belong together
+};
+
+// From main's start on signals are held back; a process that ends after one came ends by it.
+void hold_signals();
+
+// Says what is under way from here on. Where it is nothing, before or after, a signal that has come
+// ends the run here.
+void now_under_way(Unfinished what);
+
+// True when a signal has come: what is under way must come to its end, nothing else may begin. The
+// first call that sees it prints a line that says what is finished first, and why.
+bool interrupted();
+
+// Before a request: the run stops here if the terminal asks it to, and ends here by a signal that
+// has come, unless something is under way.
+void interrupt_point();
+
+// A wait for the BMC begins; one that goes on. When a signal has come and the BMC has not answered
+// for 10 seconds the run ends here, after a line that says what is left undone.
+void wait_began();
+void wait_point();
+
+// After the interface has failed: a hint at what is left undone, if anything is.
+void hint_unfinished();
+
+// While it lives, a signal ends a call that blocks on a file.
+struct Signals_let_in {
+  Signals_let_in();
+  ~Signals_let_in();
+  Signals_let_in(const Signals_let_in&) = delete;
+  Signals_let_in& operator=(const Signals_let_in&) = delete;
+};
