@@ -4,6 +4,7 @@
 #include "base/dump_file.h"
 #include "firmware/flash.h"
 #include "platform/platform.h"
+#include "transport/interrupt.h"
 #include "transport/ipmi.h"
 #include "transport/transaction.h"
 
@@ -175,8 +176,9 @@ Block end_block() {
 
 int program_blocks(const Flash_info& info) {
   uint64_t address = info.update_start;
-  if (!image_seek(info) || !next_portion()) return 0;
+  if (!image_seek(info) || !next_portion() || interrupted()) return 0;
   do {
+    now_under_way(Unfinished::firmware);
     const uint32_t block = static_cast<uint32_t>(address);
     if (write_line(block, info.block_size, info.chunk_size) != 1) return 0;
     address += info.block_size;
@@ -186,6 +188,7 @@ int program_blocks(const Flash_info& info) {
 }
 
 int program_image() {
+  if (interrupted()) return 0;
   flashprintf("Flashing now\n");
   Flash_info info;
   if (!get_flash_information(&info)) return 0;
@@ -199,6 +202,7 @@ bool read_portion(uint64_t address, uint8_t* bytes) {
   for (unsigned i = 0; i < PORTION_SIZE; i += READ_SIZE) {
     uint8_t request[] = {BMC_ADDRESS, NETFN_FIRMWARE, READ_FLASH, 0, 0, 0, 0, 0, READ_SIZE};
     const uint32_t from = static_cast<uint32_t>(address + i);
+    if (interrupted()) return false;
     put_address(request, from);
     Response response;
     exchange(request, sizeof request, &response);
@@ -227,6 +231,7 @@ int compare_flash(const Flash_info& info) {
 }
 
 int verify_image() {
+  if (interrupted()) return 0;
   flashprintf("Verify now\n");
   Flash_info info;
   if (!get_flash_information(&info) || !start_fits(info)) return 0;
@@ -332,7 +337,7 @@ int verify_firmware() {
 
 void read_flash() {
   Flash_info info;
-  if (!get_flash_information(&info) || !extent_fits(info)) return;
+  if (interrupted() || !get_flash_information(&info) || !extent_fits(info)) return;
   fp = dump_open(flashfilename);
   if (fp == nullptr) {
     flashprintf("cannot open the data file: %s\n", flashfilename);

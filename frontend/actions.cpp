@@ -16,6 +16,7 @@
 #include "platform/platform.h"
 #include "sdr/sdr.h"
 #include "sel/sel.h"
+#include "transport/interrupt.h"
 
 int resetFlag = 1;
 
@@ -28,9 +29,26 @@ constexpr int STATUS_FRU_FAILED = 1;
   std::exit(STATUS_FRU_FAILED);
 }
 
+// A file may be a FIFO or a device that never ends: a signal ends the wait for it.
+bool load_sdr_file(const char* path, sdr_repository* repository) {
+  const Signals_let_in while_reading;
+  const bool loaded = FileToSdr(path, repository) == 1;
+  interrupt_point();
+  return loaded;
+}
+
+bool load_fru_file(const char* path, fru_dev* dev) {
+  const Signals_let_in while_reading;
+  const bool loaded = FileToFru(path, dev) == 1;
+  interrupt_point();
+  return loaded;
+}
+
 int leave_downloader() {
   std::puts("reset and wait");
-  return exit_downloader();
+  const int result = exit_downloader();
+  now_under_way(Unfinished::nothing);
+  return result;
 }
 
 void put_address(uint8_t field[4], const char* text) {
@@ -47,7 +65,7 @@ void show_address(const char* label, const uint8_t address[4]) {
 void sdrUpdate(const char* path) {
   if (path == nullptr) return;
   sdr_repository repository{};
-  if (FileToSdr(path, &repository) == 1) {
+  if (load_sdr_file(path, &repository)) {
     std::puts("writing SDR......");
     std::puts(Write_Sdr(&repository) == 1 ? "Update successfully" : err_message);
     freespace(&repository);
@@ -56,6 +74,7 @@ void sdrUpdate(const char* path) {
     std::printf("load sdr file %s failed\n", path);
   }
   if (resetFlag != 0) resetBMC();
+  now_under_way(Unfinished::nothing);
 }
 
 void sdrDump(const char* path) {
@@ -94,7 +113,7 @@ void fruUpdate(const char* path) {
   std::puts("reading file......");
   fru_dev dev;
   init_fru_dev(&dev);
-  if (FileToFru(path, &dev) != 1) {
+  if (!load_fru_file(path, &dev)) {
     std::printf("Cannot read file %s\n", path);
     end_fru_action(&dev);
   }
@@ -122,13 +141,17 @@ int dumpSel(const char* path) {
 
 int firmwareUpdate() {
   std::printf("Update Firmware with File %s\n", flashfilename);
+  now_under_way(Unfinished::downloader);
   enter_downloader();
-  if (program_firmware() != 1) std::printf("can't find file %s\n", flashfilename);
+  if (program_firmware() != 1 && !interrupted()) {
+    std::printf("can't find file %s\n", flashfilename);
+  }
   return leave_downloader();
 }
 
 int firmwareSave() {
   std::printf("Read firmware and Save to File %s\n", flashfilename);
+  now_under_way(Unfinished::downloader);
   enter_downloader();
   read_flash();
   return leave_downloader();
@@ -136,6 +159,7 @@ int firmwareSave() {
 
 int firmwareVerify() {
   std::printf("Verify firmware with the File %s\n", flashfilename);
+  now_under_way(Unfinished::downloader);
   enter_downloader();
   verify_firmware();
   return leave_downloader();

@@ -5,6 +5,7 @@
 #include "base/memory.h"
 #include "base/progress.h"
 #include "fru/layout.h"
+#include "transport/interrupt.h"
 #include "transport/ipmi.h"
 #include "transport/transaction.h"
 
@@ -210,6 +211,7 @@ int WriteToFRU(const uint8_t* image, unsigned length, uint8_t id) {
     std::memcpy(request + WRITE_HEADER, image + offset, part);
     Response response;
     progress("FRU", offset, length);
+    now_under_way(Unfinished::fru);
     if (!exchange(request, WRITE_HEADER + part, &response)) return -1;
   }
   return 1;
@@ -235,5 +237,6 @@ int write_fru_dev(fru_dev* dev) {
     if (write_fru_info(&dev->records[i]) != 1) result = 0;
   }
   progress_end();
+  now_under_way(Unfinished::nothing);
   return result;
 }

@@ -3,6 +3,7 @@
 
 #include "base/error_text.h"
 #include "lan/lan.h"
+#include "transport/interrupt.h"
 #include "transport/ipmi.h"
 #include "transport/transaction.h"
 
@@ -66,8 +67,10 @@ int set_source(uint8_t source) {
 
 // An address that DHCP could overwrite at once: the source goes first, whatever becomes of it.
 void set_static(uint8_t selector, const uint8_t address[4]) {
+  now_under_way(Unfinished::address);
   set_source(SOURCE_STATIC);
   set_parameter(selector, address, 4);
+  now_under_way(Unfinished::nothing);
 }
 
 }  // namespace
@@ -98,9 +101,13 @@ int writeIpCfg(const IpCfg* record) {
       {SUBNET_MASK, record->netmask, sizeof record->netmask, "Set Net Mask Fail"},
       {GATEWAY, record->gateway, sizeof record->gateway, "Set Gateway IP Address Fail"},
   };
+  now_under_way(Unfinished::address);
   for (const Write_step& step : steps) {
-    if (set_parameter(step.selector, step.data, step.count) == 1) continue;
+    const bool done = set_parameter(step.selector, step.data, step.count) == 1;
+    if (step.selector == IP_SOURCE) now_under_way(Unfinished::nothing);
+    if (done) continue;
     set_err_message("%s", step.failure);
+    now_under_way(Unfinished::nothing);
     return 0;
   }
   return 1;

@@ -7,6 +7,7 @@
 #include "base/progress.h"
 #include "platform/platform.h"
 #include "sdr/records.h"
+#include "transport/interrupt.h"
 #include "transport/ipmi.h"
 #include "transport/transaction.h"
 
@@ -131,6 +132,7 @@ bool read_records(sdr_repository* repository) {
 std::span<const uint8_t> clear(Erase_action action, unsigned needed, Response* response) {
   uint8_t request[] = {BMC_ADDRESS, NETFN_STORAGE, CLEAR_SDR, 0, 0, 'C', 'L', 'R', action};
   reserve(request + REQUEST_HEADER);
+  now_under_way(Unfinished::sdr);
   return ask(request, sizeof request, needed, response);
 }
 

@@ -1,0 +1,132 @@
+// Signals at every request of every action: what is finished, what is not begun, how the run ends.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <iterator>
+#include <sstream>
+
+#include "tests/harness.h"
+
+namespace {
+
+using sim::machine;
+
+const int SIGNALS[] = {SIGHUP, SIGINT, SIGTERM, SIGQUIT};
+
+// A card with a flash of two small blocks, one sensor record of two parts and a small inventory.
+void small_server() {
+  sim::reset(sim::Kind::card);
+  sim::Card& card = machine().bmc.card;
+  card.flash_size = 0x1000;
+  card.update_start = card.flash_base + 0x0F00;
+  machine().bmc.fru.devices = {{uint8_t{0}, sim::fru_device(sim::example_fru_image(), 128)}};
+  auto& records = machine().bmc.sdr.records;
+  while (records.size() > 2) records.erase(std::prev(records.end()));
+}
+
+std::vector<std::string> words_of(const std::string& line) {
+  std::istringstream words(line);
+  return {std::istream_iterator<std::string>(words), {}};
+}
+
+// The requests among the lines of a transcript.
+std::vector<std::string> requests_of(const std::string& traffic) {
+  std::istringstream lines(traffic);
+  std::vector<std::string> requests;
+  for (std::string line; std::getline(lines, line);) {
+    if (!line.starts_with("sleep")) requests.push_back(line);
+  }
+  return requests;
+}
+
+sim::State contents() {
+  sim::State state;
+  store(machine().bmc, state);
+  return state;
+}
+
+std::string joined(const std::vector<std::string>& lines, size_t count) {
+  std::string text;
+  for (size_t i = 0; i < count; i++) text += lines[i] + "\n";
+  return text;
+}
+
+// The two ways that an action may take once a signal has come.
+struct Expected {
+  const char* goes_on_from;  // the first request from which on it goes to its end; "": none
+  std::string leaves_by;     // what it still sends when it ends before the next request
+};
+
+struct Interrupted : testing::Test {
+  // A signal at each request of a run of these words in turn, one of the four after the other.
+  void check(const std::string& line, const Expected& expected) {
+    const std::vector<std::string> words = words_of(line);
+    small_server();
+    const std::vector<std::string> whole = requests_of(run(words).traffic);
+    const sim::State done = contents();
+    size_t boundary = whole.size();
+    for (size_t i = whole.size(); i-- > 0 && expected.goes_on_from[0] != '\0';) {
+      if (whole[i].starts_with(expected.goes_on_from)) boundary = i;
+    }
+    for (size_t k = 0; k < whole.size(); k++) {
+      const int number = SIGNALS[k % 4];
+      small_server();
+      machine().bmc.faults = {{.kind = sim::FaultKind::signal,
+                               .skip = static_cast<unsigned>(k),
+                               .value = static_cast<unsigned>(number)}};
+      const RunResult result = run(words);
+      const auto sent = requests_of(result.traffic);
+      const bool goes_on = k >= boundary;
+      const std::string leaves_by = goes_on || k == 0 ? "" : expected.leaves_by;
+      EXPECT_EQ(joined(sent, sent.size()),
+                joined(whole, goes_on ? whole.size() : k + 1) + leaves_by)
+          << line << ", signal " << number << " at request " << k;
+      EXPECT_EQ(result.status, 128 + number) << line << ", request " << k;
+      machine().bmc.faults.clear();
+      run(words);
+      EXPECT_EQ(contents(), done) << line << ": the next run does not repair what request " << k
+                                  << " left";
+    }
+  }
+};
+TEST_F(Interrupted, reading_passwords_and_setters_end_before_the_next_request) {
+  const std::string script = file_with("four.cfg", "20 18 01\n20 18 46 02\n20 28 40\n20 28 20\n");
+  const std::string dump = path_of("dump");
+  for (const std::string& line :
+       {std::string("-d --sp1=new --users -e 18 01"),
+        std::string("--sp0 --sp4=x -m 0:1:2:3:4:5 --dhcp --arp=1"), "--cfg " + script,
+        "--sdrdump " + dump, "--seldump " + dump, "--wfru " + dump}) {
+    check(line, {"", ""});
+  }
+}
+
+TEST_F(Interrupted, a_pair_of_lan_settings_is_finished) {
+  check("-i 10.0.0.2", {"30 01 01 04", ""});
+  check("-g 10.0.0.1", {"30 01 01 04", ""});
+}
+
+TEST_F(Interrupted, records_go_in_whole_once_the_erase_has_begun) {
+  small_server();
+  const std::string records = path_of("records");
+  run({"--sdrdump", records});
+  check("--sdr " + records, {"28 27", ""});
+}
+
+TEST_F(Interrupted, an_inventory_goes_in_whole_once_its_first_bytes_are_written) {
+  small_server();
+  const std::string inventory = path_of("inventory");
+  run({"--wfru", inventory});
+  check("--fru " + inventory, {"28 12", ""});
+}
+
+TEST_F(Interrupted, the_card_never_stays_in_its_downloader) {
+  small_server();
+  const std::string image = path_of("image");
+  run({"--save", image});
+  const std::string leaves_by = "18 02\n18 01\n18 01\n";
+  check("--save " + path_of("other"), {"18 02", leaves_by});
+  check("--verify " + image, {"18 02", leaves_by});
+  check("-u " + image, {"20 04", leaves_by});
+}
+
+}  // namespace
