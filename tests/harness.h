@@ -11,12 +11,14 @@
 struct RunResult {
   int status;           // exit status as a shell sees it
   std::string out;      // standard output
+  std::string err;      // standard error
   std::string traffic;  // sim::transcript() of the child
 };
 
-// Runs "qarn WORDS...". Afterwards sim::machine().bmc holds what the child's BMC held at its end
-// (what a state file keeps, that is: not its queue, clock and faults).
-RunResult run(const std::vector<std::string>& words);
+// Runs "qarn WORDS...", standard error a file, or a terminal when `on_terminal` is set. Afterwards
+// sim::machine().bmc holds what the child's BMC held at its end (what a state file keeps, that is:
+// not its queue, clock and faults).
+RunResult run(const std::vector<std::string>& words, bool on_terminal = false);
 
 // What a run said (RunResult::out) or sent (RunResult::traffic) after the identity of the BMC.
 std::string after_identity(const std::string& text);

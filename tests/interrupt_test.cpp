@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "tests/harness.h"
+#include "transport/kcs_intf.h"
 
 namespace {
 
@@ -127,6 +128,56 @@ TEST_F(Interrupted, the_card_never_stays_in_its_downloader) {
   check("--save " + path_of("other"), {"18 02", leaves_by});
   check("--verify " + image, {"18 02", leaves_by});
   check("-u " + image, {"20 04", leaves_by});
+}
+
+TEST(Waiting, for_a_bmc_that_does_not_answer_ends_ten_seconds_after_a_signal_at_the_earliest) {
+  KCS_bounds = {20, 300000};
+  const std::string left = "qarn: no answer from the BMC for 10 seconds: ";
+  for (const std::string way : {"--nrst", "--open"}) {
+    small_server();
+    machine().bmc.faults = {{.kind = sim::FaultKind::signal, .command = 0x46, .value = SIGINT},
+                            {.kind = sim::FaultKind::silent, .command = 0x46}};
+    const RunResult result = run({"--users", way});
+    EXPECT_EQ(result.status, 128 + SIGINT) << way;
+    EXPECT_EQ(result.err,
+              "qarn: Interrupt: the request under way is finished first, so that the "
+              "BMC's interface stays usable\n" +
+                  left + "the last request may not have been carried out\n")
+        << way;
+  }
+}
+
+TEST(Turn, is_waited_for_while_another_run_uses_the_bmc_and_given_up_after_a_minute) {
+  small_server();
+  machine().lock_holder = 4711;
+  machine().lock_until_us = 2500000;
+  const std::string waits =
+      "qarn: another run, process 4711, uses the BMC: waiting up to 60 seconds for it\n";
+  RunResult result = run({"-e", "18", "01"});
+  EXPECT_EQ(result.err, waits);
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.traffic, "sleep 1000000\nsleep 1000000\nsleep 1000000\n18 01\n18 01\n");
+  machine().lock_until_us = UINT64_MAX;
+  for (const char* way : {"--nrst", "--open"}) {
+    result = run({way, "-d"});
+    EXPECT_EQ(result.err, waits + "qarn: the other run still uses the BMC: nothing was done\n");
+    EXPECT_EQ(result.status, 255) << way;
+  }
+}
+
+TEST(Ports, that_belong_to_a_driver_are_named_before_they_are_touched) {
+  sim::reset(sim::Kind::plain);
+  machine().port_owners =
+      "0000-0cf7 : PCI Bus 0000:00\n  0ca2-0ca3 : pnp 00:05\n    0ca2-0ca2 : ipmi_si\n";
+  EXPECT_EQ(run({"--users"}).err,
+            "qarn: the ports CA3 and CA2 belong to the kernel's driver ipmi_si: use --open\n");
+  EXPECT_EQ(run({"--users", "--open"}).err, "");
+  sim::reset(sim::Kind::card);
+  machine().root = false;
+  machine().lockdown = "none [integrity] confidentiality\n";
+  EXPECT_EQ(run({"--users"}).err, "");
+  EXPECT_EQ(run({"--users"}, true).err,
+            "qarn: the kernel is locked down and keeps programs from the ports: use --open\n");
 }
 
 }  // namespace
