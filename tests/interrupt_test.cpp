@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <iterator>
 #include <sstream>
 
@@ -52,6 +53,14 @@ std::string joined(const std::vector<std::string>& lines, size_t count) {
   return text;
 }
 
+// A long run of requests that differ in their address only is tried at every 32nd of them;
+// QARN_TEST_ALL in the environment: at all.
+bool is_tried(const std::vector<std::string>& requests, size_t k) {
+  const auto kind = [&](size_t i) { return i < requests.size() ? requests[i].substr(0, 5) : ""; };
+  const bool in_row = k > 0 && kind(k - 1) == kind(k) && kind(k) == kind(k + 1);
+  return !in_row || k % 32 == 5 || requests.size() < 40 || std::getenv("QARN_TEST_ALL") != nullptr;
+}
+
 // The two ways that an action may take once a signal has come.
 struct Expected {
   const char* goes_on_from;  // the first request from which on it goes to its end; "": none
@@ -70,6 +79,7 @@ struct Interrupted : testing::Test {
       if (whole[i].starts_with(expected.goes_on_from)) boundary = i;
     }
     for (size_t k = 0; k < whole.size(); k++) {
+      if (!is_tried(whole, k)) continue;
       const int number = SIGNALS[k % 4];
       small_server();
       machine().bmc.faults = {{.kind = sim::FaultKind::signal,
@@ -131,7 +141,7 @@ TEST_F(Interrupted, the_card_never_stays_in_its_downloader) {
 }
 
 TEST(Waiting, for_a_bmc_that_does_not_answer_ends_ten_seconds_after_a_signal_at_the_earliest) {
-  KCS_bounds = {20, 300000};
+  KCS_bounds = {1, 300000};
   const std::string left = "qarn: no answer from the BMC for 10 seconds: ";
   for (const std::string way : {"--nrst", "--open"}) {
     small_server();
@@ -168,7 +178,7 @@ TEST(Turn, is_waited_for_while_another_run_uses_the_bmc_and_given_up_after_a_min
 TEST(Ports, that_belong_to_a_driver_are_named_before_they_are_touched) {
   sim::reset(sim::Kind::plain);
   machine().port_owners =
-      "0000-0cf7 : PCI Bus 0000:00\n  0ca2-0ca3 : pnp 00:05\n    0ca2-0ca2 : ipmi_si\n";
+      "0000-0cf7 : PCI Bus 0000:00\n  0ca2-0ca3 : IPI0001:00\n    0ca2-0ca2 : ipmi_si\n";
   EXPECT_EQ(run({"--users"}).err,
             "qarn: the ports CA3 and CA2 belong to the kernel's driver ipmi_si: use --open\n");
   EXPECT_EQ(run({"--users", "--open"}).err, "");

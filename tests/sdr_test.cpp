@@ -208,7 +208,7 @@ TEST_F(Sdr, are_written_as_people_spell_them_and_cost_no_repository_when_wrong) 
 
 TEST_F(Sdr, text_has_a_byte_a_line_and_its_comments_from_util_dat_in_one_column) {
   // The files that are supplied.
-  std::filesystem::current_path(std::filesystem::path(__FILE__).parent_path() / "../data");
+  std::filesystem::current_path("data");
   run({"--sdr", "sample.sdr"});
   act("--sdrdump");
   EXPECT_EQ(sdr->records.size(), 6U);

@@ -14,8 +14,9 @@ namespace {
 constexpr unsigned TURN_S = 60;
 constexpr unsigned LINE_SIZE = 256;
 
-// Entries of the list of ports that stand for a piece of hardware, not for a driver in use.
-const char* const NO_DRIVERS[] = {"PCI ", "pnp ", "ACPI ", "reserved", "Reserved"};
+// How the names of the kernel's IPMI drivers begin. Other entries of the list of ports stand for a
+// piece of hardware, or for a bus on the way to it.
+const char DRIVER[] = "ipmi";
 
 bool is_held(int handle) {
   return platform::lock_try(handle) != 0 && errno == EWOULDBLOCK;
@@ -43,13 +44,6 @@ bool take_turn(int handle) {
   return false;
 }
 
-bool is_driver(const char* owner) {
-  for (const char* other : NO_DRIVERS) {
-    if (std::strncmp(owner, other, std::strlen(other)) == 0) return false;
-  }
-  return true;
-}
-
 // A line of the list, "  0ca2-0ca2 : ipmi_si": the owner's name in `owner` when it is a driver and
 // one of the ports is among its own.
 bool owns(const char* line, const uint16_t ports[2], char owner[LINE_SIZE]) {
@@ -58,7 +52,7 @@ bool owns(const char* line, const uint16_t ports[2], char owner[LINE_SIZE]) {
   if (std::sscanf(line, " %x-%x : %255[^\n]", &first, &last, owner) != 3) return false;
   const bool covers =
       (ports[0] >= first && ports[0] <= last) || (ports[1] >= first && ports[1] <= last);
-  return covers && is_driver(owner);
+  return covers && std::strncmp(owner, DRIVER, sizeof DRIVER - 1) == 0;
 }
 
 }  // namespace
