@@ -108,7 +108,7 @@ uint32_t time_now() {
 }
 
 uint64_t clock_ms() {
-  return sim::machine().now_us / 1000;
+  return sim::machine().bmc.clock.now_us / 1000;
 }
 
 void end_by_signal(int number) {
@@ -122,7 +122,7 @@ int lock_ports() {
 
 int lock_try(int) {
   const sim::Machine& machine = sim::machine();
-  if (machine.lock_holder == 0 || machine.now_us >= machine.lock_until_us) return 0;
+  if (machine.lock_holder == 0 || machine.bmc.clock.now_us >= machine.lock_until_us) return 0;
   errno = EWOULDBLOCK;
   return -1;
 }

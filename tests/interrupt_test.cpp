@@ -82,9 +82,8 @@ struct Interrupted : testing::Test {
       if (!is_tried(whole, k)) continue;
       const int number = SIGNALS[k % 4];
       small_server();
-      machine().bmc.faults = {{.kind = sim::FaultKind::signal,
-                               .skip = static_cast<unsigned>(k),
-                               .value = static_cast<unsigned>(number)}};
+      machine().bmc.faults = sim::faults("signal skip=" + std::to_string(k) +
+                                         " value=" + sim::hex_text({static_cast<uint8_t>(number)}));
       const RunResult result = run(words);
       const auto sent = requests_of(result.traffic);
       const bool goes_on = k >= boundary;
@@ -145,8 +144,7 @@ TEST(Waiting, for_a_bmc_that_does_not_answer_ends_ten_seconds_after_a_signal_at_
   const std::string left = "qarn: no answer from the BMC for 10 seconds: ";
   for (const std::string way : {"--nrst", "--open"}) {
     small_server();
-    machine().bmc.faults = {{.kind = sim::FaultKind::signal, .command = 0x46, .value = SIGINT},
-                            {.kind = sim::FaultKind::silent, .command = 0x46}};
+    machine().bmc.faults = sim::faults("signal cmd=46 value=2; silent cmd=46");
     const RunResult result = run({"--users", way});
     EXPECT_EQ(result.status, 128 + SIGINT) << way;
     EXPECT_EQ(result.err,
