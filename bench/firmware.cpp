@@ -60,7 +60,7 @@ unsigned requests() {
 void walk(benchmark::State& state, int (*action)(), double kib) {
   flashprintf = print_nothing;
   const std::string path = "/tmp/qarn_bench_" + std::to_string(getpid()) + ".mot";
-  std::snprintf(flashfilename, sizeof flashfilename, "%s", path.c_str());
+  flashfilename = path.c_str();
   FILE* file = std::fopen(path.c_str(), "we");
   if (file == nullptr) return state.SkipWithError("no file");
   std::fputs(records(0xFFF04000, 0xC000).c_str(), file);
@@ -81,7 +81,7 @@ void walk(benchmark::State& state, int (*action)(), double kib) {
 }
 
 int save() {
-  std::snprintf(flashfilename, sizeof flashfilename, "/dev/null");
+  flashfilename = "/dev/null";
   read_flash();
   return 1;
 }

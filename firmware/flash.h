@@ -3,13 +3,12 @@
 #include <cstdint>
 #include <cstdio>
 
-inline constexpr unsigned FLASH_NAME_SIZE = 1024;
 inline constexpr unsigned PORTION_SIZE = 4096;
 inline constexpr uint8_t ERASED = 0xFF;
 inline constexpr uint64_t ADDRESS_SPACE = uint64_t{1} << 32;
 
-extern char flashfilename[FLASH_NAME_SIZE];  // image to read, or file to save to
-extern FILE* fp;                             // that file while it is open, else null
+extern const char* flashfilename;  // image to read, or file to save to
+extern FILE* fp;                   // that file while it is open, else null
 
 // Prints the messages of this subsystem that do not go straight to standard output.
 extern int (*flashprintf)(const char* format, ...) __attribute__((format(printf, 1, 2)));

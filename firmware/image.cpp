@@ -8,7 +8,7 @@
 #include "firmware/flash.h"
 #include "firmware/srecord.h"
 
-char flashfilename[FLASH_NAME_SIZE];
+const char* flashfilename = "";
 FILE* fp = nullptr;
 int (*flashprintf)(const char* format, ...) = std::printf;
 int format = FORMAT_RAW;

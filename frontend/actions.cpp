@@ -51,7 +51,7 @@ int leave_downloader() {
   return result;
 }
 
-void put_address(uint8_t field[4], const char* text) {
+void store_address(uint8_t field[4], const char* text) {
   const in_addr_t address = inet_addr(text);
   std::memcpy(field, &address, 4);
 }
@@ -168,35 +168,41 @@ int firmwareVerify() {
 void display_lan(const IpCfg& lan) {
   std::puts(lan.dhcp != 0 ? "DHCP\t\t\tEnable" : "DHCP\t\t\tDisable");
   show_address("BMC IP Address", lan.ip);
-  char mac[18];
+  char mac[MAC_TEXT_SIZE];
   mac_text(lan.mac, mac);
   std::printf("MAC Address:\t\t\t%s\n", mac);
   show_address("Net Mask", lan.netmask);
   show_address("Gate Way", lan.gateway);
 }
 
-void match_host_address(Options* options, IpCfg* lan) {
-  mac_text(lan->mac, options->mac);
-  if (getIpfromMAC(options->mac, options->ip) == 0) return;
-  put_address(lan->ip, options->ip);
+bool match_host_address(IpCfg* lan) {
+  char mac[MAC_TEXT_SIZE];
+  char ip[IP_TEXT_SIZE];
+  mac_text(lan->mac, mac);
+  if (getIpfromMAC(mac, ip) == 0) return false;
+  store_address(lan->ip, ip);
   writeIpCfg(lan);
+  return true;
 }
 
-void set_lan(const Options& options, IpCfg* lan) {
-  if (options.set_ip != 0) {
-    put_address(lan->ip, options.ip);
+void set_lan(const Options& options, bool matched, IpCfg* lan) {
+  if (options.ip != nullptr) {
+    if (!matched) store_address(lan->ip, options.ip);
     setIp(lan);
   }
-  if (options.set_mac != 0 && parse_mac(options.mac, lan->mac)) setMac(lan);
-  if (options.set_gateway != 0) {
-    put_address(lan->gateway, options.gateway);
+  if (options.mac != nullptr) {
+    if (options.auto_ip == 0) parse_mac(options.mac, lan->mac);  // it was checked with the options
+    setMac(lan);
+  }
+  if (options.gateway != nullptr) {
+    store_address(lan->gateway, options.gateway);
     setGateway(lan);
   }
-  if (options.set_netmask != 0) {
-    put_address(lan->netmask, options.netmask);
+  if (options.netmask != nullptr) {
+    store_address(lan->netmask, options.netmask);
     setNetmask(lan);
   }
-  if (options.set_arp != 0) {
+  if (options.arp != nullptr) {
     lan->arp = static_cast<uint8_t>(std::atoi(options.arp) & 1);
     setArp(lan->arp);
   }

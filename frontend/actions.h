@@ -27,9 +27,10 @@ int firmwareVerify();
 // -d: prints the LAN configuration.
 void display_lan(const IpCfg& lan);
 
-// -a: the BMC gets the address of the host interface that carries its MAC address. The values of -m
-// and -i become those two, also for the setters that follow.
-void match_host_address(Options* options, IpCfg* lan);
+// -a: the BMC gets the address of the host interface that carries its MAC address. True when there
+// is one; its address is then in the record.
+bool match_host_address(IpCfg* lan);
 
-// -i, -m, -g, -n and --arp, in this order, as far as they were given.
-void set_lan(const Options& options, IpCfg* lan);
+// -i, -m, -g, -n and --arp, in this order, as far as they were given. With -a, -m sets the MAC
+// address that was read, and -i the address that was `matched`, if any, whatever their values are.
+void set_lan(const Options& options, bool matched, IpCfg* lan);

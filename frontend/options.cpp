@@ -5,41 +5,12 @@
 #include <getopt.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
+#include <iterator>
 
-#include "firmware/flash.h"
-#include "frontend/actions.h"
 #include "transport/ipmi.h"
-#include "transport/transaction.h"
 
 namespace {
-
-const char SHORT_OPTIONS[] = "g:n:r:u:i:j:q:e:m:u:s:f:w:c:v:y:0::1::2::3::4::btlp5?hdao";
-
-const option LONG_OPTIONS[] = {
-    {"sdr", required_argument, nullptr, 's'},
-    {"cfg", required_argument, nullptr, 'c'},
-    {"sp0", optional_argument, nullptr, '0'},
-    {"sp1", optional_argument, nullptr, '1'},
-    {"sp2", optional_argument, nullptr, '2'},
-    {"sp3", optional_argument, nullptr, '3'},
-    {"sp4", optional_argument, nullptr, '4'},
-    {"arp", optional_argument, nullptr, 'r'},
-    {"dhcp", no_argument, nullptr, 'p'},
-    {"debug", no_argument, nullptr, 'b'},
-    {"imac", no_argument, nullptr, 'l'},
-    {"nrst", no_argument, nullptr, 't'},
-    {"save", required_argument, nullptr, 'v'},
-    {"verify", required_argument, nullptr, 'y'},
-    {"users", no_argument, nullptr, '5'},
-    {"fru", required_argument, nullptr, 'f'},
-    {"open", no_argument, nullptr, 'o'},
-    {"wfru", required_argument, nullptr, 'w'},
-    {"seldump", required_argument, nullptr, 'j'},
-    {"sdrdump", required_argument, nullptr, 'q'},
-    {nullptr, 0, nullptr, 0},
-};
 
 const char* const USAGE[] = {
     // Two of these lines are longer than ours. NOLINTNEXTLINE(bugprone-suspicious-missing-comma)
@@ -75,128 +46,82 @@ const char* const USAGE[] = {
     "-e Net/LUN CMD DATA\tExecute IPMI command",
 };
 
-static_assert(FLASH_NAME_SIZE == VALUE_LIMIT + 1);
-
-// What an option does to the record. Every text has room for `limit` characters and a terminator.
-struct Rule {
-  int letter;
-  const char* name;  // as the user knows it
-  int Options::*set;
-  int Options::*also_set;
-  int Options::*clear;
-  char* (*text)(Options*);
-  unsigned limit;
-};
-
-const Rule RULES[] = {
-    {'5', "--users", &Options::users, nullptr, nullptr, nullptr, 0},
-    {'l', "--imac", &Options::inside_mac, nullptr, nullptr, nullptr, 0},
-    {'p', "--dhcp", &Options::dhcp, nullptr, nullptr, nullptr, 0},
-    {'a', "-a", &Options::auto_ip, &Options::read_lan, nullptr, nullptr, 0},
-    {'d', "-d", &Options::display, &Options::read_lan, nullptr, nullptr, 0},
-    {'u', "-u", &Options::firmware_update, nullptr, nullptr,
-     [](Options*) -> char* { return flashfilename; }, VALUE_LIMIT},
-    {'v', "--save", &Options::firmware_save, nullptr, nullptr,
-     [](Options*) -> char* { return flashfilename; }, VALUE_LIMIT},
-    {'y', "--verify", &Options::firmware_verify, nullptr, nullptr,
-     [](Options*) -> char* { return flashfilename; }, VALUE_LIMIT},
-    {'s', "--sdr", &Options::sdr_update, nullptr, nullptr,
-     [](Options* o) -> char* { return o->sdr_path; }, VALUE_LIMIT},
-    {'q', "--sdrdump", &Options::sdr_dump, nullptr, nullptr,
-     [](Options* o) -> char* { return o->sdr_path; }, VALUE_LIMIT},
-    {'f', "--fru", &Options::fru_update, nullptr, &Options::fru_dump,
-     [](Options* o) -> char* { return o->fru_path; }, VALUE_LIMIT},
-    {'w', "--wfru", &Options::fru_dump, nullptr, &Options::fru_update,
-     [](Options* o) -> char* { return o->fru_path; }, VALUE_LIMIT},
-    {'j', "--seldump", &Options::sel_dump, nullptr, nullptr,
-     [](Options* o) -> char* { return o->sel_path; }, VALUE_LIMIT},
-    {'c', "--cfg", &Options::script, nullptr, nullptr,
-     [](Options* o) -> char* { return o->script_path; }, VALUE_LIMIT},
-    {'i', "-i", &Options::set_ip, nullptr, nullptr, [](Options* o) -> char* { return o->ip; },
-     LAN_VALUE_LIMIT},
-    {'m', "-m", &Options::set_mac, nullptr, nullptr, [](Options* o) -> char* { return o->mac; },
-     LAN_VALUE_LIMIT},
-    {'g', "-g", &Options::set_gateway, nullptr, nullptr,
-     [](Options* o) -> char* { return o->gateway; }, LAN_VALUE_LIMIT},
-    {'n', "-n", &Options::set_netmask, nullptr, nullptr,
-     [](Options* o) -> char* { return o->netmask; }, LAN_VALUE_LIMIT},
-    {'r', "--arp", &Options::set_arp, nullptr, nullptr, [](Options* o) -> char* { return o->arp; },
-     LAN_VALUE_LIMIT},
-};
-
 constexpr int REFUSED = 1;
 constexpr int HELP_GIVEN = 0;
 
-const Rule* find_rule(int letter) {
-  for (const Rule& rule : RULES) {
-    if (rule.letter == letter) return &rule;
-  }
-  return nullptr;
-}
+// An option as it stands on the command line.
+struct Given {
+  char letter;        // its row's
+  const char* value;  // null: none
+  int argc;
+  char** argv;
+};
 
 int refuse_usage() {
   show_usage();
   return REFUSED;
 }
 
-// Checks that belong to one option beyond the length of its value.
-int check_value(int letter, const char* value) {
+int give_help(const Given&, Options*) {
+  show_usage();
+  return HELP_GIVEN;
+}
+
+int check_ip(const Given& given, Options*) {
+  if (inet_addr(given.value) != INADDR_NONE) return OPTIONS_ACCEPTED;
+  std::printf("%s is not correct ip address\n", given.value);
+  return REFUSED;
+}
+
+int check_mac(const Given& given, Options*) {
   uint8_t mac[6];
-  if (letter == 'i' && inet_addr(value) == INADDR_NONE) {
-    std::printf("%s is not correct ip address\n", value);
-    return REFUSED;
-  }
-  if (letter == 'm' && !parse_mac(value, mac)) {
-    std::printf("-m: %s does not give the six bytes of a MAC address\n", value);
-    return REFUSED;
-  }
+  if (parse_mac(given.value, mac)) return OPTIONS_ACCEPTED;
+  std::printf("-m: %s does not give the six bytes of a MAC address\n", given.value);
+  return REFUSED;
+}
+
+int check_arp(const Given& given, Options*) {
+  return given.value != nullptr ? OPTIONS_ACCEPTED : refuse_usage();
+}
+
+int drop_fru_dump(const Given&, Options* options) {
+  options->fru_dump_path = nullptr;
   return OPTIONS_ACCEPTED;
 }
 
-int apply(const Rule& rule, const char* value, Options* options) {
-  if (rule.letter == 'r' && value == nullptr) return refuse_usage();
-  if (rule.text != nullptr) {
-    if (std::strlen(value) > rule.limit) {
-      std::printf("%s: value is longer than %u characters\n", rule.name, rule.limit);
-      return REFUSED;
-    }
-    const int checked = check_value(rule.letter, value);
-    if (checked != OPTIONS_ACCEPTED) return checked;
-    char* text = rule.text(options);
-    std::memset(text, 0, rule.limit + 1);
-    std::memcpy(text, value, std::strlen(value));
-  }
-  options->*rule.set = 1;
-  if (rule.also_set != nullptr) options->*rule.also_set = 1;
-  if (rule.clear != nullptr) options->*rule.clear = 0;
+int drop_fru_update(const Given&, Options* options) {
+  options->fru_update_path = nullptr;
   return OPTIONS_ACCEPTED;
 }
 
-int apply_password(unsigned slot, const char* value, Options* options) {
-  std::memset(options->password[slot], 0, sizeof options->password[slot]);
-  options->set_password[slot] = 1;
-  if (value == nullptr) return OPTIONS_ACCEPTED;
-  if (std::strlen(value) > PASSWORD_LIMIT) {
+// The letter is the digit of the password's slot.
+int take_password(const Given& given, Options* options) {
+  const unsigned slot = static_cast<unsigned>(given.letter - '0');
+  const size_t length = given.value != nullptr ? std::strlen(given.value) : 0;
+  if (length > PASSWORD_LIMIT) {
     std::puts("the password mustn't more than 16 bytes");
     return REFUSED;
   }
-  std::memcpy(options->password[slot], value, std::strlen(value));
+  char* password = options->password[slot];
+  std::memset(password, 0, sizeof options->password[slot]);
+  if (length > 0) std::memcpy(password, given.value, length);
+  options->set_password[slot] = 1;
   return OPTIONS_ACCEPTED;
 }
 
 // Every word from the value of -e to the end of the command line is one byte.
-int apply_raw(int argc, char** argv, Options* options) {
+int take_raw(const Given& given, Options* options) {
   int word = optind - 1;
-  if (argv[word] != optarg) {
-    std::printf("-e: %s: the first byte must be a separate word\n", optarg);
+  if (given.argv[word] != given.value) {
+    std::printf("-e: %s: the first byte must be a separate word\n", given.value);
     return refuse_usage();
   }
   options->raw_bytes[0] = BMC_ADDRESS;
   options->raw_count = 1;
-  for (; word < argc; word++) {
+  for (; word < given.argc; word++) {
     unsigned value;
-    if (std::sscanf(argv[word], "%x", &value) != 1) {
-      std::printf("-e: %s is not a hexadecimal byte\n", argv[word]);
+    if (std::sscanf(given.argv[word], "%x", &value) != 1) {
+      std::printf("-e: %s is not a hexadecimal byte\n", given.argv[word]);
       return refuse_usage();
     }
     if (options->raw_count == RAW_ROOM) {
@@ -209,46 +134,115 @@ int apply_raw(int argc, char** argv, Options* options) {
     std::puts("-e: a request needs at least a Net/LUN and a CMD byte");
     return refuse_usage();
   }
-  optind = argc;
-  options->raw = 1;
+  optind = given.argc;
   return OPTIONS_ACCEPTED;
 }
 
-int apply_letter(int letter, int argc, char** argv, Options* options) {
-  switch (letter) {
-    case '0':
-    case '1':
-    case '2':
-    case '3':
-    case '4':
-      return apply_password(static_cast<unsigned>(letter - '0'), optarg, options);
-    case 'b':
-      debugFlag = 1;
-      return OPTIONS_ACCEPTED;
-    case 't':
-      resetFlag = 0;
-      return OPTIONS_ACCEPTED;
-    case 'o':
-      openIpmiFlag = 1;
-      return OPTIONS_ACCEPTED;
-    case 'e':
-      return apply_raw(argc, argv, options);
-    default:
-      break;
+constexpr char NO_LETTER = 0;
+
+// What an option takes: nothing, a value, or a value only when it is attached to the option.
+enum Takes { NONE = no_argument, VALUE = required_argument, ATTACHED = optional_argument };
+
+// One way to write an option, and what it does to the record.
+struct Row {
+  char letter;
+  const char* name;  // long; null: none
+  Takes takes;
+  int Options::*flag;                      // becomes 1
+  const char* Options::*text;              // becomes the value
+  int (*handler)(const Given&, Options*);  // checks the value first, or stores it in its own way
+};
+
+// One row an option. getopt's complaints list the long names in this order. --arp without a value
+// is refused with the usage text, -r without one by getopt: two rows.
+const Row ROWS[] = {
+    {'s', "sdr", VALUE, &Options::sdr_update, &Options::sdr_path, nullptr},
+    {'c', "cfg", VALUE, nullptr, &Options::script_path, nullptr},
+    {'0', "sp0", ATTACHED, nullptr, nullptr, take_password},
+    {'1', "sp1", ATTACHED, nullptr, nullptr, take_password},
+    {'2', "sp2", ATTACHED, nullptr, nullptr, take_password},
+    {'3', "sp3", ATTACHED, nullptr, nullptr, take_password},
+    {'4', "sp4", ATTACHED, nullptr, nullptr, take_password},
+    {NO_LETTER, "arp", ATTACHED, nullptr, &Options::arp, check_arp},
+    {'r', nullptr, VALUE, nullptr, &Options::arp, nullptr},
+    {'p', "dhcp", NONE, &Options::dhcp, nullptr, nullptr},
+    {'b', "debug", NONE, &Options::debug, nullptr, nullptr},
+    {'l', "imac", NONE, &Options::inside_mac, nullptr, nullptr},
+    {'t', "nrst", NONE, &Options::no_reset, nullptr, nullptr},
+    {'v', "save", VALUE, &Options::firmware_save, &Options::firmware_path, nullptr},
+    {'y', "verify", VALUE, &Options::firmware_verify, &Options::firmware_path, nullptr},
+    {'5', "users", NONE, &Options::users, nullptr, nullptr},
+    {'f', "fru", VALUE, nullptr, &Options::fru_update_path, drop_fru_dump},
+    {'o', "open", NONE, &Options::open, nullptr, nullptr},
+    {'w', "wfru", VALUE, nullptr, &Options::fru_dump_path, drop_fru_update},
+    {'j', "seldump", VALUE, nullptr, &Options::sel_path, nullptr},
+    {'q', "sdrdump", VALUE, &Options::sdr_dump, &Options::sdr_path, nullptr},
+    {'u', nullptr, VALUE, &Options::firmware_update, &Options::firmware_path, nullptr},
+    {'i', nullptr, VALUE, nullptr, &Options::ip, check_ip},
+    {'m', nullptr, VALUE, nullptr, &Options::mac, check_mac},
+    {'g', nullptr, VALUE, nullptr, &Options::gateway, nullptr},
+    {'n', nullptr, VALUE, nullptr, &Options::netmask, nullptr},
+    {'e', nullptr, VALUE, nullptr, nullptr, take_raw},
+    {'a', nullptr, NONE, &Options::auto_ip, nullptr, nullptr},
+    {'d', nullptr, NONE, &Options::display, nullptr, nullptr},
+    {'h', nullptr, NONE, nullptr, nullptr, give_help},
+    {'?', nullptr, NONE, nullptr, nullptr,
+     give_help},  // also what is no option, or lacks its value
+};
+
+constexpr int NUMBER_BASE = 256;  // beyond all letters
+
+// What getopt returns for a row.
+int code_of(const Row& row) {
+  return row.letter != NO_LETTER ? row.letter : NUMBER_BASE + static_cast<int>(&row - ROWS);
+}
+
+const Row* row_of(int code) {
+  for (const Row& row : ROWS) {
+    if (code_of(row) == code) return &row;
   }
-  const Rule* rule = find_rule(letter);
-  if (rule != nullptr) return apply(*rule, optarg, options);
-  show_usage();
-  return HELP_GIVEN;
+  return nullptr;
+}
+
+// The table in the two forms that getopt wants: each letter with a colon when it takes a value and
+// two when that must be attached; each long name with what it takes and its code.
+struct Getopt_tables {
+  char letters[3 * std::size(ROWS) + 1];
+  option names[std::size(ROWS) + 1];
+};
+
+Getopt_tables build_tables() {
+  Getopt_tables tables{};
+  char* letters = tables.letters;
+  option* names = tables.names;
+  for (const Row& row : ROWS) {
+    if (row.name != nullptr) *names++ = {row.name, row.takes, nullptr, code_of(row)};
+    if (row.letter == NO_LETTER) continue;
+    *letters++ = row.letter;
+    for (int i = 0; i < row.takes; i++) *letters++ = ':';
+  }
+  return tables;
+}
+
+int apply(const Row& row, const Given& given, Options* options) {
+  if (row.handler != nullptr) {
+    const int result = row.handler(given, options);
+    if (result != OPTIONS_ACCEPTED) return result;
+  }
+  if (row.flag != nullptr) options->*row.flag = 1;
+  if (row.text != nullptr) options->*row.text = given.value;
+  return OPTIONS_ACCEPTED;
 }
 
 }  // namespace
 
 int parse_options(int argc, char** argv, Options* options) {
+  const Getopt_tables tables = build_tables();
   for (;;) {
-    const int letter = getopt_long(argc, argv, SHORT_OPTIONS, LONG_OPTIONS, nullptr);
-    if (letter == -1) return OPTIONS_ACCEPTED;
-    const int result = apply_letter(letter, argc, argv, options);
+    const int code = getopt_long(argc, argv, tables.letters, tables.names, nullptr);
+    const Row* row = row_of(code);
+    if (row == nullptr) return OPTIONS_ACCEPTED;
+    const int result = apply(*row, {row->letter, optarg, argc, argv}, options);
     if (result != OPTIONS_ACCEPTED) return result;
   }
 }

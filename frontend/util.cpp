@@ -7,6 +7,7 @@
 #include "base/error_text.h"
 #include "base/notice.h"
 #include "base/progress.h"
+#include "firmware/flash.h"
 #include "frontend/actions.h"
 #include "frontend/operations.h"
 #include "frontend/options.h"
@@ -44,6 +45,15 @@ const Port_pair PORT_PAIRS[] = {
 
 void show_version() {
   std::puts("BMC Utility on Linux version " QARN_VERSION);
+}
+
+void set_switches(const Options& options) {
+  debugFlag = options.debug;
+  openIpmiFlag = options.open;
+  resetFlag = options.no_reset != 0 ? 0 : 1;
+  if (options.firmware_path != nullptr) flashfilename = options.firmware_path;
+  hintFlag = isatty(STDERR_FILENO);
+  progressFlag = debugFlag == 0 && hintFlag != 0;
 }
 
 bool open_device() {
@@ -92,57 +102,59 @@ void run_user_actions(const Options& options) {
 }
 
 void run_file_actions(const Options& options) {
-  if (options.fru_update != 0) {
-    std::printf("update FRU with file %s\n", options.fru_path);
-    fruUpdate(options.fru_path);
-  } else if (options.fru_dump != 0) {
-    std::printf("Dump FRU to file %s\n", options.fru_path);
-    fruDump(options.fru_path);
+  if (options.fru_update_path != nullptr) {
+    std::printf("update FRU with file %s\n", options.fru_update_path);
+    fruUpdate(options.fru_update_path);
   }
-  if (options.sel_dump != 0) {
+  if (options.fru_dump_path != nullptr) {
+    std::printf("Dump FRU to file %s\n", options.fru_dump_path);
+    fruDump(options.fru_dump_path);
+  }
+  if (options.sel_path != nullptr) {
     std::printf("Dumping SEL to file %s\n", options.sel_path);
     dumpSel(options.sel_path);
   }
 }
 
-int run_lan_actions(Options* options) {
+int run_lan_actions(const Options& options) {
   IpCfg lan{};
-  if (options->inside_mac != 0) insideMacSet();
-  if (options->script != 0) process_cfg(options->script_path);
-  if (options->dhcp != 0) {
+  if (options.inside_mac != 0) insideMacSet();
+  if (options.script_path != nullptr) process_cfg(options.script_path);
+  if (options.dhcp != 0) {
     std::puts("enable DHCP");
     enableDhcp();
   }
-  if (options->read_lan != 0 && readIpCfg(&lan) == 0) {
+  const bool shown_or_matched = options.display != 0 || options.auto_ip != 0;
+  if (shown_or_matched && readIpCfg(&lan) == 0) {
     std::puts(err_message);
     return STATUS_NO_BMC;
   }
-  if (options->auto_ip != 0) match_host_address(options, &lan);
-  if (options->display != 0) display_lan(lan);
-  set_lan(*options, &lan);
-  if (options->raw != 0) cmdExecute(options->raw_bytes, options->raw_count, 1);
+  const bool matched = options.auto_ip != 0 && match_host_address(&lan);
+  if (options.display != 0) display_lan(lan);
+  set_lan(options, matched, &lan);
+  if (options.raw_count != 0) cmdExecute(options.raw_bytes, options.raw_count, 1);
   return STATUS_DONE;
 }
 
-int run_actions(Options* options) {
-  run_user_actions(*options);
-  if (options->firmware_update != 0) {
+int run_actions(const Options& options) {
+  run_user_actions(options);
+  if (options.firmware_update != 0) {
     if (!firmware_allowed("update")) return STATUS_REFUSED;
     firmwareUpdate();
     return STATUS_DONE;
   }
-  if (options->sdr_dump != 0) {
-    sdrDump(options->sdr_path);
+  if (options.sdr_dump != 0) {
+    sdrDump(options.sdr_path);
     return STATUS_DONE;
   }
-  if (options->sdr_update != 0) {
-    sdrUpdate(options->sdr_path);
+  if (options.sdr_update != 0) {
+    sdrUpdate(options.sdr_path);
     return STATUS_DONE;
   }
-  run_file_actions(*options);
-  if (options->firmware_save != 0 || options->firmware_verify != 0) {
+  run_file_actions(options);
+  if (options.firmware_save != 0 || options.firmware_verify != 0) {
     if (!firmware_allowed("save")) return STATUS_REFUSED;
-    options->firmware_save != 0 ? firmwareSave() : firmwareVerify();
+    options.firmware_save != 0 ? firmwareSave() : firmwareVerify();
     return STATUS_DONE;
   }
   return run_lan_actions(options);
@@ -159,13 +171,12 @@ int main(int argc, char** argv) {
     show_usage();
     return STATUS_DONE;
   }
-  static Options options;
+  Options options{};
   const int parsed = parse_options(argc, argv, &options);
   if (parsed != OPTIONS_ACCEPTED) return parsed;
-  hintFlag = isatty(STDERR_FILENO);
-  progressFlag = debugFlag == 0 && hintFlag != 0;
+  set_switches(options);
 
   if (!(openIpmiFlag != 0 ? open_device() : open_ports())) return STATUS_NO_BMC;
   show_fw_version();
-  return close_device(run_actions(&options));
+  return close_device(run_actions(options));
 }

@@ -2,7 +2,6 @@
 // the action, the second the fault of the kernel's device; the rest are the answers, each after its
 // length.
 #include <cerrno>
-#include <cstring>
 #include <iterator>
 #include "frontend/actions.h"
 
@@ -67,7 +66,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   const uint8_t device = fuzz::take(&input);
   if (action == SDR_UPDATE) sdrDump("fuzz.sdr");  // of a sound BMC
   if (action > SAVE) fuzz::file("firmware", std::string(0x2000, 'q'));
-  std::strcpy(flashfilename, action == SAVE ? "/dev/null" : "firmware");
+  flashfilename = action == SAVE ? "/dev/null" : "firmware";
 
   if (input.empty()) input.assign(1, '\0');
   sim::machine().bmc.answer_stream.assign(input.begin(), input.end());

@@ -1,8 +1,6 @@
 // Fuzz target: firmware images, programmed into a small card or compared with it. The first bytes
 // choose which of the two, the form of the image, and the card's block size, chunk size and update
 // start.
-#include <cstring>
-
 #include "firmware/flash.h"
 #include "fuzz/fuzz.h"
 
@@ -16,7 +14,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   card.block_size = fuzz::take(&input);
   card.chunk_size = fuzz::take(&input);
   card.update_start = card.flash_base + fuzz::take(&input) * 0x80U;
-  std::strcpy(flashfilename, fuzz::file(records ? "fuzz.mot" : "fuzz.bin", input));
+  flashfilename = fuzz::file(records ? "fuzz.mot" : "fuzz.bin", input);
   if ((choice & 2) != 0) verify_firmware();
   if ((choice & 2) != 0 || program_firmware() != 1) return 0;
   // Every byte that the image has for the flash must be there.

@@ -12,10 +12,7 @@ namespace {
 
 constexpr unsigned MOST_INTERFACES = 16;
 constexpr unsigned HEADING_LINES = 2;
-constexpr int LINE_SIZE = 512;
-constexpr unsigned NAME_SIZE = 64;
-constexpr unsigned MAC_TEXT_SIZE = 18;
-constexpr unsigned IP_TEXT_SIZE = 16;
+constexpr int LIST_LINE_SIZE = 512;
 
 bool is_space(char c) {
   return std::isspace(static_cast<unsigned char>(c)) != 0;
@@ -34,13 +31,13 @@ const char* alias_end(const char* colon) {
 
 // True when the line's interface takes part in the search; fills its address and MAC address.
 bool read_interface(const char* line, uint8_t address[4], char macText[MAC_TEXT_SIZE]) {
-  char name[NAME_SIZE];
+  char name[INTERFACE_NAME_SIZE];
   get_name(name, line);
   return getip(name, address) == 1 && getmac(name, macText) == 1 && notLocal(address) == 1;
 }
 
 bool find_mac(FILE* list, const char* macText, uint8_t address[4]) {
-  char line[LINE_SIZE];
+  char line[LIST_LINE_SIZE];
   for (unsigned i = 0; i < HEADING_LINES; i++) {
     if (std::fgets(line, sizeof line, list) == nullptr) return false;
   }
@@ -56,7 +53,7 @@ bool find_mac(FILE* list, const char* macText, uint8_t address[4]) {
 
 }  // namespace
 
-const char* get_name(char name[NAME_SIZE], const char* line) {
+const char* get_name(char name[INTERFACE_NAME_SIZE], const char* line) {
   while (is_space(*line)) line++;
   const char* end = line;
   while (*end != '\0' && *end != ':' && !is_space(*end)) end++;
@@ -67,7 +64,7 @@ const char* get_name(char name[NAME_SIZE], const char* line) {
     position = end + 1;
   }
   const std::size_t length = static_cast<std::size_t>(end - line);
-  const std::size_t count = length < NAME_SIZE ? length : NAME_SIZE - 1;
+  const std::size_t count = length < INTERFACE_NAME_SIZE ? length : INTERFACE_NAME_SIZE - 1;
   std::memcpy(name, line, count);
   name[count] = '\0';
   return position;

@@ -2,6 +2,10 @@
 #pragma once
 #include <cstdint>
 
+inline constexpr unsigned MAC_TEXT_SIZE = 18;  // "00:0E:0C:44:10:01" and a terminator
+inline constexpr unsigned IP_TEXT_SIZE = 16;   // "255.255.255.255" and a terminator
+inline constexpr unsigned INTERFACE_NAME_SIZE = 64;
+
 // IP configuration; every address first octet first.
 struct IpCfg {
   uint8_t ip[4];
@@ -33,17 +37,17 @@ int enableDhcp();
 void insideMacSet();
 
 // Finds the host interface that carries `macText` ("%02X:..." of six bytes) among the first 16 that
-// have an IPv4 address. 1 with its address as dotted decimal in `ipText` (room for 16 characters),
+// have an IPv4 address. 1 with its address as dotted decimal in `ipText` (room for IP_TEXT_SIZE),
 // else 0 with `ipText` untouched.
 int getIpfromMAC(const char* macText, char* ipText);
 
 // Writes six bytes as "00:0E:0C:44:10:01".
-void mac_text(const uint8_t mac[6], char text[18]);
+void mac_text(const uint8_t mac[6], char text[MAC_TEXT_SIZE]);
 
 // The parts of the search. get_name takes an interface's name (at most 63 characters) out of a line
 // of the interface list and returns the position reached; getip and getmac return 1, or 0; notLocal
 // returns 0 for 127.0.0.1 only.
-const char* get_name(char name[64], const char* line);
+const char* get_name(char name[INTERFACE_NAME_SIZE], const char* line);
 int getip(const char* name, uint8_t address[4]);
-int getmac(const char* name, char macText[18]);
+int getmac(const char* name, char macText[MAC_TEXT_SIZE]);
 int notLocal(const uint8_t address[4]);

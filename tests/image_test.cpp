@@ -1,6 +1,4 @@
 // The image reader: names, portions, S-records in every shape, images that are refused.
-#include <cstring>
-
 #include "tests/firmware_support.h"
 
 namespace {
@@ -11,7 +9,7 @@ std::string portion(const std::string& address, const std::string& bytes) {
 
 // What the console says while an image is read, and each portion of it.
 std::string reading_of(const std::string& path) {
-  std::strcpy(flashfilename, path.c_str());
+  flashfilename = path.c_str();
   return console_of([] {
     const int opened = init_data(&data);
     EXPECT_EQ(fp != nullptr, opened == 1);
