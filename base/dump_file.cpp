@@ -1,4 +1,4 @@
-// A dump file: written whole, or not left behind.
+// A dump file: written whole, or removed.
 #include "base/dump_file.h"
 
 #include <fcntl.h>

@@ -1,4 +1,4 @@
-// One line on a terminal's standard error that tells how far a long walk has come.
+// One line on a terminal's standard error that shows how far a long walk has come.
 #include "base/progress.h"
 
 #include <cstdint>

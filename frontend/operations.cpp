@@ -13,7 +13,7 @@ namespace {
 
 constexpr unsigned FIRST_USER = 1;
 constexpr unsigned LAST_USER = 5;
-constexpr unsigned NAME_SIZE = 16;
+constexpr unsigned USER_NAME_SIZE = 16;
 constexpr unsigned PASSWORD_SIZE = 16;
 constexpr uint8_t SET_PASSWORD = 0x02;
 constexpr unsigned RESET_SECONDS = 8;
@@ -37,7 +37,7 @@ char digit(unsigned value) {
 int show_fw_version() {
   const uint8_t request[] = {BMC_ADDRESS, NETFN_APP, GET_DEVICE_ID};
   Response response;
-  const auto id = ask(request, sizeof request, DEVICE_ID_SIZE, &response);
+  const auto id = ask(request, DEVICE_ID_SIZE, &response);
   if (id.empty()) {
     std::puts("get Device ID failed");
     return 0;
@@ -57,11 +57,11 @@ void DispalyUsersName() {
   for (unsigned user = FIRST_USER; user <= LAST_USER; user++) {
     const uint8_t request[] = {BMC_ADDRESS, NETFN_APP, GET_USER_NAME, static_cast<uint8_t>(user)};
     Response response;
-    const auto answer = ask(request, sizeof request, 0, &response);
+    const auto answer = ask(request, 0, &response);
     if (answer.data() == nullptr) return;
-    char name[NAME_SIZE + 1] = {};
+    char name[USER_NAME_SIZE + 1] = {};
     // A short response is shown as far as it goes.
-    std::memcpy(name, answer.data(), std::min<size_t>(answer.size(), NAME_SIZE));
+    std::memcpy(name, answer.data(), std::min<size_t>(answer.size(), USER_NAME_SIZE));
     std::printf("User ID %d\t:\t\t%s\n", static_cast<int>(user), name[0] != 0 ? name : "NULL");
   }
 }
@@ -72,14 +72,14 @@ int SetUserPwd(int index, const char* password) {
                                         static_cast<uint8_t>((index + 1) & 0x3F), SET_PASSWORD};
   std::memcpy(request + 5, password, PASSWORD_SIZE);
   Response response;
-  return exchange(request, sizeof request, &response) ? 1 : 0;
+  return exchange(request, &response) ? 1 : 0;
 }
 
 void resetBMC() {
   const uint8_t request[] = {BMC_ADDRESS, NETFN_APP, COLD_RESET};
   std::puts("reset BMC and wait");
   Response response;
-  if (exchange(request, sizeof request, &response)) {
+  if (exchange(request, &response)) {
     platform::sleep(RESET_SECONDS);
   } else {
     std::puts("cannot reset BMC");
@@ -89,7 +89,7 @@ void resetBMC() {
 int cmdExecute(const uint8_t* request, unsigned length, int print) {
   if (request == nullptr || length == 0 || length > RAW_LIMIT) return 0;
   Response response;
-  const bool accepted = exchange(request, length, &response);
+  const bool accepted = exchange({request, length}, &response);
   if (print != 0) {
     std::printf("response is ");
     for (unsigned i = 1; i < response.length; i++) std::printf("%02X ", response.bytes[i]);

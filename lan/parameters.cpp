@@ -1,5 +1,6 @@
 // The BMC's LAN configuration on channel 1.
 #include <cstring>
+#include <span>
 
 #include "base/error_text.h"
 #include "lan/lan.h"
@@ -30,46 +31,45 @@ constexpr unsigned PARAMETER_REVISION = 1;  // bytes of an answer before the par
 // One request of a sequence, and what to say when it fails.
 struct Read_step {
   uint8_t selector;
-  uint8_t* data;
-  unsigned count;
+  std::span<uint8_t> data;
   const char* failure;
 };
 struct Write_step {
   uint8_t selector;
-  const uint8_t* data;
-  unsigned count;
+  std::span<const uint8_t> data;
   const char* failure;
 };
 
-bool get_parameter(uint8_t selector, uint8_t* data, unsigned count) {
+bool get_parameter(uint8_t selector, std::span<uint8_t> data) {
   uint8_t request[7] = {};  // ends with set selector 0, block selector 0
   const unsigned length = UpdateCommandToSendText(request, GetLanParameter);
   request[length] = selector;
   Response response;
-  const auto answer = ask(request, sizeof request, PARAMETER_REVISION + count, &response);
+  const unsigned needed = PARAMETER_REVISION + static_cast<unsigned>(data.size());
+  const auto answer = ask(request, needed, &response);
   if (answer.empty()) return false;
-  std::memcpy(data, answer.data() + PARAMETER_REVISION, count);
+  std::memcpy(data.data(), answer.data() + PARAMETER_REVISION, data.size());
   return true;
 }
 
-int set_parameter(uint8_t selector, const uint8_t* data, unsigned count) {
+int set_parameter(uint8_t selector, std::span<const uint8_t> data) {
   uint8_t request[5 + LONGEST_PARAMETER];
   unsigned length = UpdateCommandToSendText(request, SetLanParameter);
   request[length++] = selector;
-  std::memcpy(request + length, data, count);
+  std::memcpy(request + length, data.data(), data.size());
   Response response;
-  return exchange(request, length + count, &response) ? 1 : 0;
+  return exchange({request, length + data.size()}, &response) ? 1 : 0;
 }
 
 int set_source(uint8_t source) {
-  return set_parameter(IP_SOURCE, &source, sizeof source);
+  return set_parameter(IP_SOURCE, {&source, 1});
 }
 
 // An address that DHCP could overwrite at once: the source goes first, whatever becomes of it.
 void set_static(uint8_t selector, const uint8_t address[4]) {
   now_under_way(Unfinished::address);
   set_source(SOURCE_STATIC);
-  set_parameter(selector, address, 4);
+  set_parameter(selector, {address, 4});
   now_under_way(Unfinished::nothing);
 }
 
@@ -78,14 +78,14 @@ void set_static(uint8_t selector, const uint8_t address[4]) {
 int readIpCfg(IpCfg* record) {
   uint8_t source = 0;
   const Read_step steps[] = {
-      {IP_ADDRESS, record->ip, sizeof record->ip, " Get IP Address Fail"},
-      {MAC_ADDRESS, record->mac, sizeof record->mac, " Get MAC Address Fail"},
-      {SUBNET_MASK, record->netmask, sizeof record->netmask, "Get Net Mask Fail"},
-      {GATEWAY, record->gateway, sizeof record->gateway, " Get Gateway IP Address Fail"},
-      {IP_SOURCE, &source, sizeof source, "Get IP Source Fail"},
+      {IP_ADDRESS, record->ip, " Get IP Address Fail"},
+      {MAC_ADDRESS, record->mac, " Get MAC Address Fail"},
+      {SUBNET_MASK, record->netmask, "Get Net Mask Fail"},
+      {GATEWAY, record->gateway, " Get Gateway IP Address Fail"},
+      {IP_SOURCE, {&source, 1}, "Get IP Source Fail"},
   };
   for (const Read_step& step : steps) {
-    if (get_parameter(step.selector, step.data, step.count)) continue;
+    if (get_parameter(step.selector, step.data)) continue;
     set_err_message("%s", step.failure);
     return 0;
   }
@@ -95,15 +95,15 @@ int readIpCfg(IpCfg* record) {
 
 int writeIpCfg(const IpCfg* record) {
   const Write_step steps[] = {
-      {IP_ADDRESS, record->ip, sizeof record->ip, "Set IP Address Fail"},
-      {IP_SOURCE, &SOURCE_STATIC, sizeof SOURCE_STATIC, "Set Who Assign Fail"},
-      {MAC_ADDRESS, record->mac, sizeof record->mac, "Set MAC Address Fail"},
-      {SUBNET_MASK, record->netmask, sizeof record->netmask, "Set Net Mask Fail"},
-      {GATEWAY, record->gateway, sizeof record->gateway, "Set Gateway IP Address Fail"},
+      {IP_ADDRESS, record->ip, "Set IP Address Fail"},
+      {IP_SOURCE, {&SOURCE_STATIC, 1}, "Set Who Assign Fail"},
+      {MAC_ADDRESS, record->mac, "Set MAC Address Fail"},
+      {SUBNET_MASK, record->netmask, "Set Net Mask Fail"},
+      {GATEWAY, record->gateway, "Set Gateway IP Address Fail"},
   };
   now_under_way(Unfinished::address);
   for (const Write_step& step : steps) {
-    const bool done = set_parameter(step.selector, step.data, step.count) == 1;
+    const bool done = set_parameter(step.selector, step.data) == 1;
     if (step.selector == IP_SOURCE) now_under_way(Unfinished::nothing);
     if (done) continue;
     set_err_message("%s", step.failure);
@@ -126,12 +126,12 @@ void setNetmask(const IpCfg* record) {
 }
 
 void setMac(const IpCfg* record) {
-  if (record != nullptr) set_parameter(MAC_ADDRESS, record->mac, sizeof record->mac);
+  if (record != nullptr) set_parameter(MAC_ADDRESS, record->mac);
 }
 
 int setArp(unsigned enable) {
   const uint8_t control = enable != 0 ? 1 : 0;
-  return set_parameter(ARP_CONTROL, &control, sizeof control);
+  return set_parameter(ARP_CONTROL, {&control, 1});
 }
 
 int enableDhcp() {
@@ -142,6 +142,6 @@ void insideMacSet() {
   // The card's own request; its response data begins with the MAC address.
   const uint8_t request[] = {BMC_ADDRESS, NETFN_CARD, GET_CARD_MAC, 0x00, 0x00, 0xFF};
   Response response;
-  const auto mac = ask(request, sizeof request, sizeof IpCfg::mac, &response);
-  if (!mac.empty()) set_parameter(MAC_ADDRESS, mac.data(), sizeof IpCfg::mac);
+  const auto mac = ask(request, sizeof IpCfg::mac, &response);
+  if (!mac.empty()) set_parameter(MAC_ADDRESS, mac.first(sizeof IpCfg::mac));
 }

@@ -15,8 +15,8 @@ namespace {
 
 // Get SEL Info response: version, entries (2), free space (2), time of last addition (4), time of
 // last erase (4), operation support.
-constexpr unsigned INFO_SIZE = 14;
-constexpr unsigned INFO_NEEDED = 3;
+constexpr unsigned LOG_INFO_SIZE = 14;
+constexpr unsigned LOG_INFO_NEEDED = 3;
 // Get SEL Entry response: next record ID (2), record.
 constexpr unsigned ENTRY_SIZE = 2 + SEL_RECORD_SIZE;
 constexpr uint8_t WHOLE_RECORD = 0xFF;
@@ -25,15 +25,15 @@ bool is_last(const uint8_t id[2]) {
   return id[0] == 0xFF && id[1] == 0xFF;
 }
 
-bool get_info(SelList* list) {
+bool get_log_info(SelList* list) {
   uint8_t request[3];
   const unsigned length = UpdateCommandToSendText(request, GetSelRepositoryInfo);
   Response response;
-  const auto answer = ask(request, length, INFO_NEEDED, &response);
+  const auto answer = ask({request, length}, LOG_INFO_NEEDED, &response);
   if (answer.empty()) return false;
   // A log can be read without what follows the count of its entries.
-  uint8_t info[INFO_SIZE] = {};
-  std::memcpy(info, answer.data(), std::min<size_t>(answer.size(), INFO_SIZE));
+  uint8_t info[LOG_INFO_SIZE] = {};
+  std::memcpy(info, answer.data(), std::min<size_t>(answer.size(), LOG_INFO_SIZE));
   list->version = info[0];
   list->entries = info[1] | info[2] << 8;
   list->freeSpace = static_cast<uint32_t>(info[3] | info[4] << 8);
@@ -49,7 +49,7 @@ bool get_entry(uint8_t id[2], SelRecord* record) {
   uint8_t request[9] = {0, 0, 0, 0, 0, id[0], id[1], 0, WHOLE_RECORD};
   UpdateCommandToSendText(request, GetSEL);
   Response response;
-  const auto entry = ask(request, sizeof request, ENTRY_SIZE, &response);
+  const auto entry = ask(request, ENTRY_SIZE, &response);
   if (entry.empty()) return false;
   std::memcpy(id, entry.data(), 2);
   std::memcpy(record->bytes, entry.data() + 2, SEL_RECORD_SIZE);
@@ -77,9 +77,9 @@ bool get_entries(SelList* list) {
 }
 
 // A line of the dump: the bytes in hexadecimal, a blank after each, the last one a line end.
-constexpr unsigned LINE_SIZE = SEL_RECORD_SIZE * 3;
+constexpr unsigned RECORD_LINE_SIZE = SEL_RECORD_SIZE * 3;
 
-void format_record(const SelRecord& record, char line[LINE_SIZE]) {
+void format_record(const SelRecord& record, char line[RECORD_LINE_SIZE]) {
   static const char DIGITS[] = "0123456789ABCDEF";
   for (const uint8_t byte : record.bytes) {
     *line++ = DIGITS[byte >> 4];
@@ -92,7 +92,7 @@ void format_record(const SelRecord& record, char line[LINE_SIZE]) {
 }  // namespace
 
 int get_sel(SelList* list) {
-  if (!get_info(list)) {
+  if (!get_log_info(list)) {
     set_err_message(" Get SEL Repository Info Fail");
     return 0;
   }
@@ -108,7 +108,7 @@ int SelToFile2(const char* path, const SelList* list) {
   std::fprintf(file, "_SEL\n_LOG_NUM   %02X%02X\n\n", static_cast<unsigned>(list->count & 0xFF),
                static_cast<unsigned>(list->count >> 8 & 0xFF));
   for (int32_t i = 0; i < list->count; i++) {
-    char line[LINE_SIZE];
+    char line[RECORD_LINE_SIZE];
     format_record(list->records[static_cast<std::size_t>(i)], line);
     std::fwrite(line, 1, sizeof line, file);
   }

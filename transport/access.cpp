@@ -12,7 +12,7 @@
 namespace {
 
 constexpr unsigned TURN_S = 60;
-constexpr unsigned LINE_SIZE = 256;
+constexpr unsigned OWNER_LINE_SIZE = 256;
 
 // How the names of the kernel's IPMI drivers begin. Other entries of the list of ports stand for a
 // piece of hardware, or for a bus on the way to it.
@@ -46,7 +46,7 @@ bool take_turn(int handle) {
 
 // A line of the list, "  0ca2-0ca2 : ipmi_si": the owner's name in `owner` when it is a driver and
 // one of the ports is among its own.
-bool owns(const char* line, const uint16_t ports[2], char owner[LINE_SIZE]) {
+bool owns(const char* line, const uint16_t ports[2], char owner[OWNER_LINE_SIZE]) {
   unsigned first = 0;
   unsigned last = 0;
   if (std::sscanf(line, " %x-%x : %255[^\n]", &first, &last, owner) != 3) return false;
@@ -70,8 +70,8 @@ void warn_of_owner(uint16_t commandPort, uint16_t dataPort) {
   FILE* list = platform::port_owners();
   if (list == nullptr) return;
   const uint16_t ports[] = {commandPort, dataPort};
-  char line[LINE_SIZE];
-  char owner[LINE_SIZE];
+  char line[OWNER_LINE_SIZE];
+  char owner[OWNER_LINE_SIZE];
   bool owned = false;
   while (!owned && std::fgets(line, sizeof line, list) != nullptr) {
     owned = owns(line, ports, owner);
@@ -88,7 +88,7 @@ void hint_lockdown() {
   FILE* state = hinted ? nullptr : platform::lockdown_state();
   if (state == nullptr) return;
   hinted = true;
-  char line[LINE_SIZE] = "";
+  char line[OWNER_LINE_SIZE] = "";
   const bool known = std::fgets(line, sizeof line, state) != nullptr;
   std::fclose(state);
   if (known && std::strstr(line, "[none]") == nullptr) {

@@ -51,20 +51,20 @@ uint8_t read_state() {
   return read_status() & STATE_MASK;
 }
 
-uint8_t read_data() {
+uint8_t read_data_port() {
   return platform::inb(static_cast<uint16_t>(KCS_para.data_port));
 }
 
-void write_command(uint8_t value) {
+void write_command_port(uint8_t value) {
   platform::outb(value, static_cast<uint16_t>(KCS_para.cmd_port));
 }
 
-void write_data(uint8_t value) {
+void write_data_port(uint8_t value) {
   platform::outb(value, static_cast<uint16_t>(KCS_para.data_port));
 }
 
 void clear_OBF() {
-  if (read_status() & OBF) read_data();
+  if (read_status() & OBF) read_data_port();
 }
 
 // Polls until the status bits of `mask` read `wanted`: KCS_OK, or KCS_TIMEOUT at the bound.
@@ -86,7 +86,7 @@ int poke() {
     platform::outb(POKE_VALUE, POKE_PORT);
     platform::usleep(POKE_SLEEP_US);
     for (unsigned poll = 0; poll < POKE_POLLS; poll++) {
-      if (read_status() != NOTHING || read_data() != NOTHING) return KCS_TIMEOUT;
+      if (read_status() != NOTHING || read_data_port() != NOTHING) return KCS_TIMEOUT;
       platform::usleep(POKE_POLL_SLEEP_US);
       wait_point();
     }
@@ -108,19 +108,19 @@ enum Abort_step { ABORT_DONE, ABORT_AGAIN, ABORT_WAIT_FAILED };
 
 // One pass through the standard's error exit.
 Abort_step abort_once() {
-  write_command(ABORT);
+  write_command_port(ABORT);
   if (KCS_Wait_IBF_C() != KCS_OK) return ABORT_WAIT_FAILED;
   clear_OBF();
-  write_data(0x00);
+  write_data_port(0x00);
   if (KCS_Wait_IBF_C() != KCS_OK) return ABORT_WAIT_FAILED;
   if (read_state() != READ_STATE) return ABORT_AGAIN;
   if (KCS_Wait_OBF_S() != KCS_OK) return ABORT_WAIT_FAILED;
-  read_data();  // the BMC's own status code
-  write_data(READ);
+  read_data_port();  // the BMC's own status code
+  write_data_port(READ);
   if (KCS_Wait_IBF_C() != KCS_OK) return ABORT_WAIT_FAILED;
   if (read_state() != IDLE_STATE) return ABORT_AGAIN;
   if (KCS_Wait_OBF_S() != KCS_OK) return ABORT_WAIT_FAILED;
-  read_data();  // dummy
+  read_data_port();  // dummy
   return ABORT_DONE;
 }
 
@@ -179,15 +179,15 @@ int KCS_Send_BMC_Req(BMC_Msg* message) {
 
   if (const int result = KCS_Wait_IBF_C(); result != KCS_OK) return result;
   clear_OBF();
-  write_command(WRITE_START);
+  write_command_port(WRITE_START);
   if (const int result = settle_write(); result != KCS_OK) return result;
   for (unsigned i = 0; i < last; i++) {
-    write_data(message->data[i]);
+    write_data_port(message->data[i]);
     if (const int result = settle_write(); result != KCS_OK) return result;
   }
-  write_command(WRITE_END);
+  write_command_port(WRITE_END);
   if (const int result = settle_write(); result != KCS_OK) return result;
-  write_data(message->data[last]);
+  write_data_port(message->data[last]);
   if (const int result = KCS_Wait_IBF_C(); result != KCS_OK) return result;
   return read_state() == READ_STATE ? static_cast<int>(KCS_OK) : leave_error();
 }
@@ -201,12 +201,12 @@ int KCS_Get_BMC_Resp(BMC_Msg* message) {
       case READ_STATE:
         if (count == KCS_RESPONSE_ROOM) return KCS_RESP_OVERFLOW;
         if (const int result = KCS_Wait_OBF_S(); result != KCS_OK) return result;
-        message->data[count++] = read_data();
-        write_data(READ);
+        message->data[count++] = read_data_port();
+        write_data_port(READ);
         break;
       case IDLE_STATE:
         if (const int result = KCS_Wait_OBF_S(); result != KCS_OK) return result;
-        read_data();  // dummy
+        read_data_port();  // dummy
         message->length = static_cast<uint8_t>(count);
         return KCS_OK;
       default:

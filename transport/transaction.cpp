@@ -24,19 +24,19 @@ const uint8_t GetSEL[] = {3, BMC_ADDRESS, NETFN_STORAGE, GET_SEL_ENTRY};
 
 namespace {
 
-constexpr unsigned REQUEST_HEADER = 3;  // address, NetFn/LUN, command
+constexpr unsigned REQUEST_DATA = 3;  // what comes before: address, NetFn/LUN, command
 constexpr unsigned KERNEL_DATA_ROOM = 256;
 constexpr unsigned KERNEL_ADDRESS_ROOM = 40;
 
 uint32_t curr_seq = 0;
 
-void trace(const uint8_t* bytes, unsigned length) {
-  for (unsigned i = 0; i < length; i++) std::printf("%02x ", bytes[i]);
+void trace(std::span<const uint8_t> bytes) {
+  for (const uint8_t byte : bytes) std::printf("%02x ", byte);
   std::putchar('\n');
 }
 
-// The KCS path has no failure return: whoever waits for a dead interface is told and released.
-[[noreturn]] void give_up(const char* message) {
+// The KCS path has no failure return: a dead interface ends the run.
+[[noreturn]] void give_up_on_bmc(const char* message) {
   progress_end();
   if (message != nullptr) std::puts(message);
   hint_unfinished();
@@ -44,19 +44,19 @@ void trace(const uint8_t* bytes, unsigned length) {
   std::exit(-1);
 }
 
-int kcs_transaction(const uint8_t* request, unsigned length, uint8_t* response,
-                    unsigned* responseLength) {
-  if (Send_Req(request, length) != 0) give_up("cmd error");
-  if (Get_Resp(response, responseLength) != 0) give_up(nullptr);
+int kcs_transaction(std::span<const uint8_t> request, uint8_t* response, unsigned* responseLength) {
+  if (Send_Req(request.data(), static_cast<unsigned>(request.size())) != 0)
+    give_up_on_bmc("cmd error");
+  if (Get_Resp(response, responseLength) != 0) give_up_on_bmc(nullptr);
   if (debugFlag != 0) {
     std::printf("recv:");
-    trace(response, *responseLength);
+    trace({response, *responseLength});
   }
   return 0;
 }
 
-int kernel_send(const uint8_t* request, unsigned length) {
-  const unsigned count = length - REQUEST_HEADER;
+int kernel_send(std::span<const uint8_t> request) {
+  const auto data = request.subspan(REQUEST_DATA);
   ipmi_system_interface_addr address{};
   address.addr_type = IPMI_SYSTEM_INTERFACE_ADDR_TYPE;
   address.channel = IPMI_BMC_CHANNEL;
@@ -67,9 +67,9 @@ int kernel_send(const uint8_t* request, unsigned length) {
   record.msgid = curr_seq++;
   record.msg.netfn = request[1] >> 2;
   record.msg.cmd = request[2];
-  record.msg.data_len = static_cast<unsigned short>(count);
+  record.msg.data_len = static_cast<unsigned short>(data.size());
   // The record has no const; the kernel only reads through it.
-  record.msg.data = count > 0 ? const_cast<uint8_t*>(request) + REQUEST_HEADER : nullptr;
+  record.msg.data = data.empty() ? nullptr : const_cast<uint8_t*>(data.data());
   if (platform::device_send(driverHandle, &record) >= 0) return 0;
   std::printf("Error sending command: %s\n", std::strerror(errno));
   return -1;
@@ -108,8 +108,8 @@ int kernel_receive(uint8_t* response, unsigned* responseLength) {
   response[0] = BMC_ADDRESS;
   response[1] = static_cast<uint8_t>(record.msg.netfn << 2);
   response[2] = record.msg.cmd;
-  std::memcpy(response + REQUEST_HEADER, data, count);
-  *responseLength = count + REQUEST_HEADER;
+  std::memcpy(response + RESPONSE_COMPLETION, data, count);
+  *responseLength = count + RESPONSE_COMPLETION;
   return 0;
 }
 
@@ -118,9 +118,9 @@ bool kernel_path() {
 }
 
 // Never bridges: the first request byte is not used, nor is the LUN.
-int kernel_transaction(const uint8_t* request, unsigned length, uint8_t* response,
+int kernel_transaction(std::span<const uint8_t> request, uint8_t* response,
                        unsigned* responseLength) {
-  if (kernel_send(request, length) != 0) return -1;
+  if (kernel_send(request) != 0) return -1;
   if (kernel_wait() != 0) return -1;
   return kernel_receive(response, responseLength);
 }
@@ -138,15 +138,15 @@ int converToBMCCmd(const uint8_t* request, unsigned length, uint8_t* response,
   interrupt_point();
   if (debugFlag != 0) {
     if (openIpmiFlag != 0) std::printf("send with openipmi:");
-    trace(request, length);
+    trace({request, length});
   }
-  if (length < REQUEST_HEADER) {
+  if (length < REQUEST_DATA) {
     std::printf("request of %u bytes has no command: not sent\n", length);
     return -1;
   }
   wait_began();
-  return kernel_path() ? kernel_transaction(request, length, response, responseLength)
-                       : kcs_transaction(request, length, response, responseLength);
+  return kernel_path() ? kernel_transaction({request, length}, response, responseLength)
+                       : kcs_transaction({request, length}, response, responseLength);
 }
 
 // The kernel counts NetFn and command, not the address.
@@ -154,16 +154,16 @@ unsigned request_limit() {
   return kernel_path() ? IPMI_MAX_MSG_LENGTH + 1 : LONGEST_REQUEST;
 }
 
-bool exchange(const uint8_t* request, unsigned length, Response* response) {
+bool exchange(std::span<const uint8_t> request, Response* response) {
   std::memset(response, 0, sizeof *response);
   response->bytes[RESPONSE_COMPLETION] = UNSPECIFIED;
-  if (converToBMCCmd(request, length, response->bytes, &response->length) != 0) return false;
+  const unsigned length = static_cast<unsigned>(request.size());
+  if (converToBMCCmd(request.data(), length, response->bytes, &response->length) != 0) return false;
   return completion_code(*response) == COMPLETED;
 }
 
-std::span<const uint8_t> ask(const uint8_t* request, unsigned length, unsigned count,
-                             Response* response) {
-  if (!exchange(request, length, response)) return {};
+std::span<const uint8_t> ask(std::span<const uint8_t> request, unsigned count, Response* response) {
+  if (!exchange(request, response)) return {};
   return response_part(*response, RESPONSE_DATA, count);
 }
 

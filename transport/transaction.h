@@ -1,9 +1,12 @@
-// One IPMI request and its response, whichever way leads to the BMC. Who calls what:
+// One IPMI request and its response, over the kernel's IPMI device or over the ports. Who calls
+// what, from the top down:
 //
-// | features             | ask, exchange, and cmdExecute (-e) show what came                     |
-// | ask, exchange        | converToBMCCmd: chooses the path, traces                              |
-// | converToBMCCmd       | the kernel's device, or Send_Req and Get_Resp: retry, bridge (bmc.h)  |
-// | Send_Req, Get_Resp   | KCS_Send_BMC_Req, KCS_Get_BMC_Resp: drive the ports (kcs_intf.h)      |
+// | caller             | calls                                                                   |
+// |--------------------|-------------------------------------------------------------------------|
+// | a feature          | ask for data bytes, exchange where the completion code alone counts     |
+// | ask, exchange      | converToBMCCmd, which traces and chooses the path                       |
+// | converToBMCCmd     | the kernel's device; or Send_Req, Get_Resp (bmc.h): retries, bridging   |
+// | Send_Req, Get_Resp | KCS_Send_BMC_Req, KCS_Get_BMC_Resp (kcs_intf.h): the ports              |
 #pragma once
 #include <cstdint>
 #include <span>
@@ -45,12 +48,20 @@ struct Response {
 
 // One request of which only the completion code counts: true when it is 0. `response` holds what
 // came, afresh.
-bool exchange(const uint8_t* request, unsigned length, Response* response);
+bool exchange(std::span<const uint8_t> request, Response* response);
 
 // One request that must complete and bring at least `count` data bytes: all the data bytes that
 // came, in `response`; null (data() is, and the size is 0) otherwise.
-std::span<const uint8_t> ask(const uint8_t* request, unsigned length, unsigned count,
-                             Response* response);
+std::span<const uint8_t> ask(std::span<const uint8_t> request, unsigned count, Response* response);
+
+// The same two with the request's bytes and their count apart.
+inline bool exchange(const uint8_t* request, unsigned length, Response* response) {
+  return exchange({request, length}, response);
+}
+inline std::span<const uint8_t> ask(const uint8_t* request, unsigned length, unsigned count,
+                                    Response* response) {
+  return ask({request, length}, count, response);
+}
 
 // The completion code, or 0xFF when the response holds none.
 uint8_t completion_code(const Response& response);
