@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <iterator>
+#include <set>
 #include <sstream>
 
 #include "tests/harness.h"
@@ -9,7 +10,6 @@
 
 namespace {
 
-using sim::FaultKind;
 using sim::machine;
 
 const std::string BANNER = "BMC Utility on Linux version 1.1.3\n";
@@ -56,6 +56,38 @@ TEST_F(Frontend, help_and_what_cannot_be_right_end_the_run_before_the_bmc_is_tou
   for (const auto& [line, says] : cases) EXPECT_EQ(qarn(line), BANNER + says + "status 1\n");
 }
 
+TEST_F(Frontend, a_letter_means_what_its_long_name_means_and_a_value_has_any_length) {
+  const std::string pairs[][2] = {
+      {"-s f", "--sdr f"},
+      {"-t -s f", "--nrst --sdr f"},
+      {"-q /dev/null", "--sdrdump=/dev/null"},
+      {"-c f", "--cfg f"},
+      {"-0a -1b -2c -3d -4e", "--sp0=a --sp1=b --sp2=c --sp3=d --sp4=e"},
+      {"-r 1", "--arp=1"},
+      {"-p", "--dhcp"},
+      {"-b", "--debug"},
+      {"-l", "--imac"},
+      {"-v /dev/null", "--save /dev/null"},
+      {"-y f", "--verify f"},
+      {"-5", "--users"},
+      {"-f f", "--fru f"},
+      {"-w /dev/null", "--wfru /dev/null"},
+      {"-j /dev/null", "--seldump /dev/null"},
+      {"-o -b", "--open --debug"},
+      {"-y " + std::string(5000, 'f'), "--verify " + std::string(5000, 'f')},
+      {"-r " + std::string(5000, '0'), "--arp=" + std::string(5000, '0')},
+  };
+  std::set<std::string> different = {qarn("-0")};
+  for (const auto& [letter, name] : pairs) {
+    const std::string does = qarn(letter);
+    EXPECT_EQ(does, qarn(name)) << letter;
+    EXPECT_TRUE(different.insert(does).second) << letter;
+  }
+  EXPECT_EQ(run({"--s"}).err,
+            "qarn: option '--s' is ambiguous; possibilities: '--sdr' '--sp0' '--sp1' '--sp2' "
+            "'--sp3' '--sp4' '--save' '--seldump' '--sdrdump'\n");
+}
+
 TEST_F(Frontend, the_identity_line_is_read_from_the_device_id) {
   sim::Bytes& id = machine().bmc.app.device_id;
   id = {0x20, 0x01, 0xFF, 0xA9, 0xEF, 0x00, 0xFD, 0x02, 0x80, 0x04, 0xFF};
@@ -68,8 +100,8 @@ TEST_F(Frontend, the_identity_line_is_read_from_the_device_id) {
 
 TEST_F(Frontend, passwords_are_set_in_ascending_order_before_users_are_listed) {
   machine().bmc.app.users[1].name = "sixteen letters!";
-  machine().bmc.faults = {{.kind = FaultKind::shorten, .command = 0x46, .skip = 2, .value = 4},
-                          {.command = 0x46, .skip = 4, .value = 0xCC}};
+  machine().bmc.faults =
+      sim::faults("shorten cmd=46 skip=2 value=4; refuse cmd=46 skip=4 value=cc");
   EXPECT_EQ(qarn("--sp4=0123456789abcdef --users --sp0 -1x --sp3=old --sp3=n"),
             START +
                 "Display Users Name\nUser ID 1\t:\t\tNULL\nUser ID 2\t:\t\tsixteen letters!\n"
@@ -99,10 +131,10 @@ TEST_F(Frontend, the_bmc_is_found_on_each_port_pair_and_device_and_traced) {
 }
 
 TEST_F(Frontend, without_a_way_to_the_bmc_the_status_is_255) {
-  machine().bmc.faults = {{.kind = FaultKind::write_error, .times = 0, .value = 0}};
+  machine().bmc.faults = sim::faults("write_error times=0 value=0");
   EXPECT_TRUE(qarn("--users").starts_with(BANNER + "cmd error\nstatus 255\n"));
   sim::reset(sim::Kind::plain);  // a time-out looks for the card, and there is none
-  machine().bmc.faults = {{.kind = FaultKind::no_dummy}};
+  machine().bmc.faults = sim::faults("no_dummy");
   EXPECT_EQ(qarn("--users").find("KCS Waiting for OBF set: Timeout!\nstatus 255\n"), BANNER.size());
   sim::reset(sim::Kind::none);
   EXPECT_EQ(qarn("-d"), BANNER + "KCS_INIT error\nstatus 255\n");
@@ -129,7 +161,7 @@ TEST_F(Frontend, the_later_fru_option_wins_and_a_save_leaves_the_lan_alone) {
 }
 
 TEST_F(Frontend, an_interface_that_dies_during_a_dump_leaves_no_half_file) {
-  machine().bmc.faults = {{FaultKind::write_error, 0x08, 0x03, 20, 0, 1}};
+  machine().bmc.faults = sim::faults("write_error netfn=8 cmd=3 skip=20 times=0 value=1");
   EXPECT_NE(qarn("--save " + path_of("half")).find("cmd error\nstatus 255\n"), std::string::npos);
   EXPECT_EQ(content_of(path_of("half")), "(no file)");
 }

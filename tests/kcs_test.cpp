@@ -12,7 +12,6 @@ namespace {
 
 using sim::Bytes;
 using sim::machine;
-using enum sim::FaultKind;
 
 constexpr uint16_t COMMAND = 0xCAC;
 constexpr uint16_t DATA = 0xCA8;
@@ -37,13 +36,14 @@ struct Kcs : testing::Test {
   // The interface is usable: a request goes through and its answer comes back whole.
   bool works() {
     return send({0x18, 0x01}) == KCS_OK && KCS_Get_BMC_Resp(&response) == KCS_OK &&
-           response.length == 18 && received[2] == 0x00 && received[9] == 0x57;
+           sim::hex_text(Bytes(received, received + response.length)) ==
+               "1C 01 00 " + sim::hex_text(machine().bmc.app.device_id);
   }
 };
 
 TEST_F(Kcs, a_response_is_read_whole_up_to_its_limit_with_the_accesses_it_must_cost) {
   for (const unsigned length : {3U, 128U, 129U, 300U}) {
-    machine().bmc.faults = {{.kind = answer, .bytes = Bytes(length - 2, 0x5A)}};
+    machine().bmc.faults = sim::faults("answer bytes=" + times(length - 2, "5A"));
     machine().port_reads = machine().port_writes = 0;
     EXPECT_EQ(send({0x18, 0x46, 0x02}), KCS_OK);
     const bool fits = length <= 128;
@@ -72,7 +72,7 @@ TEST_F(Kcs, init_finds_out_at_once_that_nothing_is_there) {
 }
 
 TEST_F(Kcs, init_from_any_state_and_an_error_at_any_byte_leave_the_interface_idle) {
-  // Mid-write, mid-read, ERROR_STATE, mid-abort before and behind its byte.
+  // In the middle of a write, of a read, in ERROR_STATE, in an abort before its byte and after it.
   const Bytes beginnings[] = {{0x61}, {0x61, 0x18, 0x62, 1}, {0x62}, {0x60}, {0x60, 0}};
   for (const Bytes& writes : beginnings) {
     for (const uint8_t value : writes) platform::outb(value, value >= 0x60 ? COMMAND : DATA);
@@ -82,8 +82,10 @@ TEST_F(Kcs, init_from_any_state_and_an_error_at_any_byte_leave_the_interface_idl
   }
   // Three of the request, then of the response, whose first is seen by the write transfer already.
   for (unsigned at = 0; at < 3 + 19; at++) {
-    machine().bmc.faults = {{.kind = write_error, .value = at}};
-    if (at >= 3) machine().bmc.faults = {{.kind = read_error, .value = at - 3}};
+    const bool reading = at >= 3;
+    const std::string byte = sim::hex_text({static_cast<uint8_t>(reading ? at - 3 : at)});
+    machine().bmc.faults =
+        sim::faults((reading ? "read_error value=" : "write_error value=") + byte);
     EXPECT_EQ(send({0x18, 0x46, 0x02}), at <= 3 ? KCS_STATE_ERROR : KCS_OK) << at;
     EXPECT_TRUE(at <= 3 || KCS_Get_BMC_Resp(&response) == KCS_STATE_ERROR) << at;
     EXPECT_TRUE(works());
@@ -91,7 +93,7 @@ TEST_F(Kcs, init_from_any_state_and_an_error_at_any_byte_leave_the_interface_idl
 }
 
 TEST_F(Kcs, a_wait_that_runs_out_pauses_after_each_pass_and_pokes_the_bmc) {
-  machine().bmc.faults = {{.kind = stall, .value = 59}, {.kind = silent, .skip = 1}};
+  machine().bmc.faults = sim::faults("stall value=3b; silent skip=1");
   EXPECT_TRUE(works()) << "a slow answer within the bound is no fault";
   EXPECT_EQ(console_of([&] { EXPECT_EQ(send({0x18, 0x01}), KCS_TIMEOUT); }), "");
   machine().ports.clear();

@@ -14,6 +14,7 @@ namespace {
 
 using sim::machine;
 
+// What -d reads: address, MAC address, mask, gateway, source of the address.
 const std::string READS =
     "30 02 01 03 00 00\n30 02 01 05 00 00\n30 02 01 06 00 00\n"
     "30 02 01 0C 00 00\n30 02 01 04 00 00\n";
@@ -27,9 +28,8 @@ struct Lan : testing::Test {
   Lan() {
     sim::reset(sim::Kind::card);
   }
-  // Has the BMC refuse the request to read (2) or write (1) LAN parameters after `skip` of them.
-  static void refuse(int command, unsigned skip, unsigned times = 1) {
-    machine().bmc.faults = {{sim::FaultKind::refuse, 0x0C, command, skip, times, 0xD5}};
+  static void fault(const std::string& text) {
+    machine().bmc.faults = sim::faults(text);
   }
 };
 
@@ -49,35 +49,44 @@ TEST_F(Lan, the_configuration_is_shown_then_set_each_address_after_its_static_so
           "response is 1C 02 00 \n30 01 01 04 02\n" + READS + STATIC + IP +
           "30 01 01 05 02 00 00 AB CD EF\n" + STATIC + "30 01 01 0C 0A 01 00 01\n" + STATIC +
           "30 01 01 06 FF FF 00 00\n30 01 01 0A 01\n18 02\nstatus 0");
-  refuse(1, 0, 0);
+  fault("refuse netfn=c cmd=1 times=0 value=d5");
   EXPECT_EQ(qarn("-i 10.1.2.3 --arp=2"), STATIC + IP + "30 01 01 0A 00\nstatus 0");
 }
 
 TEST_F(Lan, the_mac_address_that_the_card_reports_is_taken) {
   EXPECT_EQ(qarn("--imac"), "F8 84 00 00 FF\n30 01 01 05 00 0E 0C 44 10 02\nstatus 0");
-  machine().bmc.faults = {{sim::FaultKind::shorten, 0x3E, 0x84, 0, 1, 6}};
+  fault("shorten netfn=3e cmd=84 value=6");
   EXPECT_EQ(qarn("--imac"), "F8 84 00 00 FF\nstatus 0");
 }
 
 TEST_F(Lan, a_failed_read_ends_the_run_and_a_failed_write_the_writing_both_with_the_reason) {
-  const char* const unread[] = {" Get IP Address Fail\n", " Get MAC Address Fail\n",
-                                "Get Net Mask Fail\n", " Get Gateway IP Address Fail\n",
-                                "Get IP Source Fail\n"};
-  const char* const unset[] = {"Set IP Address Fail", "Set Who Assign Fail", "Set MAC Address Fail",
-                               "Set Net Mask Fail", "Set Gateway IP Address Fail"};
-  // One byte less than the parameter: completion code and revision come before it.
-  const unsigned too_short[] = {5, 7, 5, 5, 2};
+  const struct {
+    const char* unread;
+    const char*
+        too_short;  // the answer loses its last byte; a completion code and a revision are first
+    const char* unset;
+  } steps[] = {
+      {" Get IP Address Fail\n", "value=5", "Set IP Address Fail"},
+      {" Get MAC Address Fail\n", "value=7", "Set Who Assign Fail"},
+      {"Get Net Mask Fail\n", "value=5", "Set MAC Address Fail"},
+      {" Get Gateway IP Address Fail\n", "value=5", "Set Net Mask Fail"},
+      {"Get IP Source Fail\n", "value=2", "Set Gateway IP Address Fail"},
+  };
   const IpCfg record = {};
   ASSERT_EQ(Init_Interface("KCS", 0xCAC, 0xCA8, 0), 0);
+  size_t sent = 0;
   for (unsigned step = 0; step < 5; step++) {
-    const std::string text = unread[step] + READS.substr(0, (step + 1) * 18) + "status 255";
-    refuse(2, step);
+    const auto& [unread, too_short, unset] = steps[step];
+    const std::string skip = " skip=" + std::to_string(step) + " ";
+    sent = READS.find('\n', sent) + 1;
+    const std::string text = unread + READS.substr(0, sent) + "status 255";
+    fault("refuse netfn=c cmd=2 value=d5" + skip);
     EXPECT_EQ(qarn("-d -i 1.2.3.4"), text);
-    machine().bmc.faults = {{sim::FaultKind::shorten, 0x0C, 2, step, 1, too_short[step]}};
+    fault("shorten netfn=c cmd=2" + skip + too_short);
     EXPECT_EQ(qarn("-d -i 1.2.3.4 --open"), text);
-    refuse(1, step);
+    fault("refuse netfn=c cmd=1 value=d5" + skip);
     EXPECT_EQ(writeIpCfg(&record), 0);
-    EXPECT_STREQ(err_message, unset[step]);
+    EXPECT_STREQ(err_message, unset);
   }
   EXPECT_EQ(writeIpCfg(&record), 1);
 }
@@ -97,7 +106,7 @@ TEST_F(Lan, the_first_interface_with_its_mac_gives_the_bmc_its_address) {
       "DHCP\t\t\tDisable\nBMC IP Address:\t\t\t10.1.2.3" + SHOWN + READS + IP + STATIC +
           "30 01 01 05 00 0E 0C 44 10 01\n30 01 01 06 FF FF FF 00\n30 01 01 0C C0 A8 01 01\n" +
           STATIC + IP + "30 01 01 05 00 0E 0C 44 10 01\nstatus 0");
-  refuse(1, 1);
+  fault("refuse netfn=c cmd=1 skip=1 value=d5");
   EXPECT_EQ(qarn("-a"), READS + IP + STATIC + "status 0");
   machine().has_sockets = false;
   EXPECT_EQ(qarn("-a"), READS + "status 0");

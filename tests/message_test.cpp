@@ -15,7 +15,6 @@ namespace {
 
 using sim::Bytes;
 using sim::machine;
-using enum sim::FaultKind;
 
 const Bytes DEVICE_ID = {0x20, 0x18, 0x01};
 const Bytes TARGET = {0x2C, 0x1A, 0x46, 0x02};
@@ -31,8 +30,9 @@ struct Message : testing::Test {
     ASSERT_EQ(Init_Interface(nullptr, 0xCAC, 0xCA8, 0), 0);
   }
   // What the console says, then the response of the request, which is empty when it failed.
-  static std::string ask(const Bytes& request, const std::vector<sim::Fault>& faults = {}) {
-    machine().bmc.faults = faults;
+  static std::string ask(const Bytes& request, const std::string& faults = "") {
+    machine().bmc.faults.clear();
+    if (!faults.empty()) machine().bmc.faults = sim::faults(faults);
     response = {};
     const std::string console = console_of([&] {
       if (Send_Req(request.data(), static_cast<unsigned>(request.size())) != 0) return;
@@ -53,30 +53,30 @@ TEST_F(Message, a_request_to_another_address_is_bridged_once_no_message_waits) {
     expected += "18 34 00 2C 1A BA " + sim::hex_text({0x20, tag, 0x46, 0x02, sum}) + "\n18 33\n";
   }
   machine().bmc.attention = true;
-  EXPECT_EQ(ask(TARGET, {{.command = 0x30, .value = 0xC3}}), "Clear Receive Message Queue!\n");
+  EXPECT_EQ(ask(TARGET, "refuse cmd=30 value=c3"), "Clear Receive Message Queue!\n");
   EXPECT_EQ(ask({0x20, 0x19, 0x01}), "20 1D 01 00 " + sim::hex_text(machine().bmc.app.device_id));
   EXPECT_EQ(sim::transcript(), expected + "18 30 01\n19 01\n") << "a direct request goes";
 }
 
-TEST_F(Message, what_goes_wrong_on_the_way_to_a_target_is_told_and_returned) {
-  EXPECT_EQ(ask(TARGET, {{.command = 0x34, .value = 0x83}}), "Send Message Error!\n2C 1C 34 83");
-  EXPECT_EQ(ask(TARGET, {{.kind = answer, .command = 0x34}}), "Send Message Error!\n2C 1C 34");
-  EXPECT_EQ(ask(TARGET, {{.command = 0x33, .value = 0x80}}), "2C 1C 33 80");
-  EXPECT_EQ(ask(TARGET, {{answer, 6, 0x33, 0, 1, 0, {0, 0, 30, 4, 5, 6, 7, 8}}}),
+TEST_F(Message, what_goes_wrong_on_the_way_to_a_target_is_said_and_returned) {
+  EXPECT_EQ(ask(TARGET, "refuse cmd=34 value=83"), "Send Message Error!\n2C 1C 34 83");
+  EXPECT_EQ(ask(TARGET, "answer cmd=34"), "Send Message Error!\n2C 1C 34");
+  EXPECT_EQ(ask(TARGET, "refuse cmd=33 value=80"), "2C 1C 33 80");
+  EXPECT_EQ(ask(TARGET, "answer netfn=6 cmd=33 bytes=00001E0405060708"),
             "2C 1C 33 00 00 1E 04 05 06 07 08");
   EXPECT_EQ(ask({0x2C, 0x18, 0x47, 0x09}), "2C 1E 47 C7") << "11 bytes of Get Message are enough";
   // Not repeated, as it is no time-out; the rest of a response that is too long is no response.
-  EXPECT_EQ(ask(TARGET, {{.kind = write_error, .command = 0x33, .value = 1}}), "");
-  EXPECT_EQ(ask(TARGET, {{.kind = lengthen, .command = 0x34, .value = 150}}), "");
+  EXPECT_EQ(ask(TARGET, "write_error cmd=33 value=1"), "");
+  EXPECT_EQ(ask(TARGET, "lengthen cmd=34 value=96"), "");
   machine().bmc.keep_sequence = machine().bmc.can_signal = false;
   const std::string wait = "KCS Waiting for SMSATN set: Timeout!\n";
   EXPECT_EQ(ask(TARGET), wait + wait + wait + "Sequence Number does not match!\n" + NAME);
 }
 
 TEST_F(Message, each_step_gives_up_after_its_own_number_of_attempts) {
-  EXPECT_EQ(ask(DEVICE_ID, {{.kind = write_error, .times = 2}}).size(), 3 * 19 - 1U);
+  EXPECT_EQ(ask(DEVICE_ID, "write_error times=2").size(), 3 * 19 - 1U);
   // Init clears the time-out, so it is not repeated; nothing of what was read is an answer.
-  EXPECT_EQ(ask(DEVICE_ID, {{.kind = no_dummy}}), "KCS Waiting for OBF set: Timeout!\n20");
+  EXPECT_EQ(ask(DEVICE_ID, "no_dummy"), "KCS Waiting for OBF set: Timeout!\n20");
   EXPECT_EQ(sim::transcript(), "18 01\n18 01\nsleep 50\nsleep 50\nsleep 50\n");
   // IBF never clears after what the stream begins with, so each operation and each
   // re-initialisation pokes once.
@@ -122,13 +122,13 @@ TEST(Kernel, a_failure_and_a_response_of_any_length_read_as_what_came) {
   };
   const std::string none = "-00 00 00 FF";
   check({0x2C, 0x1A}, "request of 2 bytes has no command: not sent\n" + none);
-  machine().bmc.faults = {{.kind = answer}, {.kind = shorten, .skip = 1, .value = 3}};
+  machine().bmc.faults = sim::faults("answer; shorten skip=1 value=3");
   check(DEVICE_ID, "-20 1C 01 FF");
   check(TARGET, "20 1C 46 00 4F 70");  // address and LUN do not count
   EXPECT_EQ(sim::transcript(), "18 01\n18 46 02\n");
   EXPECT_TRUE(response_part(response, RESPONSE_DATA, 2).data() == response.bytes + RESPONSE_DATA);
   EXPECT_TRUE(response_part(response, 4, 3).empty() && response_part(response, ~0U, 2).empty());
-  machine().bmc.faults = {{.kind = answer, .bytes = Bytes(257)}};
+  machine().bmc.faults = sim::faults("answer bytes=" + std::string(2 * 257, '0'));
   check(TARGET, "Error receiving message: Message too long\n20 1C 46 " + sim::hex_text(Bytes(256)));
   check(DEVICE_ID, "Error sending command: Input/output error\n" + none, {.send_errno = EIO});
   check(DEVICE_ID, "Select fail\n" + none, {.select_errno = EINTR});

@@ -37,19 +37,18 @@ TEST(Sel, the_log_is_written_up_to_its_end_and_an_answer_refused_or_cut_leaves_n
   const std::string no_info = " Get SEL Repository Info Fail\n" + INFO;
   const std::string no_first = "Get SEL Record 0000 Fail\n" + INFO + ENTRY;
   const std::string no_second = "Get SEL Record 0201 Fail\n" + INFO + ENTRY + second;
-  const std::pair<sim::Fault, std::string> cases[] = {
-      {{sim::FaultKind::refuse, 0x0A, 0x40, 0, 1, 0xC1}, no_info},
-      {{sim::FaultKind::shorten, 0x0A, 0x40, 0, 1, 3}, no_info},
-      {{sim::FaultKind::refuse, 0x0A, 0x43, 1, 1, 0xCB}, no_second},
-      {{sim::FaultKind::shorten, 0x0A, 0x43, 0, 1, 18}, no_first},
+  const std::pair<const char*, std::string> cases[] = {
+      {"refuse netfn=a cmd=40 value=c1", no_info},
+      {"shorten netfn=a cmd=40 value=3", no_info},
+      {"refuse netfn=a cmd=43 skip=1 value=cb", no_second},
+      {"shorten netfn=a cmd=43 value=12", no_first},
   };
   for (const auto& [fault, text] : cases) {
-    sim::machine().bmc.faults = {fault};
+    sim::machine().bmc.faults = sim::faults(fault);
     EXPECT_EQ(dumped(), "Get SEL Fail:\t" + text + "(no file)");
   }
-  // The count of entries is all that is needed.
-  sim::machine().bmc.faults = {{sim::FaultKind::shorten, 0x0A, 0x40, 0, 1, 4}};
-  EXPECT_EQ(dumped(), log);
+  sim::machine().bmc.faults = sim::faults("shorten netfn=a cmd=40 value=4");
+  EXPECT_EQ(dumped(), log) << "the count of entries is all that is needed";
 }
 
 TEST(Sel, a_log_without_end_is_read_up_to_the_claimed_count) {
