@@ -8,13 +8,14 @@ namespace {
 
 std::string cleaned(const char* line, size_t room = CONTENT_SIZE) {
   char text[CONTENT_SIZE];
-  process_string(line, text, room);
+  process_string(line, std::span(text).first(room));
   return text;
 }
 
 std::string content(const std::string& text) {
-  sim::Bytes out(CONTENT_SIZE, 0xEE);
-  const unsigned count = get_content(text.c_str(), out.data());
+  std::array<uint8_t, CONTENT_SIZE> out;
+  out.fill(0xEE);
+  const unsigned count = get_content(text.c_str(), out);
   EXPECT_EQ(sim::Bytes(out.begin() + count, out.end()), sim::Bytes(CONTENT_SIZE - count)) << text;
   return sim::hex_text(sim::Bytes(out.begin(), out.begin() + count));
 }
