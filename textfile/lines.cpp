@@ -20,11 +20,12 @@ bool next_line(Lines* lines) {
   if (std::fgets(lines->text, lines->room, lines->file) == nullptr) return false;
   if (!continued) lines->number++;
   if (end != '\0' || last == '\n') return true;
-  // With the character after it the last one may begin a comment, which the tokenizer cannot see.
   int next = std::getc(lines->file);
-  const bool begins = next != EOF && (last == '#' || (last == '/' && next == '/'));
-  if (begins || has_comment(lines->text)) {
-    if (begins) last = '\0';
+  const bool seen = has_comment(lines->text);
+  // With the character after it the last one may begin a comment, which the tokenizer cannot see.
+  const bool begins = next != EOF && (last == '#' || (!seen && last == '/' && next == '/'));
+  if (begins) last = '\0';
+  if (begins || seen) {
     while (next != EOF && next != '\n') next = std::getc(lines->file);
     return true;
   }
