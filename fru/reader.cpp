@@ -65,7 +65,7 @@ struct Reader {
 // The next line that carries something; false at the end of the file.
 bool next_cleaned(Reader* reader) {
   while (next_line(&reader->lines)) {
-    process_string(reader->lines.text, reader->cleaned, sizeof reader->cleaned);
+    process_string(reader->lines.text, reader->cleaned);
     if (reader->cleaned[0] != '\0') return true;
   }
   return false;

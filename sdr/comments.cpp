@@ -33,7 +33,7 @@ int opened_by(const char* line, const sdr_comments& comments) {
 }
 
 // An empty line leaves its field without a comment.
-void take_line(comment_section* section, const char* line) {
+void add_field_comment(comment_section* section, const char* line) {
   std::unique_ptr<char[]>& comment = section->comments[section->taken++];
   const size_t length = std::strlen(line);
   if (length <= 1) return;
@@ -59,7 +59,7 @@ void read_comments(sdr_comments* comments) {
       current = OUTSIDE;
     } else {
       comment_section* section = &comments->sections[current];
-      take_line(section, line);
+      add_field_comment(section, line);
       if (section->taken == section->fields) current = OUTSIDE;
     }
   }

@@ -1,5 +1,6 @@
 // The comments of util.dat on the fields of sensor records.
 #pragma once
+#include <array>
 #include <cstdint>
 #include <memory>
 
@@ -12,8 +13,9 @@ inline constexpr uint8_t COMPACT_SENSOR = 0x02;
 struct comment_section {
   uint8_t record_type;
   unsigned fields;
-  unsigned taken;                                        // lines read into `comments` so far
-  std::unique_ptr<char[]> comments[FULL_SENSOR_FIELDS];  // with their "// "; null: none
+  unsigned taken;  // lines read into `comments` so far
+  // With their "// "; null: none.
+  std::array<std::unique_ptr<char[]>, FULL_SENSOR_FIELDS> comments;
 };
 
 struct sdr_comments {

@@ -1,17 +1,19 @@
-// Reads a file of Sensor Data Records: the choice of its form, and the text form.
+// Reads a file of Sensor Data Records, in its text or its binary form.
 #include <strings.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 
-#include "sdr/loader.h"
-#include "sdr/records.h"
+#include "base/error_text.h"
+#include "sdr/sdr.h"
 #include "textfile/lines.h"
 #include "textfile/tokenizer.h"
 
 namespace {
 
 constexpr unsigned LENGTH_LIMIT = 0xFF;  // the length line's value is one byte
+constexpr uint32_t COUNT_LIMIT = 0xFFFF;
 
 const char OPENING[] = "_SDR";
 const char TYPE[] = "_SDR_TYPE";
@@ -19,64 +21,98 @@ const char LENGTH[] = "_REC_LEN";
 const char CLOSING[] = ")";
 const char BINARY_ENDING[] = ".dat";
 
-// What the next line may be.
+// A binary file. What is no mark of a block is passed over, two bytes at a time.
+//
+// | offset | size | content                                                  |
+// |--------|------|----------------------------------------------------------|
+// | 0      | 16   | file header, not interpreted                             |
+// | then, for each record: a block                                            |
+// | 0      | 1    | 5A                                                       |
+// | 1      | 1    | L, the length of the whole block, at least 8             |
+// | 2      | L-2  | record header (5) and body                               |
+constexpr unsigned FILE_HEADER_SIZE = 16;
+constexpr uint8_t BLOCK_MARKER = 0x5A;
+constexpr unsigned MARK_SIZE = 2;
+constexpr unsigned SMALLEST_BLOCK = 8;
+
+// What the next line of a text file may be.
 enum State { BEFORE_OPENING, BEFORE_TYPE, BEFORE_LENGTH, IN_DATA };
 
-struct Reader {
+struct Text_reader {
   sdr_repository* repository;
   State state;
   Lines lines;
-  unsigned length;   // of the record being read, header included
-  unsigned count;    // bytes of it so far; the others are zero
+  std::array<uint8_t, LENGTH_LIMIT> record;  // being read; what has not come yet is zero
+  unsigned length;                           // of it, header included
+  unsigned count;                            // bytes of it so far
   unsigned culprit;  // the line to blame when the record's length byte is wrong
-  uint8_t record[LENGTH_LIMIT];
 };
 
-bool refuse(unsigned line, const char* reason) {
+bool refuse_line(unsigned line, const char* reason) {
   blame_line(line, reason);
   return false;
 }
 
-// The value behind the keyword and one separator, most significant byte first; what is too large
+bool refuse_block(unsigned long offset, const char* reason) {
+  std::printf("offset %lu: %s\n", offset, reason);
+  return false;
+}
+
+// Appends a record as the file gave it. Null, or the reason why the file cannot be loaded.
+const char* append_from_file(sdr_repository* repository, std::span<const uint8_t> record) {
+  if (record.size() != SDR_HEADER_SIZE + size_t{record[SDR_LENGTH_BYTE]}) {
+    return "the record's fifth byte is not the number of bytes after it";
+  }
+  if (repository->record_count >= COUNT_LIMIT) return "more than 65535 records";
+  const sdr_entry* entry = append_record(repository, record);
+  if (entry == nullptr) return "out of memory";
+  if (!entry->sdr_data) set_err_message("psdr_entry.sdr_data error");
+  return nullptr;
+}
+
+// The value after the keyword and one separator, most significant byte first; what is too large
 // for a length stays too large.
 unsigned length_value(const char* text) {
   if (std::strlen(text) < sizeof LENGTH) return 0;
   uint8_t content[CONTENT_SIZE];
-  const unsigned bytes = get_content(text + sizeof LENGTH, content);
+  const auto bytes = std::span(content).first(get_content(text + sizeof LENGTH, content));
   unsigned value = 0;
-  for (unsigned i = 0; i < bytes; i++) value = std::min(value, LENGTH_LIMIT + 1) << 8 | content[i];
+  for (const uint8_t byte : bytes) value = std::min(value, LENGTH_LIMIT + 1) << 8 | byte;
   return value;
 }
 
-bool begin_record(Reader* reader, const char* text) {
+bool begin_record(Text_reader* reader, const char* text) {
   reader->length = length_value(text);
   if (reader->length < SDR_HEADER_SIZE)
-    return refuse(reader->lines.number, "record length under 05");
-  if (reader->length > LENGTH_LIMIT) return refuse(reader->lines.number, "record length over FF");
-  std::memset(reader->record, 0, sizeof reader->record);
+    return refuse_line(reader->lines.number, "record length under 05");
+  if (reader->length > LENGTH_LIMIT)
+    return refuse_line(reader->lines.number, "record length over FF");
+  reader->record.fill(0);
   reader->count = 0;
   reader->culprit = reader->lines.number;
   reader->state = IN_DATA;
   return true;
 }
 
-bool end_record(Reader* reader, State next) {
-  const char* reason = load_record(reader->repository, reader->record, reader->length);
+bool end_record(Text_reader* reader, State next) {
+  const auto record = std::span(reader->record).first(reader->length);
+  const char* reason = append_from_file(reader->repository, record);
   reader->state = next;
-  return reason == nullptr || refuse(reader->culprit, reason);
+  return reason == nullptr || refuse_line(reader->culprit, reason);
 }
 
-bool data_line(Reader* reader, const char* text) {
+bool data_line(Text_reader* reader, const char* text) {
   uint8_t content[CONTENT_SIZE];
   const unsigned given = get_content(text, content);
   const unsigned used = std::min(given, reader->length - reader->count);
-  std::memcpy(reader->record + reader->count, content, used);
+  std::ranges::copy(std::span(content).first(used),
+                    std::span(reader->record).subspan(reader->count, used).begin());
   if (reader->count <= SDR_LENGTH_BYTE) reader->culprit = reader->lines.number;
   reader->count += used;
   return reader->count < reader->length || end_record(reader, BEFORE_TYPE);
 }
 
-bool take_line(Reader* reader, const char* text) {
+bool read_text_line(Text_reader* reader, const char* text) {
   switch (reader->state) {
     case BEFORE_OPENING:
       if (start_with(text, OPENING) == 1) reader->state = BEFORE_TYPE;
@@ -95,33 +131,51 @@ bool take_line(Reader* reader, const char* text) {
   return true;
 }
 
-bool ends_in(const char* path, const char* ending) {
-  const size_t length = std::strlen(path);
-  const size_t tail = std::strlen(ending);
-  return length > tail && strcasecmp(path + length - tail, ending) == 0;
-}
-
-}  // namespace
-
 bool load_text(FILE* file, sdr_repository* repository) {
-  Reader reader = {};
+  Text_reader reader = {};
   reader.repository = repository;
   reader.lines.file = file;
   reader.lines.room = LINE_ROOM;
   while (next_line(&reader.lines)) {
     char cleaned[LINE_ROOM];
-    process_string(reader.lines.text, cleaned, sizeof cleaned);
-    if (cleaned[0] != '\0' && !take_line(&reader, cleaned)) return false;
+    process_string(reader.lines.text, cleaned);
+    if (cleaned[0] != '\0' && !read_text_line(&reader, cleaned)) return false;
   }
   // The end of the file closes what the closing line would close.
   return reader.state != IN_DATA || std::ferror(file) != 0 || end_record(&reader, BEFORE_LENGTH);
 }
 
+bool load_binary(FILE* file, sdr_repository* repository) {
+  uint8_t bytes[0x100];
+  unsigned long offset = std::fread(bytes, 1, FILE_HEADER_SIZE, file);
+  while (std::fread(bytes, 1, MARK_SIZE, file) == MARK_SIZE) {
+    const unsigned long start = offset;
+    offset += MARK_SIZE;
+    if (bytes[0] != BLOCK_MARKER || bytes[1] < SMALLEST_BLOCK) continue;
+    const auto record = std::span(bytes).first(bytes[1] - MARK_SIZE);
+    if (std::fread(record.data(), 1, record.size(), file) != record.size()) {
+      return refuse_block(start, "the block runs past the end of the file");
+    }
+    const char* reason = append_from_file(repository, record);
+    if (reason != nullptr) return refuse_block(start, reason);
+    offset += record.size();
+  }
+  return true;
+}
+
+bool is_binary(const char* path) {
+  const size_t length = std::strlen(path);
+  const size_t tail = sizeof BINARY_ENDING - 1;
+  return length > tail && strcasecmp(path + length - tail, BINARY_ENDING) == 0;
+}
+
+}  // namespace
+
 int FileToSdr(const char* path, sdr_repository* repository) {
   FILE* file = std::fopen(path, "re");
   if (file == nullptr) return 0;
   freespace(repository);
-  const bool binary = ends_in(path, BINARY_ENDING);
+  const bool binary = is_binary(path);
   const bool loaded = binary ? load_binary(file, repository) : load_text(file, repository);
   const bool sound = loaded && std::ferror(file) == 0;
   std::fclose(file);

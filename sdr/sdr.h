@@ -1,10 +1,13 @@
-// Sensor Data Records: the repository and its text form.
+// Sensor Data Records: the repository and its file forms.
 #pragma once
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 
 inline constexpr unsigned SDR_HEADER_SIZE = 5;
+inline constexpr unsigned SDR_LENGTH_BYTE = 4;  // the header byte that counts the body
 
 // One record; the first five fields are its header in wire order (IPMI v2.0 table 43-1).
 struct sdr_entry {
@@ -34,10 +37,9 @@ struct sdr_repository {
 
 // Reads the whole repository. 1, or 0 with the reason in err_message.
 int init_sdr(sdr_repository* repository);
-// Reads the record under the cursor, appends it and moves the cursor. 1, or 0 with err_message.
+// Reads the record under the cursor, appends it and moves the cursor. 1, or 0 with err_message; a
+// record of which only the beginning could be read stays, with zeros for the rest.
 int get_sdr(sdr_repository* repository);
-// Releases every entry and the name; harmless on a zeroed or released record.
-void freespace(sdr_repository* repository);
 // Erases the BMC's repository and adds every entry in order. 1, or 0 with err_message; an entry
 // without its body fails before anything is erased.
 int Write_Sdr(sdr_repository* repository);
@@ -47,3 +49,14 @@ int Write_Sdr(sdr_repository* repository);
 int FileToSdr(const char* path, sdr_repository* repository);
 // Writes the records as text. 1, or 0 when the file could not be opened or not be written whole.
 int SdrToFile(const char* path, const sdr_repository* repository);
+
+// Appends a record of which `record` holds the header at least; body bytes that it does not hold
+// are zero. Null when there is no memory for it; sdr_data is null when there is none for the body.
+sdr_entry* append_record(sdr_repository* repository, std::span<const uint8_t> record);
+// Releases every entry and the name; harmless on a zeroed or released record.
+void freespace(sdr_repository* repository);
+
+std::span<sdr_entry> entries_of(const sdr_repository& repository);
+// The bytes of a record; a body for which there was no memory is empty.
+std::array<uint8_t, SDR_HEADER_SIZE> header_of(const sdr_entry& entry);
+std::span<uint8_t> body_of(const sdr_entry& entry);

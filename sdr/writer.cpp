@@ -1,11 +1,11 @@
 // Writes Sensor Data Records as text: a byte a line, comments in one column.
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
+#include <string_view>
 
 #include "base/dump_file.h"
 #include "sdr/comments.h"
-#include "sdr/records.h"
+#include "sdr/sdr.h"
 
 namespace {
 
@@ -37,55 +37,60 @@ const Fixed_part FIXED_PARTS[] = {
     {0x12, 11, {"// Device Slave Address", "// Channel Number"}},
 };
 
-// A line under way.
-struct Line {
-  unsigned length;
-  char text[COMMENT_COLUMN + COMMENT_LIMIT + 1];
+// A line under way; what does not fit is cut.
+struct Text_line {
+  size_t length = 0;
+  std::array<char, COMMENT_COLUMN + COMMENT_LIMIT + 1> text;
 };
 
-void add(Line* line, const void* bytes, size_t count) {
-  const size_t room = sizeof line->text - line->length;
-  const size_t taken = std::min(count, room);
-  std::memcpy(line->text + line->length, bytes, taken);
-  line->length += static_cast<unsigned>(taken);
+void add(Text_line* line, std::string_view text) {
+  const auto room = std::span(line->text).subspan(line->length);
+  const std::string_view taken = text.substr(0, room.size());
+  std::ranges::copy(taken, room.begin());
+  line->length += taken.size();
 }
 
-void add_comment(Line* line, const char* comment) {
-  static const char BLANKS[] = "                                        ";
-  static_assert(sizeof BLANKS == COMMENT_COLUMN + 1);
-  if (line->length < COMMENT_COLUMN) add(line, BLANKS, COMMENT_COLUMN - line->length);
-  add(line, comment, std::strlen(comment));
+void add_comment(Text_line* line, std::string_view comment) {
+  constexpr std::string_view BLANKS = "                                        ";
+  static_assert(BLANKS.size() == COMMENT_COLUMN);
+  if (line->length < COMMENT_COLUMN) add(line, BLANKS.substr(line->length));
+  add(line, comment);
 }
 
-void put_byte(FILE* file, uint8_t byte, const char* comment) {
+void put_line(FILE* file, const Text_line& line) {
+  std::fwrite(line.text.data(), 1, line.length, file);
+}
+
+void put_byte_line(FILE* file, uint8_t byte, const char* comment) {
   static const char DIGITS[] = "0123456789ABCDEF";
   const char start[] = {' ', ' ', ' ', DIGITS[byte >> 4], DIGITS[byte & 0x0F]};
-  Line line;
-  line.length = 0;
-  add(&line, start, sizeof start);
+  Text_line line;
+  add(&line, {start, sizeof start});
   if (comment != nullptr) add_comment(&line, comment);
-  add(&line, "\n", 1);
-  std::fwrite(line.text, 1, line.length, file);
+  add(&line, "\n");
+  put_line(file, line);
 }
 
-void put_id_string(FILE* file, const uint8_t* id, unsigned length) {
-  Line line;
-  line.length = 0;
-  add(&line, "   '", 4);
-  add(&line, id, length);
-  add(&line, "'", 1);
+void put_id_string(FILE* file, std::span<const uint8_t> id) {
+  Text_line line;
+  add(&line, "   '");
+  for (const uint8_t byte : id) {
+    const char c = static_cast<char>(byte);
+    add(&line, {&c, 1});
+  }
+  add(&line, "'");
   // The last quote belongs to the comment: readers drop both.
   add_comment(&line, "// Sensor ID String'\n");
-  std::fwrite(line.text, 1, line.length, file);
+  put_line(file, line);
 }
 
-void put_header(FILE* file, const sdr_entry& entry) {
+void put_record_header(FILE* file, const sdr_entry& entry) {
   std::fprintf(file, "\n_SDR_TYPE    %02X\n", entry.record_type);
   std::fprintf(file, "_REC_LEN     %02X\n\n", entry.record_length + SDR_HEADER_SIZE);
-  const uint8_t header[SDR_HEADER_SIZE] = {entry.record_id_ls, entry.record_id_ms,
-                                           entry.sdr_version, entry.record_type,
-                                           entry.record_length};
-  for (unsigned i = 0; i < SDR_HEADER_SIZE; i++) put_byte(file, header[i], HEADER_COMMENTS[i]);
+  const auto header = header_of(entry);
+  for (unsigned i = 0; i < SDR_HEADER_SIZE; i++) {
+    put_byte_line(file, header[i], HEADER_COMMENTS[i]);
+  }
   std::fputc('\n', file);
 }
 
@@ -102,16 +107,16 @@ const char* comment_of(const Fixed_part& part, const sdr_comments& comments, uns
 }
 
 void put_body(FILE* file, const sdr_entry& entry, const sdr_comments& comments) {
-  const unsigned size = entry.sdr_data ? entry.record_length : 0;
+  const auto body = body_of(entry);
   const Fixed_part* part = fixed_part_of(entry.record_type);
-  const unsigned fixed = part != nullptr ? std::min(part->size, size) : size;
+  const size_t fixed = part != nullptr ? std::min<size_t>(part->size, body.size()) : body.size();
   for (unsigned i = 0; i < fixed; i++) {
-    const char* comment = part != nullptr ? comment_of(*part, comments, i) : nullptr;
-    put_byte(file, entry.sdr_data[i], comment);
+    put_byte_line(file, body[i], part != nullptr ? comment_of(*part, comments, i) : nullptr);
   }
-  if (size == fixed) return;
-  const unsigned length = entry.sdr_data[fixed - 1] & ID_LENGTH_MASK;
-  put_id_string(file, &entry.sdr_data[fixed], std::min(length, size - fixed));
+  if (body.size() == fixed) return;
+  const auto id = body.subspan(fixed);
+  const size_t length = body[fixed - 1] & ID_LENGTH_MASK;
+  put_id_string(file, id.first(std::min(length, id.size())));
 }
 
 }  // namespace
@@ -122,9 +127,9 @@ int SdrToFile(const char* path, const sdr_repository* repository) {
   FILE* file = dump_open(path);
   if (file == nullptr) return 0;
   std::fputs("_SDR (\n", file);
-  for (uint32_t i = 0; i < repository->record_count; i++) {
-    put_header(file, repository->psdr_entry[i]);
-    put_body(file, repository->psdr_entry[i], comments);
+  for (const sdr_entry& entry : entries_of(*repository)) {
+    put_record_header(file, entry);
+    put_body(file, entry, comments);
   }
   std::fputs("\n\n)\n", file);
   return dump_close(file, path) ? 1 : 0;

@@ -4,19 +4,17 @@
 #include <gtest/gtest.h>
 #include <filesystem>
 
+#include "platform/platform.h"
 #include "tests/harness.h"
+#include "transport/transaction.h"
 
 namespace {
 
 using sim::Bytes;
-using enum sim::FaultKind;
-using Faults = std::vector<sim::Fault>;
 
 const std::string WRITTEN = "writing SDR......\nUpdate successfully\n";
 const std::string ERASED = "28 22\n28 27 01 00 43 4C 52 AA\n28 22\n28 27 02 00 43 4C 52 00\n";
-const std::string NOT_ERASED = "writing SDR......\nClear SDR Fail\n";
-const std::string FAILED = "writing SDR......\nWrite Sdr Record ";
-// A file's first bytes and one of its blocks, in binary.
+// The first bytes of a binary file, and one of its blocks.
 const std::string HEAD(16, 'Z');
 const std::string BLOCK = "Z\x09\x01\x02\x51\xC0\x02\xAA\xBB";
 
@@ -46,40 +44,46 @@ struct Sdr : testing::Test {
     }
   }
   // What is said and sent when this is done with the file at `path`; with --open, also the reset.
-  std::string act(const char* action, const Faults& faults = {}, const char* way = "--nrst") const {
-    sim::machine().bmc.faults = faults;
+  std::string act(const char* action, const char* faults = "", const char* way = "--nrst") const {
+    sim::machine().bmc.faults = sim::faults(faults);
     const RunResult result = run({way, action, path});
     return after_identity(result.out) + after_identity(result.traffic);
   }
-  // How many of the records with these bodies are written, and what is said.
-  std::string written(const std::vector<Bytes>& bodies, const Faults& faults = {}) const {
+  // Writes records with these bodies: how many the BMC holds then, and what is said.
+  std::string written(const std::vector<Bytes>& bodies, const char* faults = "") const {
+    const std::string start = "writing SDR......\n";
     hold(bodies);
     act("--sdrdump");
     const std::string text = act("--sdr", faults);
-    return std::to_string(sdr->records.size()) + " " + text.substr(0, text.find("28 22\n"));
+    EXPECT_TRUE(text.starts_with(start)) << text;
+    const size_t said = text.find('\n', start.size()) - start.size();
+    return std::to_string(sdr->records.size()) + " held, " + text.substr(start.size(), said);
   }
   // This file is refused, and nothing is sent but the reset.
   void refuses(const char* name, const std::string& content, const std::string& reason) {
     path = file_with(name, content);
-    EXPECT_EQ(act("--sdr", {}, "--open"), reason + "load sdr file " + path_of(name) + " failed\n" +
+    EXPECT_EQ(act("--sdr", "", "--open"), reason + "load sdr file " + path_of(name) + " failed\n" +
                                               "reset BMC and wait\n18 02\nsleep 8000000\n");
   }
   // This file is written with these requests.
   void sends(const char* name, const std::string& content, const std::string& requests) {
     path = file_with(name, content);
-    EXPECT_EQ(act("--sdr", {}, "--open"), WRITTEN + "reset BMC and wait\n" + ERASED + "28 25\n" +
+    EXPECT_EQ(act("--sdr", "", "--open"), WRITTEN + "reset BMC and wait\n" + ERASED + "28 25\n" +
                                               requests + "sleep 1000000\n18 02\nsleep 8000000\n");
   }
 };
 
 TEST_F(Sdr, are_read_sixteen_bytes_at_a_time_and_no_more_than_the_bmc_claims) {
-  // The size of a body, and the last reservation, record ID, offset and count.
-  const std::pair<unsigned, const char*> cases[] = {
-      {0, "01 00 00 00 00 10\n"},  {11, "01 00 00 00 00 10\n"},  {27, "02 00 00 00 10 10\n"},
-      {28, "03 00 00 00 20 01\n"}, {245, "10 00 00 00 F0 0A\n"}, {255, "11 00 00 00 F4 10\n"}};
-  for (const auto& [size, last] : cases) {
+  // Requests: reservation (2), record ID (2), offset, count.
+  const struct {
+    unsigned body_size;
+    const char* last_request;
+  } cases[] = {{0, "28 23 01 00 00 00 00 10\n"},   {11, "28 23 01 00 00 00 00 10\n"},
+               {27, "28 23 02 00 00 00 10 10\n"},  {28, "28 23 03 00 00 00 20 01\n"},
+               {245, "28 23 10 00 00 00 F0 0A\n"}, {255, "28 23 11 00 00 00 F4 10\n"}};
+  for (const auto& [size, last_request] : cases) {
     hold({body(size)});
-    EXPECT_TRUE(act("--sdrdump").ends_with(std::string("28 22\n28 23 ") + last)) << size;
+    EXPECT_TRUE(act("--sdrdump").ends_with(std::string("28 22\n") + last_request)) << size;
     // Looked at as text: the reader refuses a length over FF.
     std::string lines = "// Record Length\n\n";
     for (const uint8_t byte : body(size)) lines += "   " + sim::hex_text({byte}) + "\n";
@@ -92,24 +96,24 @@ TEST_F(Sdr, are_read_sixteen_bytes_at_a_time_and_no_more_than_the_bmc_claims) {
       {0, "28 20\n"}, {2, "28 23 02 00 02 00 00 10\n"}, {3, third}, {0xFFFF, third}};
   for (const auto& [claimed, last] : claims) {
     sdr->claimed = claimed;
-    EXPECT_TRUE(act("--sdrdump", {}, "--open").ends_with(last)) << claimed;
+    EXPECT_TRUE(act("--sdrdump", "", "--open").ends_with(last)) << claimed;
   }
 }
 
 TEST_F(Sdr, dump_that_cannot_be_read_or_written_whole_is_no_file) {
-  const auto fails = [this](const Faults& faults, const std::string& text, const char* sent = "") {
-    EXPECT_TRUE(act("--sdrdump", faults).starts_with(text + "28 20\n" + sent)) << text;
-    EXPECT_EQ(content_of(path), "(no file)");
+  const auto fails = [this](const char* faults, const std::string& said, const char* sent = "") {
+    EXPECT_TRUE(act("--sdrdump", faults).starts_with(said + "28 20\n" + sent)) << faults;
+    EXPECT_EQ(content_of(path), "(no file)") << faults;
   };
   hold({Bytes(15), Bytes(15), Bytes(15)});
-  fails({{refuse, 0x0A, 0x20, 0, 1, 0xC0}}, "Get Sdr Repository Fail\n");
-  fails({{shorten, 0x0A, 0x20, 0, 1, 14}}, "Get Sdr Repository Fail\n");
-  fails({{shorten, 0x0A, 0x23, 2, 1, 7}}, "Get SDR Record 02 00 Fail\n");
-  fails({{shorten, 0x0A, 0x23, 2, 1, 18}}, "Get SDR Record 02 00 Fail\n");
-  fails({{refuse, 0x0A, 0x23, 3, 1, 0xFF}}, "Get SDR Record 02 00 Fail\n");
-  fails({{shorten, 0x0A, 0x23, 3, 1, 6}}, "Get SDR Record 02 00 Fail\n");
+  fails("refuse cmd=20 value=C0", "Get Sdr Repository Fail\n");
+  fails("shorten cmd=20 value=E", "Get Sdr Repository Fail\n");
+  fails("shorten cmd=23 skip=2 value=7", "Get SDR Record 02 00 Fail\n");
+  fails("shorten cmd=23 skip=2 value=12", "Get SDR Record 02 00 Fail\n");
+  fails("refuse cmd=23 skip=3 value=FF", "Get SDR Record 02 00 Fail\n");
+  fails("shorten cmd=23 skip=3 value=6", "Get SDR Record 02 00 Fail\n");
   // The second part of a record needs a reservation.
-  fails({{refuse, 0x0A, 0x22, 0, 0, 0xC1}}, "Get SDR Record 00 00 Fail\n",
+  fails("refuse cmd=22 times=0 value=C1", "Get SDR Record 00 00 Fail\n",
         "28 22\n28 23 00 00 00 00 00 10\n28 22\n28 23 00 00 00 00 10 0");
   for (const std::string& file : {std::string("/dev/full"), path_of("")}) {
     path = file;
@@ -117,16 +121,34 @@ TEST_F(Sdr, dump_that_cannot_be_read_or_written_whole_is_no_file) {
   }
 }
 
+TEST_F(Sdr, that_were_read_stay_when_the_next_cannot_be_read_and_what_came_of_it_too) {
+  hold({body(20), body(20), body(20)});
+  sim::machine().bmc.faults = sim::faults("refuse cmd=23 skip=3 value=C0");
+  openIpmiFlag = 1;
+  driverHandle = platform::device_open("/dev/ipmi0");
+  sdr_repository repository{};
+  EXPECT_EQ(init_sdr(&repository), 0);
+  openIpmiFlag = 0;
+  const auto entries = entries_of(repository);
+  ASSERT_EQ(entries.size(), 2U);
+  Bytes begun = body(20);
+  std::fill(begun.begin() + 16 - SDR_HEADER_SIZE, begun.end(), uint8_t{0});
+  EXPECT_TRUE(std::ranges::equal(body_of(entries[0]), body(20)));
+  EXPECT_TRUE(std::ranges::equal(body_of(entries[1]), begun));
+  EXPECT_EQ(entries[1].record_id_ls, 2);
+  freespace(&repository);
+}
+
 TEST_F(Sdr, are_not_added_unless_the_erase_completes) {
-  EXPECT_EQ(written({{1}}, {{refuse, 0x0A, 0x27, 0, 1, 0xC5}}), "1 " + NOT_ERASED);
-  EXPECT_EQ(written({{1}}, {{refuse, 0x0A, 0x27, 1, 1, 0xC5}}), "0 " + NOT_ERASED);
-  EXPECT_EQ(written({{1}}, {{shorten, 0x0A, 0x27, 1, 1, 1}}), "0 " + NOT_ERASED);
-  EXPECT_EQ(written({{1}}, {{answer, 0x0A, 0x27, 1, 1, 0, {0, 2}}}), "0 " + NOT_ERASED);
+  EXPECT_EQ(written({{1}}, "refuse cmd=27 value=C5"), "1 held, Clear SDR Fail");
+  EXPECT_EQ(written({{1}}, "refuse cmd=27 skip=1 value=C5"), "0 held, Clear SDR Fail");
+  EXPECT_EQ(written({{1}}, "shorten cmd=27 skip=1 value=1"), "0 held, Clear SDR Fail");
+  EXPECT_EQ(written({{1}}, "answer cmd=27 skip=1 bytes=0002"), "0 held, Clear SDR Fail");
   sdr->erase_polls = 4;
-  EXPECT_EQ(written({{1}}), "1 " + WRITTEN);
+  EXPECT_EQ(written({{1}}), "1 held, Update successfully");
   sdr->erase_polls = 5;
   const std::string poll = "sleep 100000\n28 22\n28 27 0";
-  std::string polls = NOT_ERASED + ERASED;
+  std::string polls = "writing SDR......\nClear SDR Fail\n" + ERASED;
   for (const char id : {'3', '4', '5', '6'}) polls += poll + id + " 00 43 4C 52 00\n";
   EXPECT_EQ(act("--sdr"), polls + "sleep 1000000\n");
 }
@@ -135,11 +157,11 @@ TEST_F(Sdr, failure_ends_the_writing_of_whole_records_but_not_of_parts) {
   // Entries have the IDs 1 to 3; the BMC gives 0102 to 0104. The empty Partial Add counts too.
   const std::vector<Bytes> three(3, Bytes(20));
   sdr->first_id = 0x0102;
-  EXPECT_EQ(written(three, {{refuse, 0x0A, 0x25, 3, 1, 0xC4}}), "2 " + FAILED + "00 00 fail\n");
-  EXPECT_EQ(written(three, {{refuse, 0x0A, 0x25, 4, 1, 0xC4}}), "2 " + FAILED + "03 01 fail\n");
-  EXPECT_EQ(written(three, {{shorten, 0x0A, 0x25, 3, 1, 2}}), "2 " + FAILED + "00 00 fail\n");
+  EXPECT_EQ(written(three, "refuse cmd=25 skip=3 value=C4"), "2 held, Write Sdr Record 00 00 fail");
+  EXPECT_EQ(written(three, "refuse cmd=25 skip=4 value=C4"), "2 held, Write Sdr Record 03 01 fail");
+  EXPECT_EQ(written(three, "shorten cmd=25 skip=3 value=2"), "2 held, Write Sdr Record 00 00 fail");
   // A BMC that takes the empty Partial Add has the command, too.
-  EXPECT_EQ(written({Bytes(250)}, {{answer, 0x0A, 0x25, 0, 1, 0, {0}}}), "1 " + WRITTEN);
+  EXPECT_EQ(written({Bytes(250)}, "answer cmd=25 bytes=00"), "1 held, Update successfully");
   // All that is sent for two records.
   hold({Bytes(11, 0xAA), Bytes(27, 0xCC)});
   act("--sdrdump");
@@ -148,10 +170,10 @@ TEST_F(Sdr, failure_ends_the_writing_of_whole_records_but_not_of_parts) {
         "28 22\n28 25 04 00 00 00 00 00 02 00 51 C0 1B CC CC CC CC CC CC CC CC CC CC CC\n"
         "28 25 04 00 03 01 10 01 CC CC CC CC CC CC CC CC CC CC CC CC CC CC CC CC\n");
   sdr->partial_add = false;
-  EXPECT_EQ(written(three, {{refuse, 0x0A, 0x24, 1, 1, 0xC4}}), "1 " + FAILED + "02 00 fail\n");
+  EXPECT_EQ(written(three, "refuse cmd=24 skip=1 value=C4"), "1 held, Write Sdr Record 02 00 fail");
   // The KCS driver ends the process when a request is too long for it.
-  EXPECT_EQ(written({Bytes(123)}), "1 " + WRITTEN);
-  EXPECT_EQ(written({Bytes(124)}), "0 " + FAILED + "01 00 fail\n");
+  EXPECT_EQ(written({Bytes(123)}), "1 held, Update successfully");
+  EXPECT_EQ(written({Bytes(124)}), "0 held, Write Sdr Record 01 00 fail");
 }
 
 TEST_F(Sdr, of_every_type_survive_the_way_through_text_and_the_bmc) {
@@ -164,13 +186,13 @@ TEST_F(Sdr, of_every_type_survive_the_way_through_text_and_the_bmc) {
       sdr->partial_add = partial;
       act("--sdrdump");
       // Long ones do not fit into a whole request of the KCS driver.
-      EXPECT_TRUE(act("--sdr", {}, "--open").starts_with(WRITTEN + "reset BMC"));
+      EXPECT_TRUE(act("--sdr", "", "--open").starts_with(WRITTEN + "reset BMC"));
       EXPECT_EQ(sdr->records, before) << "type " << int{type};
     }
   }
 }
 
-TEST_F(Sdr, are_written_as_people_spell_them_and_cost_no_repository_when_wrong) {
+TEST_F(Sdr, file_that_is_wrong_is_refused_with_its_place_and_costs_no_repository) {
   const std::string start = "_SDR (\n_SDR_TYPE 01\n_REC_LEN";
   const std::string fifth = ": the record's fifth byte is not the number of bytes after it\n";
   std::string many = "_SDR (\n";
@@ -187,9 +209,11 @@ TEST_F(Sdr, are_written_as_people_spell_them_and_cost_no_repository_when_wrong) 
   refuses("a.dat", HEAD + "Z\x09\x01\x02\x51\xC0\x03\xAA\xBB", "offset 16" + fifth);
   refuses(".", "", "");
   refuses("absent/a", "", "");
-  // What people write, though, and binary blocks two bytes apart.
+}
+
+TEST_F(Sdr, are_written_as_people_spell_them_and_from_binary_blocks_two_bytes_apart) {
   const std::string other = "_REC_LEN 06\n02 00 51 C0 01 CC\n";
-  const std::string begun = start + " 00 07\n01 02 51 C0 02";
+  const std::string begun = "_SDR (\n_SDR_TYPE 01\n_REC_LEN 00 07\n01 02 51 C0 02";
   const std::string one = "28 24 01 02 51 C0 02 AA BB\n";
   const std::string filled = "28 24 01 02 51 C0 02 AA 00\n28 24 02 00 51 C0 01 CC\n";
   sdr->partial_add = false;

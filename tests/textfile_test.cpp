@@ -2,19 +2,21 @@
 #include <gtest/gtest.h>
 
 #include "tests/harness.h"
+#include "textfile/lines.h"
 #include "textfile/tokenizer.h"
 
 namespace {
 
 std::string cleaned(const char* line, size_t room = CONTENT_SIZE) {
   char text[CONTENT_SIZE];
-  process_string(line, text, room);
+  process_string(line, std::span(text).first(room));
   return text;
 }
 
 std::string content(const std::string& text) {
-  sim::Bytes out(CONTENT_SIZE, 0xEE);
-  const unsigned count = get_content(text.c_str(), out.data());
+  std::array<uint8_t, CONTENT_SIZE> out;
+  out.fill(0xEE);
+  const unsigned count = get_content(text.c_str(), out);
   EXPECT_EQ(sim::Bytes(out.begin() + count, out.end()), sim::Bytes(CONTENT_SIZE - count)) << text;
   return sim::hex_text(sim::Bytes(out.begin(), out.begin() + count));
 }
@@ -42,6 +44,71 @@ TEST(Line, gives_bytes_from_digits_and_quoted_text_as_far_as_there_is_room) {
   const std::string full = sim::hex_text(sim::Bytes(CONTENT_SIZE, 0x77));
   EXPECT_EQ(content(std::string(2 * CONTENT_SIZE + 7, '7')), full);
   EXPECT_EQ(content("'" + std::string(CONTENT_SIZE + 7, 'w')), full);
+}
+
+// For each column around the ends of both buffers, from 1: a line with `data`, and this comment in
+// that column.
+std::string lines_with(const std::string& data, const std::string& comment) {
+  std::string text;
+  for (size_t column = 248; column <= 1030; column = column == 262 ? 1015 : column + 1) {
+    text += data + std::string(column - 1 - data.size(), ' ') + comment + "\n";
+  }
+  return text;
+}
+
+TEST(Line, says_to_each_reader_what_it_says_without_its_comment_whatever_column_that_begins_in) {
+  const struct {
+    const char* option;
+    const char* before;
+    const char* data;
+    const char* after;
+    const char* success;
+  } readers[] = {
+      {"--cfg", "", "20 18 01", "", "send: 20 18 01 \n"},
+      // 31 bytes, and one more that another byte would displace.
+      {"--sdr", "_SDR\n_SDR_TYPE\n_REC_LEN 25\n01 00 51 C0 20\n", "AA", "BB\n", "successfully"},
+      {"--fru", "_FRU_TITLE 'x'\n_DEV_ID 00\n_SEE_INTERNAL\n01\n", "AA", "", "successfully"}};
+  std::string requests;
+  while (requests.size() < 3 * LINE_ROOM) requests += " 20 18 02";
+  for (const auto& [option, before, data, after, success] : readers) {
+    std::string expected;  // first of all without a comment
+    for (const std::string comment : {"", "//", "///", "#"}) {
+      for (const std::string& text : {std::string(), std::string("A"), requests}) {
+        if (comment.empty() && !text.empty()) continue;
+        sim::reset(sim::Kind::card);
+        const std::string file = before + lines_with(data, comment + text) + after;
+        const RunResult result = run({"--nrst", option, file_with("commented", file)});
+        if (comment.empty()) expected = result.out + result.traffic;
+        EXPECT_NE(expected.find(success), std::string::npos) << expected;
+        EXPECT_EQ(result.out + result.traffic, expected) << option << comment << text;
+      }
+    }
+  }
+}
+
+// The bytes of each line of this file, as a reader with this room sees it.
+std::string bytes_of(const std::string& text, int room) {
+  Lines lines = {};
+  lines.file = std::fopen(file_with("lines", text).c_str(), "re");
+  lines.room = room;
+  std::string bytes;
+  while (next_line(&lines)) bytes += content(cleaned(lines.text)) + "\n";
+  std::fclose(lines.file);
+  return bytes;
+}
+
+TEST(Line, may_end_the_file_in_a_number_sign_or_a_slash_that_begins_no_comment) {
+  for (const int room : {256, LINE_ROOM}) {
+    for (int column = room - 8; column <= room + 6; column++) {
+      const std::string data = "20 18 01" + std::string(static_cast<size_t>(column) - 9, ' ');
+      // One character alone in a piece of a long line is nothing.
+      const std::string rest = column < room ? "\n" : "\n\n";
+      EXPECT_EQ(bytes_of(data + "#", room), "20 18 01" + rest) << column;
+      // A slash is a digit without a value.
+      EXPECT_EQ(bytes_of(data + "/", room), (column < room ? "20 18 01 01" : "20 18 01") + rest)
+          << column;
+    }
+  }
 }
 
 // What a script says, and what reaches the BMC.
@@ -72,7 +139,7 @@ TEST(Script, reaches_another_controller_on_the_ports_and_the_bmc_itself_through_
   sim::machine().bmc.targets[0x2C].users[1].name = "Far";
   const std::string path = file_with("script.cfg", "20 28 40\n2C 18 46 02\n");
   EXPECT_NE(scripted(path).find("\nrecv: 2C 1E 46 00 46 61 72 00 "), std::string::npos);
-  sim::machine().bmc.faults = {{.kind = sim::FaultKind::silent, .command = 0x40}};
+  sim::machine().bmc.faults = sim::faults("silent cmd=40");
   EXPECT_EQ(scripted(path, "--open"),
             "send: 20 28 40 \nError no data available\nrecv: \n\n"
             "send: 2C 18 46 02 \nrecv: 20 1C 46 00 4F 70 65 72 61 74 6F 72 00 00 00 00 00 00 00 00 "

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <span>
 
 #include "textfile/lines.h"
 #include "textfile/tokenizer.h"
@@ -12,15 +13,15 @@ namespace {
 
 constexpr unsigned SMALLEST_REQUEST = 3;  // address, NetFn/LUN, command
 
-void show_bytes(const char* label, const uint8_t* bytes, unsigned count) {
+void show_bytes(const char* label, std::span<const uint8_t> bytes) {
   std::printf("%s: ", label);
-  for (unsigned i = 0; i < count; i++) std::printf("%02X ", bytes[i]);
+  for (const uint8_t byte : bytes) std::printf("%02X ", byte);
   std::putchar('\n');
 }
 
 void run_line(const char* line, unsigned number) {
   char cleaned[LINE_ROOM];
-  process_string(line, cleaned, sizeof cleaned);
+  process_string(line, cleaned);
   uint8_t request[CONTENT_SIZE];
   const unsigned length = get_content(cleaned, request);
   if (length == 0) return;
@@ -29,10 +30,10 @@ void run_line(const char* line, unsigned number) {
                 length);
     return;
   }
-  show_bytes("send", request, length);
+  show_bytes("send", std::span(request).first(length));
   Response response;
   exchange(request, length, &response);
-  show_bytes("recv", response.bytes, response.length);
+  show_bytes("recv", std::span(response.bytes).first(response.length));
   std::putchar('\n');
 }
 

@@ -9,14 +9,6 @@ bool has_comment(const char* text) {
   return std::strchr(text, '#') != nullptr || std::strstr(text, "//") != nullptr;
 }
 
-// Reads to the end of the line. False when the file ends here.
-bool drop_rest(FILE* file) {
-  int c = std::getc(file);
-  const bool more = c != EOF;
-  while (c != EOF && c != '\n') c = std::getc(file);
-  return more;
-}
-
 }  // namespace
 
 bool next_line(Lines* lines) {
@@ -28,14 +20,16 @@ bool next_line(Lines* lines) {
   if (std::fgets(lines->text, lines->room, lines->file) == nullptr) return false;
   if (!continued) lines->number++;
   if (end != '\0' || last == '\n') return true;
-  if (has_comment(lines->text)) {
-    // With something after it a number sign begins a comment, but the tokenizer cannot see that.
-    if (drop_rest(lines->file) && last == '#') last = '\0';
+  int next = std::getc(lines->file);
+  const bool seen = has_comment(lines->text);
+  // With the character after it the last one may begin a comment, which the tokenizer cannot see.
+  const bool begins = next != EOF && (last == '#' || (!seen && last == '/' && next == '/'));
+  if (begins) last = '\0';
+  if (begins || seen) {
+    while (next != EOF && next != '\n') next = std::getc(lines->file);
     return true;
   }
-  lines->cut = true;
-  // The next character may make a comment of a slash: the two are read together.
-  if (last == '/' && std::ungetc(last, lines->file) == '/') last = '\0';
+  lines->cut = next != EOF && std::ungetc(next, lines->file) == next;
   return true;
 }
 

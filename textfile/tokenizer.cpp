@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 
 namespace {
 
@@ -17,11 +18,11 @@ bool is_blank(char c) {
 
 // Where the comment of `line` begins, or its length when it has none. The last character of a line
 // begins none.
-std::size_t find_comment(const char* line, std::size_t length) {
-  for (std::size_t i = 0; i + 1 < length; i++) {
+std::size_t find_comment(std::string_view line) {
+  for (std::size_t i = 0; i + 1 < line.size(); i++) {
     if (line[i] == '#' || (line[i] == '/' && line[i + 1] == '/')) return i;
   }
-  return length;
+  return line.size();
 }
 
 bool is_skipped(char c) {
@@ -38,19 +39,19 @@ int digit_value(char c) {
 
 }  // namespace
 
-void process_string(const char* line, char* cleaned, std::size_t size) {
-  if (size == 0) return;
+void process_string(const char* line, std::span<char> cleaned) {
+  if (cleaned.empty()) return;
   cleaned[0] = '\0';
-  const std::size_t length = std::strlen(line);
+  const std::string_view text = line;
   std::size_t start = 0;
-  while (is_blank(line[start])) start++;
-  std::size_t past = find_comment(line, length);
-  while (past > start && is_blank(line[past - 1])) past--;
+  while (start < text.size() && is_blank(text[start])) start++;
+  std::size_t past = find_comment(text);
+  while (past > start && is_blank(text[past - 1])) past--;
   // A single character is nothing: as a rule it is the line end.
   if (past < start + 2) return;
-  const std::size_t count = std::min(past - start, size - 1);
-  std::memcpy(cleaned, line + start, count);
-  cleaned[count] = '\0';
+  const std::string_view kept = text.substr(start, std::min(past - start, cleaned.size() - 1));
+  std::ranges::copy(kept, cleaned.begin());
+  cleaned[kept.size()] = '\0';
 }
 
 int start_with(const char* text, const char* keyword) {
@@ -58,8 +59,8 @@ int start_with(const char* text, const char* keyword) {
   return strncasecmp(text, keyword, std::strlen(keyword)) == 0 ? 1 : 0;
 }
 
-unsigned get_content(const char* text, uint8_t* out) {
-  std::memset(out, 0, CONTENT_SIZE);
+unsigned get_content(const char* text, std::span<uint8_t, CONTENT_SIZE> out) {
+  std::ranges::fill(out, uint8_t{0});
   unsigned count = 0;
   uint8_t accumulator = 0;
   bool second = false;  // the next digit completes a pair

@@ -3,17 +3,18 @@
 #pragma once
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 inline constexpr unsigned CONTENT_SIZE = 1024;
 
 // Writes `line` without leading blanks, comment ("//" or "#" to the end of the line, quoted or not)
-// and blanks before it into `cleaned`, which has `size` bytes; what does not fit is cut. A line
-// that carries nothing gives the empty text.
-void process_string(const char* line, char* cleaned, std::size_t size);
+// and blanks before it into `cleaned`; what does not fit is cut. A line that carries nothing gives
+// the empty text.
+void process_string(const char* line, std::span<char> cleaned);
 
 // 1 when `text` begins with `keyword`, whatever the case of its letters; else 0.
 int start_with(const char* text, const char* keyword);
 
-// Converts pairs of hexadecimal digits and quoted text into bytes. `out` holds CONTENT_SIZE bytes
-// and is cleared first; returns how many were stored, at most CONTENT_SIZE.
-unsigned get_content(const char* text, uint8_t* out);
+// Converts pairs of hexadecimal digits and quoted text into bytes. `out` is cleared first; returns
+// how many were stored, at most CONTENT_SIZE.
+unsigned get_content(const char* text, std::span<uint8_t, CONTENT_SIZE> out);
