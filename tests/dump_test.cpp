@@ -1,12 +1,9 @@
 // What a dump leaves behind, and what a terminal and a log show of a run.
 #include "base/dump_file.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 
 #include "tests/harness.h"
@@ -15,23 +12,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using sim::machine;
-using enum sim::FaultKind;
-
-// What a run says on standard error, which is a terminal.
-std::string on_terminal(const std::vector<std::string>& words) {
-  const int master = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK);
-  EXPECT_TRUE(grantpt(master) == 0 && unlockpt(master) == 0);
-  const int terminal = open(ptsname(master), O_RDWR | O_NOCTTY);
-  const int before = dup(STDERR_FILENO);
-  dup2(terminal, STDERR_FILENO);
-  run(words);
-  dup2(before, STDERR_FILENO);
-  std::string shown(4096, '\0');
-  const ssize_t count = read(master, shown.data(), shown.size());
-  shown.resize(count > 0 ? static_cast<size_t>(count) : 0);
-  for (const int handle : {master, terminal, before}) close(handle);
-  return shown;
-}
 
 TEST(Dump, is_new_and_for_its_owner_only_where_the_mask_hides_nothing) {
   sim::reset(sim::Kind::card);
@@ -62,22 +42,16 @@ TEST(Dump, that_fails_removes_its_file_but_no_link_and_no_other_file) {
 TEST(Terminal, shows_the_progress_line_and_erases_it_before_a_message_of_the_transport) {
   sim::reset(sim::Kind::card);
   const std::vector<std::string> dump = {"--seldump", path_of("log")};
-  EXPECT_EQ(on_terminal(dump), "\033[KSEL 1/3\r\033[KSEL 2/3\r\033[KSEL 3/3\r\033[K");
-  EXPECT_EQ(on_terminal({"--debug", dump[0], dump[1]}), "") << "requests are traced there";
-  machine().bmc.faults = {{write_error, 0x0A, 0x43, 1, 0, 1}};
-  EXPECT_EQ(on_terminal(dump), "\033[KSEL 1/3\r\033[K");
-}
-
-TEST(Terminal, is_needed_for_the_progress_line) {
-  sim::reset(sim::Kind::card);
-  testing::internal::CaptureStderr();
-  run({"--seldump", path_of("log")});
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_EQ(run(dump, true).err, "\033[KSEL 1/3\r\033[KSEL 2/3\r\033[KSEL 3/3\r\033[K");
+  EXPECT_EQ(run(dump).err, "") << "this is no terminal";
+  EXPECT_EQ(run({"--debug", dump[0], dump[1]}, true).err, "") << "requests are traced there";
+  machine().bmc.faults = sim::faults("write_error netfn=0a cmd=43 skip=1 times=0 value=1");
+  EXPECT_EQ(run(dump, true).err, "\033[KSEL 1/3\r\033[K");
 }
 
 TEST(Log, shows_how_far_a_run_came_that_was_cut_off) {
   sim::reset(sim::Kind::card);
-  machine().bmc.faults = {{power_cut, 0x0A, 0x40}};
+  machine().bmc.faults = sim::faults("power_cut netfn=0a cmd=40");
   const RunResult result = run({"--seldump", "log"});
   EXPECT_EQ(result.status, 137);
   EXPECT_EQ(after_identity(result.out), "Dumping SEL to file log\n");
