@@ -11,6 +11,7 @@ qarn_check(format clang-format scripts/check-format)
 qarn_check(tidy clang-tidy scripts/check-tidy ${CMAKE_BINARY_DIR})
 qarn_check(includes python3 scripts/check-includes)
 qarn_check(includes_self_check python3 scripts/check-includes --self-check)
+qarn_check(mutations python3 scripts/mutate --check)
 qarn_check(manual mandoc mandoc -Tlint -W warning doc/qarn.8)
 qarn_check(documented python3 scripts/check-documented)
 qarn_check(cppcheck cppcheck cppcheck --std=c++20 --enable=warning,performance,portability

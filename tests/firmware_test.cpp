@@ -1,7 +1,12 @@
 // Updates, saves and verifications on the simulated card, sound and with faults.
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
 
 #include "tests/firmware_support.h"
+#include "transport/bmc.h"
 
 namespace {
 
@@ -148,6 +153,30 @@ TEST(Actions, say_what_differs_and_what_stopped_them) {
   expect({{answer, 8, 4, 2, 1, 0, {1}}}, "-u", RAW, ".write data error at 1234567A\n", "1444");
   expect({{shorten, 8, 4, 4}}, "-u", RAW, ".Cannot write data at 1234567C\n", FIRST + "4");
   expect({{answer, 8, 5, 0, 1, 0, {0, 2}}}, "-u", RAW, ".Write Error\n", FIRST);
+}
+
+// The file cannot be read any more once a portion of it has been: its handle becomes a folder's.
+int lose_the_image(const char* format, ...) {
+  if (std::string(format) != ".") return std::printf("%s", format);
+  const int folder = open(".", O_RDONLY | O_DIRECTORY);
+  dup2(folder, fileno(fp));
+  close(folder);
+  return 0;
+}
+
+TEST(Update, ends_when_the_image_becomes_unreadable) {
+  for (const std::string name : {"fw.bin", "fw.mot"}) {
+    const std::string image = name == "fw.bin" ? noise(8192) : srecords(0, noise(8192));
+    serve_card({0, 8192, 0, 64, 64, std::string(8192, '.')});
+    std::strcpy(flashfilename, file_with(name, image).c_str());
+    EXPECT_EQ(Init_Interface("KCS", 0xCAC, 0xCA8, 0), 0);
+    console_of(enter_downloader);
+    flashprintf = lose_the_image;
+    EXPECT_EQ(console_of([] { EXPECT_EQ(program_firmware(), 0); }),
+              "Flashing now\ncannot use the image: it cannot be read any more\n");
+    flashprintf = std::printf;
+    EXPECT_EQ(held(), noise(4096) + std::string(4096, '.')) << name;
+  }
 }
 
 // Requests of an update: 0 enter, 1 information, 2 to 5 chunks, 6 their end, 7 to 11 the same.

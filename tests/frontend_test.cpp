@@ -1,12 +1,15 @@
 // Whole commands: what is refused, which way leads to the BMC, identity, users and raw requests.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <iterator>
 #include <set>
 #include <sstream>
 
 #include "tests/harness.h"
 #include "transport/kcs_intf.h"
+
+int qarn_main(int argc, char** argv);
 
 namespace {
 
@@ -128,6 +131,13 @@ TEST_F(Frontend, the_bmc_is_found_on_each_port_pair_and_device_and_traced) {
     machine().devices = {path};
     EXPECT_EQ(qarn("-b -o"), BANNER + "send with openipmi:20 18 01 \n" + end) << path;
   }
+}
+
+TEST_F(Frontend, the_kernel_device_is_closed_at_the_end) {
+  char words[][7] = {"qarn", "--open"};
+  char* arguments[] = {words[0], words[1], nullptr};
+  const auto leaves_open = [&] { return qarn_main(2, arguments) + machine().device_is_open; };
+  EXPECT_EXIT(std::_Exit(leaves_open()), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(Frontend, without_a_way_to_the_bmc_the_status_is_255) {

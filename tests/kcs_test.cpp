@@ -16,6 +16,8 @@ using sim::machine;
 constexpr uint16_t COMMAND = 0xCAC;
 constexpr uint16_t DATA = 0xCA8;
 
+const KCS_wait_bounds SHIPPED = KCS_bounds;
+
 std::string times(unsigned count, const std::string& text) {
   return count == 0 ? "" : text + times(count - 1, text);
 }
@@ -102,6 +104,15 @@ TEST_F(Kcs, a_wait_that_runs_out_pauses_after_each_pass_and_pokes_the_bmc) {
   const std::string poke = "poke 80\nsleep 100000\n";
   EXPECT_EQ(sim::transcript(), "18 01\nsleep 50\nsleep 50\n18 01\n" + waited + poke + waited +
                                    times(3, poke + times(200, "sleep 10000\n")));
+}
+
+TEST_F(Kcs, a_wait_lasts_ten_seconds_beside_its_polls) {
+  KCS_bounds = {1, SHIPPED.passes};
+  machine().bmc.faults = {{.kind = silent}};
+  EXPECT_EQ(send({0x18, 0x01}), KCS_TIMEOUT);
+  const std::string log = sim::transcript();
+  const std::string pause = "sleep 50\n";
+  EXPECT_EQ((log.find("poke") - log.find(pause)) / pause.size() * 50, 10'000'000U);
 }
 
 TEST_F(Kcs, an_abort_ends_with_a_wait_that_fails_or_after_five_attempts) {

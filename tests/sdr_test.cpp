@@ -198,6 +198,7 @@ TEST_F(Sdr, file_that_is_wrong_is_refused_with_its_place_and_costs_no_repository
   std::string many = "_SDR (\n";
   for (unsigned i = 0; i < 65536; i++) many += "_SDR_TYPE\n_REC_LEN 05\n01 00 51 C0 00\n";
   refuses("a", start + " 06\n01 00 51\n\nC0 02 AA\n)\n", "line 6" + fifth);
+  refuses("a", start + " 06\n01\n00\n51\nC0\n02\nAA\n)\n", "line 8" + fifth);
   refuses("a", start + " 06\n01 00\n_SDR_TYPE 01\n", "line 4" + fifth);
   refuses("a", start + " 06", "line 3" + fifth);
   refuses("a", start + " 04\n", "line 3: record length under 05\n");
