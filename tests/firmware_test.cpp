@@ -168,7 +168,8 @@ TEST(Update, ends_when_the_image_becomes_unreadable) {
   for (const std::string name : {"fw.bin", "fw.mot"}) {
     const std::string image = name == "fw.bin" ? noise(8192) : srecords(0, noise(8192));
     serve_card({0, 8192, 0, 64, 64, std::string(8192, '.')});
-    std::strcpy(flashfilename, file_with(name, image).c_str());
+    const std::string path = file_with(name, image);
+    flashfilename = path.c_str();
     EXPECT_EQ(Init_Interface("KCS", 0xCAC, 0xCA8, 0), 0);
     console_of(enter_downloader);
     flashprintf = lose_the_image;

@@ -108,7 +108,7 @@ TEST_F(Kcs, a_wait_that_runs_out_pauses_after_each_pass_and_pokes_the_bmc) {
 
 TEST_F(Kcs, a_wait_lasts_ten_seconds_beside_its_polls) {
   KCS_bounds = {1, SHIPPED.passes};
-  machine().bmc.faults = {{.kind = silent}};
+  machine().bmc.faults = sim::faults("silent");
   EXPECT_EQ(send({0x18, 0x01}), KCS_TIMEOUT);
   const std::string log = sim::transcript();
   const std::string pause = "sleep 50\n";
