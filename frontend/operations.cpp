@@ -1,6 +1,8 @@
 // Small operations on the BMC itself.
 #include "frontend/operations.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -30,6 +32,12 @@ constexpr unsigned DEVICE_ID_SIZE = 11;
 
 char digit(unsigned value) {
   return "0123456789ABCDEF"[value & 0x0F];
+}
+
+// What a terminal would obey instead of showing it; a NUL ends the name.
+bool is_control(char c) {
+  const uint8_t byte = static_cast<uint8_t>(c);
+  return (byte > 0 && byte < 0x20) || (byte >= 0x7F && byte < 0xA0);
 }
 
 }  // namespace
@@ -62,6 +70,7 @@ void DispalyUsersName() {
     char name[USER_NAME_SIZE + 1] = {};
     // A short response is shown as far as it goes.
     std::memcpy(name, answer.data(), std::min<size_t>(answer.size(), USER_NAME_SIZE));
+    if (isatty(STDOUT_FILENO) != 0) std::ranges::replace_if(name, is_control, '?');
     std::printf("User ID %d\t:\t\t%s\n", static_cast<int>(user), name[0] != 0 ? name : "NULL");
   }
 }
@@ -72,7 +81,9 @@ int SetUserPwd(int index, const char* password) {
                                         static_cast<uint8_t>((index + 1) & 0x3F), SET_PASSWORD};
   std::memcpy(request + 5, password, PASSWORD_SIZE);
   Response response;
-  return exchange(request, &response) ? 1 : 0;
+  const bool accepted = exchange(request, &response);
+  explicit_bzero(request, sizeof request);
+  return accepted ? 1 : 0;
 }
 
 void resetBMC() {

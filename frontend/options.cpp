@@ -4,6 +4,7 @@
 #include <arpa/inet.h>
 #include <getopt.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
@@ -98,15 +99,16 @@ int drop_fru_update(const Given&, Options* options) {
 int take_password(const Given& given, Options* options) {
   const unsigned slot = static_cast<unsigned>(given.letter - '0');
   const size_t length = given.value != nullptr ? std::strlen(given.value) : 0;
-  if (length > PASSWORD_LIMIT) {
-    std::puts("the password mustn't more than 16 bytes");
-    return REFUSED;
-  }
   char* password = options->password[slot];
   std::memset(password, 0, sizeof options->password[slot]);
-  if (length > 0) std::memcpy(password, given.value, length);
+  if (length > 0) std::memcpy(password, given.value, std::min<size_t>(length, PASSWORD_LIMIT));
+  // Other users see the arguments of a process.
+  if (length > 0) explicit_bzero(optarg, length);
   options->set_password[slot] = 1;
-  return OPTIONS_ACCEPTED;
+  options->password_given[slot] = given.value != nullptr ? 1 : 0;
+  if (length <= PASSWORD_LIMIT) return OPTIONS_ACCEPTED;
+  std::puts("the password mustn't more than 16 bytes");
+  return REFUSED;
 }
 
 // Every word from the value of -e to the end of the command line is one byte.
@@ -177,6 +179,7 @@ const Row ROWS[] = {
     {'w', "wfru", VALUE, nullptr, &Options::fru_dump_path, drop_fru_update},
     {'j', "seldump", VALUE, nullptr, &Options::sel_path, nullptr},
     {'q', "sdrdump", VALUE, &Options::sdr_dump, &Options::sdr_path, nullptr},
+    {NO_LETTER, "prompt", NONE, &Options::prompt, nullptr, nullptr},
     {'u', nullptr, VALUE, &Options::firmware_update, &Options::firmware_path, nullptr},
     {'i', nullptr, VALUE, nullptr, &Options::ip, check_ip},
     {'m', nullptr, VALUE, nullptr, &Options::mac, check_mac},

@@ -11,6 +11,8 @@ inline constexpr unsigned RAW_ROOM = 256;  // with the leading responder address
 struct Options {
   int set_password[USERS];
   char password[USERS][PASSWORD_LIMIT + 1];  // padded with zeros
+  int password_given[USERS];
+  int prompt;  // ask for the passwords that were not given
   int users;
   int firmware_update;
   int firmware_save;

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstring>
 
 #include "base/error_text.h"
 #include "base/notice.h"
@@ -11,6 +12,7 @@
 #include "frontend/actions.h"
 #include "frontend/operations.h"
 #include "frontend/options.h"
+#include "frontend/passwords.h"
 #include "lan/lan.h"
 #include "platform/platform.h"
 #include "textfile/cfg.h"
@@ -91,11 +93,12 @@ bool firmware_allowed(const char* action) {
   return false;
 }
 
-void run_user_actions(const Options& options) {
+void run_user_actions(Options* options) {
   for (unsigned i = 0; i < USERS; i++) {
-    if (options.set_password[i] != 0) SetUserPwd(static_cast<int>(i), options.password[i]);
+    if (options->set_password[i] != 0) SetUserPwd(static_cast<int>(i), options->password[i]);
+    explicit_bzero(options->password[i], sizeof options->password[i]);
   }
-  if (options.users != 0) {
+  if (options->users != 0) {
     std::puts("Display Users Name");
     DispalyUsersName();
   }
@@ -137,7 +140,6 @@ int run_lan_actions(const Options& options) {
 }
 
 int run_actions(const Options& options) {
-  run_user_actions(options);
   if (options.firmware_update != 0) {
     if (!firmware_allowed("update")) return STATUS_REFUSED;
     firmwareUpdate();
@@ -174,9 +176,11 @@ int main(int argc, char** argv) {
   Options options{};
   const int parsed = parse_options(argc, argv, &options);
   if (parsed != OPTIONS_ACCEPTED) return parsed;
+  if (options.prompt != 0 && !ask_passwords(&options)) return STATUS_REFUSED;
   set_switches(options);
 
   if (!(openIpmiFlag != 0 ? open_device() : open_ports())) return STATUS_NO_BMC;
   show_fw_version();
+  run_user_actions(&options);
   return close_device(run_actions(options));
 }

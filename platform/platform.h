@@ -40,6 +40,9 @@ void signals_let_in(bool in);
 [[noreturn]] void end_by_signal(int number);
 [[noreturn]] void raise_default(int number);  // its last step
 
+// Shows what is typed at the terminal of standard input, or not. 0, or -1 with errno.
+int terminal_echo(bool on);
+
 // Who else uses the way to the BMC. lock_ports returns a handle to what stands for the ports, or
 // -1; lock_try locks that or the kernel's device: 0, or -1 with errno (EWOULDBLOCK: another process
 // holds the lock); lock_holder returns that process's number, or 0 when it cannot be found.

@@ -1,4 +1,5 @@
-// What a process is on every machine, real or simulated: its signals.
+// What a process has on every machine, real or simulated: signals and a terminal.
+#include <termios.h>
 #include <unistd.h>
 #include <csignal>
 #include <cstdlib>
@@ -81,6 +82,13 @@ void signals_stop_here() {
 void signals_let_in(bool in) {
   if (!in) ::alarm(0);
   sigprocmask(in ? SIG_UNBLOCK : SIG_BLOCK, &held, nullptr);
+}
+
+int terminal_echo(bool on) {
+  termios settings{};
+  if (tcgetattr(STDIN_FILENO, &settings) != 0) return -1;
+  settings.c_lflag = on ? settings.c_lflag | ECHO : settings.c_lflag & ~static_cast<tcflag_t>(ECHO);
+  return tcsetattr(STDIN_FILENO, TCSAFLUSH, &settings);
 }
 
 void raise_default(int number) {

@@ -1,5 +1,7 @@
 // Whole commands: what is refused, which way leads to the BMC, identity, users and raw requests.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <iterator>
@@ -8,6 +10,8 @@
 
 #include "tests/harness.h"
 #include "transport/kcs_intf.h"
+
+int qarn_main(int argc, char** argv);
 
 int qarn_main(int argc, char** argv);
 
@@ -174,6 +178,37 @@ TEST_F(Frontend, an_interface_that_dies_during_a_dump_leaves_no_half_file) {
   machine().bmc.faults = sim::faults("write_error netfn=8 cmd=3 skip=20 times=0 value=1");
   EXPECT_NE(qarn("--save " + path_of("half")).find("cmd error\nstatus 255\n"), std::string::npos);
   EXPECT_EQ(content_of(path_of("half")), "(no file)");
+}
+
+// Runs with this text on standard input.
+std::string qarn_with_input(const std::string& line, const std::string& input) {
+  const int before = dup(STDIN_FILENO);
+  const int file = open(file_with("typed", input).c_str(), O_RDONLY | O_CLOEXEC);
+  dup2(file, STDIN_FILENO);
+  const std::string text = qarn(line);
+  dup2(before, STDIN_FILENO);
+  close(file);
+  close(before);
+  return text;
+}
+
+TEST_F(Frontend, passwords_that_were_not_given_are_asked_for_before_the_bmc_is_touched) {
+  const std::string three = "--sp3=abc --sp2 --sp1 --prompt";
+  const std::string rest = " 00 00 00 00 00 00 00 00 00 00 00 00 00\n";
+  EXPECT_EQ(qarn_with_input(three, "0123456789abcdef\nxyz"),
+            START +
+                "status 0\n18 01\n18 47 02 02 30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66\n" +
+                "18 47 03 02 78 79 7A" + rest + "18 47 04 02 61 62 63" + rest);
+  EXPECT_EQ(qarn_with_input(three, "one\n"), BANNER + "--sp2: no password was given\nstatus 1\n");
+  EXPECT_EQ(qarn_with_input(three, "one\n0123456789abcdefg\n"),
+            BANNER + "the password mustn't more than 16 bytes\nstatus 1\n");
+}
+
+TEST_F(Frontend, a_password_does_not_stay_in_the_argument) {
+  char name[] = "qarn", option[] = "--sp1=secret", after[] = "-e", byte[] = "18";
+  char* words[] = {name, option, after, byte, nullptr};
+  console_of([&] { EXPECT_EQ(qarn_main(4, words), 1); });
+  EXPECT_EQ(std::string(option, sizeof option), std::string("--sp1=\0\0\0\0\0\0", sizeof option));
 }
 
 }  // namespace

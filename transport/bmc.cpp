@@ -220,6 +220,9 @@ int Send_Req(const uint8_t* request, unsigned length) {
   }
   int result = KCS_TIMEOUT;
   for (unsigned i = 0; i < SEND_ATTEMPTS && result != KCS_OK; i++) result = attempt_send(message);
+  // It may have been a password.
+  explicit_bzero(bytes, sizeof bytes);
+  explicit_bzero(KCS_BMC_Req, sizeof KCS_BMC_Req);
   return result == KCS_OK ? 0 : -1;
 }
 

@@ -1,0 +1,73 @@
+// Passwords that are asked for.
+#include "frontend/passwords.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "frontend/options.h"
+#include "platform/platform.h"
+#include "transport/interrupt.h"
+
+namespace {
+
+// With the line end, and one character more than may be: that shows that it is too long.
+constexpr unsigned TYPED_SIZE = PASSWORD_LIMIT + 3;
+
+// Reads up to the end of a line, byte by byte: what follows the line stays for others. False when
+// there is none. A character beyond the room is dropped.
+bool read_typed(char typed[TYPED_SIZE]) {
+  std::memset(typed, 0, TYPED_SIZE);
+  const Signals_let_in while_waiting;
+  for (unsigned length = 0;;) {
+    char c = 0;
+    const ssize_t count = read(STDIN_FILENO, &c, 1);
+    if (count <= 0) return count == 0 && length > 0;
+    if (c == '\n') return true;
+    if (length + 1 < TYPED_SIZE) typed[length++] = c;
+  }
+}
+
+// Asks on the terminal. False when nothing was typed.
+bool read_unseen(const char* prompt, unsigned user, char typed[TYPED_SIZE]) {
+  std::fprintf(stderr, prompt, user);
+  platform::terminal_echo(false);
+  const bool read = read_typed(typed);
+  platform::terminal_echo(true);
+  std::fputc('\n', stderr);
+  interrupt_point();
+  return read;
+}
+
+bool read_twice(unsigned user, char typed[TYPED_SIZE]) {
+  char again[TYPED_SIZE];
+  if (!read_unseen("New password of user ID %u: ", user, typed)) return false;
+  bool same = read_unseen("Once more: ", user, again) && std::strcmp(typed, again) == 0;
+  explicit_bzero(again, sizeof again);
+  if (!same) std::puts("the two passwords differ");
+  return same;
+}
+
+bool ask_password(unsigned slot, char password[PASSWORD_LIMIT + 1]) {
+  char typed[TYPED_SIZE];
+  const bool terminal = isatty(STDIN_FILENO) != 0;
+  const bool typed_one = terminal ? read_twice(slot + 1, typed) : read_typed(typed);
+  interrupt_point();
+  const bool fits = std::strlen(typed) <= PASSWORD_LIMIT;
+  if (typed_one && fits) std::memcpy(password, typed, PASSWORD_LIMIT);
+  explicit_bzero(typed, sizeof typed);
+  if (!typed_one) std::printf("--sp%u: no password was given\n", slot);
+  if (typed_one && !fits) std::puts("the password mustn't more than 16 bytes");
+  return typed_one && fits;
+}
+
+}  // namespace
+
+bool ask_passwords(Options* options) {
+  for (unsigned slot = 0; slot < USERS; slot++) {
+    if (options->set_password[slot] == 0 || options->password_given[slot] != 0) continue;
+    if (!ask_password(slot, options->password[slot])) return false;
+  }
+  return true;
+}
