@@ -13,7 +13,12 @@
 
 namespace {
 
-// A product area of 2032 bytes behind its header, 2040 bytes in all: 31 longest fields and one that
+// What follows the common header.
+std::span<const uint8_t> area_of(const sim::Bytes& image) {
+  return std::span(image).subspan(FRU_HEADER_SIZE);
+}
+
+// A header and a product area of 2032 bytes, 2040 bytes in all: 31 longest fields and one that
 // fills the area.
 sim::Bytes large_image() {
   sim::Bytes image = {1, 0, 0, 0, 1, 0, 0, 0xFE, 1, 254, 0};
@@ -23,7 +28,7 @@ sim::Bytes large_image() {
     image.insert(image.end(), length, 'x');
   }
   image.push_back(0xC1);
-  image.push_back(GetChecksum(image.data() + 8, static_cast<unsigned>(image.size()) - 8));
+  image.push_back(GetChecksum(area_of(image)));
   return image;
 }
 
@@ -31,43 +36,41 @@ std::string scratch(const char* name) {
   return "/tmp/qarn_bench_" + std::to_string(getpid()) + name;
 }
 
-void parse_area(benchmark::State& state) {
+void parse_product(benchmark::State& state) {
   const sim::Bytes image = large_image();
-  const unsigned count = static_cast<unsigned>(image.size()) - 8;
+  const auto area = area_of(image);
   for (auto _ : state) {
     fru_info fru;
     fru_fault fault;
-    if (GetProduct(image.data() + 8, count, count - 1, &fru, &fault) != 1) {
+    if (GetProduct(area, area.size() - 1, &fru, &fault) != 1) {
       state.SkipWithError("not parsed");
     }
     destroy_fru_info(&fru);
   }
   state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(image.size()));
 }
-BENCHMARK(parse_area);
+BENCHMARK(parse_product);
 
 void build_image(benchmark::State& state) {
   const sim::Bytes image = large_image();
-  const unsigned count = static_cast<unsigned>(image.size()) - 8;
+  const auto area = area_of(image);
   fru_info fru;
   fru_fault fault;
-  GetProduct(image.data() + 8, count, count - 1, &fru, &fault);
-  uint8_t built[FRU_IMAGE_ROOM];
-  unsigned length = 0;
+  GetProduct(area, area.size() - 1, &fru, &fault);
+  uint8_t room[FRU_IMAGE_ROOM];
+  std::span<const uint8_t> built;
   for (auto _ : state) {
-    build_fru_image(&fru, built, &length);
-    benchmark::DoNotOptimize(built);
+    built = build_fru_image(&fru, room);
+    benchmark::DoNotOptimize(room);
   }
-  if (length != image.size() || !std::equal(image.begin(), image.end(), built)) {
-    state.SkipWithError("another image");
-  }
-  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(length));
+  if (!std::ranges::equal(image, built)) state.SkipWithError("another image");
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(built.size()));
   destroy_fru_info(&fru);
 }
 BENCHMARK(build_image);
 
 // Serves the image as FRU device 0 through the kernel's device.
-void serve(const sim::Bytes& image) {
+void serve_image(const sim::Bytes& image) {
   sim::reset(sim::Kind::plain);
   sim::machine().bmc.fru.devices[0] = sim::fru_device(image, image.size());
   openIpmiFlag = 1;
@@ -82,7 +85,7 @@ double requests_so_far() {
 // A dump file written and read back; beside it, the requests of a dump and of an update.
 void text_round_trip(benchmark::State& state, const sim::Bytes& image) {
   const std::string path = scratch(".fru");
-  serve(image);
+  serve_image(image);
   fru_dev dev;
   init_fru_dev(&dev);
   get_fru_dev(&dev);

@@ -2,6 +2,7 @@
 #pragma once
 #include <cstdint>
 #include <memory>
+#include <span>
 
 // The layout is that of the IPMI FRU Information Storage Definition 1.0: a common header, then
 // areas whose offsets and lengths count in units of 8 bytes.
@@ -104,7 +105,7 @@ struct fru_info {
   std::unique_ptr<fru_multirecord> multirecords;
   int32_t multirecord_count = 0;
 
-  uint32_t inventory_size = 0;  // bytes the device says it has; 0 = it does not tell
+  uint32_t inventory_size = 0;  // bytes the device says it has; 0 = it does not say
 };
 
 struct fru_dev {
@@ -117,7 +118,7 @@ inline unsigned fru_count(const fru_dev& dev) {
   return dev.records && dev.count > 0 ? static_cast<unsigned>(dev.count) : 0;
 }
 
-// Where in an area's bytes a parser gave up, and why.
+// Why a parser gave up, and at which byte of the area.
 struct fru_fault {
   unsigned position = 0;
   const char* reason = "";
@@ -130,15 +131,15 @@ int destroy_fru_dev(fru_dev* dev);
 void init_fru_info(fru_info* fru);
 int destroy_fru_info(fru_info* fru);
 
-// The byte that makes the sum of `count` bytes and itself 0 modulo 256.
-uint8_t GetChecksum(const uint8_t* bytes, unsigned count);
+// The byte that makes the sum of `bytes` and itself 0 modulo 256.
+uint8_t GetChecksum(std::span<const uint8_t> bytes);
 
 // Read the areas of FRU device `dev_id` (Get FRU Inventory Area Info 0x10, Read FRU Data 0x11).
 // get_fru_dev probes the devices and reads each; 1, or 0 when one had a fault, was none or memory
 // ran out. The records stay until destroyed.
 int get_fru_dev(fru_dev* dev);
-// Fills both lists of `capacity` entries: the device IDs that answer (the others 0xFF) and the
-// sizes in bytes they tell. Returns how many answered.
+// Fills both lists of `capacity` entries: the device IDs that answer (the others 0xFF) and their
+// sizes in bytes, 0 when a device does not say. Returns how many answered.
 unsigned getFruDeviceInfo(uint8_t* ids, uint32_t* sizes, unsigned capacity);
 // One device: header, then areas in order up to the first fault. Each 1, or 0 on a fault; an absent
 // area is 1.
@@ -149,18 +150,19 @@ int GetChassisInforArea(fru_info* fru);
 int GetBoardInforArea(fru_info* fru);
 int GetProductInforArea(fru_info* fru);
 int GetMultirecordInforArea(fru_info* fru);
-// Reads count x 8 bytes as the 7-byte Read FRU Data request says, or the whole area when its count
-// is 0, into `output` (FRU_AREA_ROOM bytes): first the response header, the area from byte 5 on.
-// The sum of the counts the BMC reported; -1 when bytes are missing or the area has length 0.
-int ReadFRUData(const uint8_t* request, uint8_t* output);
+// Reads count x 8 bytes as the Read FRU Data request says, or the whole area when its count is 0,
+// into `output`: first the response header, the area from byte 5 on. The sum of the counts the BMC
+// reported; -1 when bytes are missing or the area has length 0.
+int ReadFRUData(std::span<const uint8_t, FRU_READ_REQUEST> request,
+                std::span<uint8_t, FRU_AREA_ROOM> output);
 
-// Parse an area of `count` bytes, from its format byte on; fields and their end mark 0xC1 must lie
-// in the first `end` of them. A length byte of 0 is an absent area. 1, or 0 with `fault` filled.
-int GetChassis(const uint8_t* area, unsigned count, unsigned end, fru_info* fru, fru_fault* fault);
-int GetBoard(const uint8_t* area, unsigned count, unsigned end, fru_info* fru, fru_fault* fault);
-int GetProduct(const uint8_t* area, unsigned count, unsigned end, fru_info* fru, fru_fault* fault);
+// Parse the bytes of an area, from its format byte on; fields and their end mark 0xC1 must lie in
+// the first `end` of them. A length byte of 0 is an absent area. 1, or 0 with `fault` filled.
+int GetChassis(std::span<const uint8_t> area, size_t end, fru_info* fru, fru_fault* fault);
+int GetBoard(std::span<const uint8_t> area, size_t end, fru_info* fru, fru_fault* fault);
+int GetProduct(std::span<const uint8_t> area, size_t end, fru_info* fru, fru_fault* fault);
 // Parses multi-records up to the one with the end bit; a first byte of 0 means that there are none.
-int GetMultirecord(const uint8_t* area, unsigned count, fru_info* fru, fru_fault* fault);
+int GetMultirecord(std::span<const uint8_t> area, fru_info* fru, fru_fault* fault);
 
 // Build and write images (Get FRU Inventory Area Info 0x10, Write FRU Data 0x12). write_fru_dev
 // checks every image before it writes the first device; 1 when all are written or there are no
@@ -168,11 +170,11 @@ int GetMultirecord(const uint8_t* area, unsigned count, fru_info* fru, fru_fault
 int write_fru_dev(fru_dev* dev);
 // 1, -1 when the device refuses, -2 when it is too small, 0 when the model does not fit an image.
 int write_fru_info(fru_info* fru);
-// Stores the image (room for FRU_IMAGE_ROOM bytes) and its length; area lengths and internal use
-// data in the model become those of the image. 1, or 0 when the model does not fit.
-int build_fru_image(fru_info* fru, uint8_t* image, unsigned* length);
-// 1, -1 when the device refuses, -2 when it is smaller than `length` bytes.
-int WriteToFRU(const uint8_t* image, unsigned length, uint8_t id);
+// Builds the image in `room` and returns the part of it in use; area lengths and internal use data
+// in the model become those of the image. Null (data() is) when the model does not fit.
+std::span<const uint8_t> build_fru_image(fru_info* fru, std::span<uint8_t, FRU_IMAGE_ROOM> room);
+// 1, -1 when the device refuses, -2 when it is smaller than the image.
+int WriteToFRU(std::span<const uint8_t> image, uint8_t id);
 // Pads the internal use data so that its area fills whole units; 0 when memory runs out.
 int process_internal(fru_info* fru);
 // Set the area's length to what its texts and custom fields need.

@@ -1,4 +1,4 @@
-// How the chassis, board and product areas are laid out, for everyone who reads or writes them.
+// How the model's areas are laid out, for everyone in this folder who reads or writes them.
 #pragma once
 #include "fru/fru.h"
 
@@ -14,7 +14,15 @@ inline constexpr uint8_t FRU_FORMAT_MASK = 0x0F;
 inline constexpr uint8_t FRU_END_MARK = 0xC1;
 inline constexpr uint8_t FRU_TEXT_TYPE = 0xC0;    // 8-bit text, in a type/length byte
 inline constexpr uint8_t FRU_TEXT_LENGTH = 0x3F;  // in a type/length byte
-inline constexpr uint8_t FRU_LAST_RECORD = 0x80;  // in a multi-record's format byte
+
+// Bytes of a multi-record: type, format, length, checksum of the data, checksum of the four bytes
+// before it, data.
+inline constexpr unsigned FRU_RECORD_FORMAT = 1;
+inline constexpr unsigned FRU_RECORD_LENGTH = 2;
+inline constexpr unsigned FRU_RECORD_LIMIT = 255;  // of the length: data bytes
+inline constexpr unsigned FRU_RECORD_CHECKSUM = 3;
+inline constexpr unsigned FRU_RECORD_HEADER_CHECKSUM = 4;
+inline constexpr uint8_t FRU_LAST_RECORD = 0x80;  // in its format byte
 
 using fru_text = std::unique_ptr<char[]> fru_info::*;
 
@@ -28,8 +36,7 @@ struct fru_layout {
   int32_t fru_info::*length;
   uint8_t fru_info::*code;
   uint8_t (fru_info::*date)[FRU_DATE_SIZE];  // null when the area has none
-  const fru_text* texts;
-  unsigned text_count;
+  std::span<const fru_text> texts;
   std::unique_ptr<fru_field> fru_info::*custom;
   int32_t fru_info::*custom_count;
   uint8_t fru_info::*checksum;
@@ -38,10 +45,10 @@ struct fru_layout {
 enum : unsigned { CHASSIS_AREA, BOARD_AREA, PRODUCT_AREA, FRU_AREA_COUNT };
 extern const fru_layout FRU_AREAS[FRU_AREA_COUNT];
 
-// GetChassis, GetBoard or GetProduct.
-using fru_parser = int (*)(const uint8_t* area, unsigned count, unsigned end, fru_info* fru,
-                           fru_fault* fault);
+// GetChassis, GetBoard and GetProduct, for the area of this layout.
+int parse_area(const fru_layout& layout, std::span<const uint8_t> area, size_t end, fru_info* fru,
+               fru_fault* fault);
 
-// A list node with a copy of a record's header and data (5 + byte 2 bytes); null when out of
-// memory.
-std::unique_ptr<fru_multirecord> make_multirecord(const uint8_t* record);
+// A list node with a copy of a whole record: header, then as many bytes as it says. Null when out
+// of memory.
+std::unique_ptr<fru_multirecord> make_multirecord(std::span<const uint8_t> record);

@@ -1,4 +1,5 @@
 // Reads a FRU text file: its device blocks, and in each the sections that hold the areas' bytes.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -51,6 +52,10 @@ struct Section {
   uint8_t bytes[SECTION_LIMIT];
   unsigned lines[SECTION_LIMIT];
   unsigned count;
+
+  std::span<const uint8_t> content() const {
+    return std::span<const uint8_t>(bytes).first(count);
+  }
 };
 
 struct Reader {
@@ -78,77 +83,62 @@ bool rewind_lines(Lines* lines) {
   return std::ferror(lines->file) == 0 && std::fseek(lines->file, 0, SEEK_SET) == 0;
 }
 
-int refuse(unsigned line, const char* reason) {
+int refuse_line(unsigned line, const char* reason) {
   blame_line(line, reason);
   return 0;
 }
 
-// The line of a byte; what lies behind the last byte is missed on the last line.
-int refuse_at(const Section& section, unsigned position, const char* reason) {
+// Blames the line of a byte; what is missing after the last byte is missed on the last line.
+int refuse_byte(const Section& section, unsigned position, const char* reason) {
   const unsigned last = section.count - 1;
-  return refuse(section.lines[position < last ? position : last], reason);
+  return refuse_line(section.lines[position < last ? position : last], reason);
 }
 
 int end_common(const Section& section, fru_info* fru) {
   if (section.count < FRU_HEADER_SIZE) {
-    return refuse_at(section, section.count, "the common section has fewer than 8 bytes");
+    return refuse_byte(section, section.count, "the common section has fewer than 8 bytes");
   }
-  std::memcpy(fru->common_header, section.bytes, FRU_HEADER_SIZE);
+  std::ranges::copy(section.content().first(FRU_HEADER_SIZE), fru->common_header);
   return 1;
 }
 
 int end_internal(const Section& section, fru_info* fru) {
   if (section.count < 2) return 1;
-  fru->internal_data = make_owned<uint8_t>(section.count - 1);
-  if (!fru->internal_data) return refuse_at(section, 0, "out of memory");
+  const auto data = section.content().subspan(1);
+  fru->internal_data = make_owned<uint8_t>(data.size());
+  if (!fru->internal_data) return refuse_byte(section, 0, "out of memory");
   fru->internal_format = section.bytes[0];
-  fru->internal_len = static_cast<int32_t>(section.count - 1);
-  std::memcpy(fru->internal_data.get(), section.bytes + 1, section.count - 1);
+  fru->internal_len = static_cast<int32_t>(data.size());
+  std::ranges::copy(data, fru->internal_data.get());
   return 1;
 }
 
-int end_area(fru_parser parse, const Section& section, fru_info* fru) {
+int end_area(const fru_layout& layout, const Section& section, fru_info* fru) {
   if (section.count < 2) return 1;
   fru_fault fault;
-  if (parse(section.bytes, section.count, section.count, fru, &fault) == 1) return 1;
-  return refuse_at(section, fault.position, fault.reason);
+  if (parse_area(layout, section.content(), section.count, fru, &fault) == 1) return 1;
+  return refuse_byte(section, fault.position, fault.reason);
 }
 
 int end_multirecord(const Section& section, fru_info* fru) {
   fru_fault fault;
-  if (GetMultirecord(section.bytes, section.count, fru, &fault) == 1) return 1;
-  return refuse_at(section, fault.position, fault.reason);
+  if (GetMultirecord(section.content(), fru, &fault) == 1) return 1;
+  return refuse_byte(section, fault.position, fault.reason);
+}
+
+// Hands the bytes of the section that `state` names, if it has any, to the record.
+int hand_over(unsigned state, const Section& section, fru_info* fru) {
+  if (section.count == 0) return 1;
+  if (state == COMMON) return end_common(section, fru);
+  if (state == INTERNAL) return end_internal(section, fru);
+  if (state == MULTIREC) return end_multirecord(section, fru);
+  return end_area(FRU_AREAS[state - CHASSIS], section, fru);
 }
 
 // Hands the gathered bytes to the current record. 1, or 0 when they are refused.
 int end_section(Reader* reader) {
   fru_info* fru = &reader->dev->records[reader->current];
-  const Section& section = reader->section;
-  int result = 1;
-  if (section.count > 0) {
-    switch (reader->state) {
-      case COMMON:
-        result = end_common(section, fru);
-        break;
-      case INTERNAL:
-        result = end_internal(section, fru);
-        break;
-      case CHASSIS:
-        result = end_area(GetChassis, section, fru);
-        break;
-      case BOARD:
-        result = end_area(GetBoard, section, fru);
-        break;
-      case PRODUCT:
-        result = end_area(GetProduct, section, fru);
-        break;
-      case MULTIREC:
-        result = end_multirecord(section, fru);
-        break;
-      default:
-        break;
-    }
-  }
+  const int result = hand_over(reader->state, reader->section, fru);
   reader->section.count = 0;
   return result;
 }
@@ -158,13 +148,16 @@ int set_title(Reader* reader) {
   uint8_t content[CONTENT_SIZE];
   const unsigned count = get_content(reader->cleaned + std::strlen(TITLE), content);
   fru->title = make_text(content, count);
-  return fru->title ? 1 : refuse(reader->lines.number, "out of memory");
+  return fru->title ? 1 : refuse_line(reader->lines.number, "out of memory");
 }
 
 // Most significant byte first, up to the first 00.
-int32_t data_length(const uint8_t* content, unsigned count) {
+int32_t data_length(std::span<const uint8_t> content) {
   uint32_t value = 0;
-  for (unsigned i = 0; i < count && content[i] != 0; i++) value = value << 8 | content[i];
+  for (const uint8_t byte : content) {
+    if (byte == 0) break;
+    value = value << 8 | byte;
+  }
   return static_cast<int32_t>(value);
 }
 
@@ -179,7 +172,7 @@ int header_line(Reader* reader) {
     if (header.field != nullptr) {
       fru->*header.field = content[0];
     } else if (start_with(text, "_DATA_LEN") == 1) {
-      fru->data_len = data_length(content, count);
+      fru->data_len = data_length(std::span<const uint8_t>(content).first(count));
     }
     return 1;
   }
@@ -194,7 +187,7 @@ int header_line(Reader* reader) {
 int begin_block(Reader* reader) {
   if (end_section(reader) != 1) return 0;
   if (reader->current + 1 >= fru_count(*reader->dev)) {
-    return refuse(reader->lines.number, "more device blocks than _DEV_ID lines");
+    return refuse_line(reader->lines.number, "more device blocks than _DEV_ID lines");
   }
   reader->current++;
   reader->state = HEADER;
@@ -207,7 +200,7 @@ int value_line(Reader* reader) {
   const unsigned count = get_content(reader->cleaned, content);
   const unsigned limit = reader->state == COMMON ? COMMON_LIMIT : SECTION_LIMIT;
   if (count > limit - section->count) {
-    return refuse(reader->lines.number, "the section has too many bytes");
+    return refuse_line(reader->lines.number, "the section has too many bytes");
   }
   for (unsigned i = 0; i < count; i++) {
     section->bytes[section->count] = content[i];
@@ -231,7 +224,7 @@ int section_line(Reader* reader) {
 int count_devices(Reader* reader, unsigned* count) {
   for (*count = 0; next_cleaned(reader);) {
     if (start_with(reader->cleaned, DEVICE_ID) != 1) continue;
-    if (*count >= DEVICE_LIMIT) return refuse(reader->lines.number, "more than 256 devices");
+    if (*count >= DEVICE_LIMIT) return refuse_line(reader->lines.number, "more than 256 devices");
     (*count)++;
   }
   return *count > 0 && rewind_lines(&reader->lines) ? 1 : 0;
@@ -246,7 +239,7 @@ int read_blocks(Reader* reader) {
   if (end_section(reader) != 1) return 0;
   // A record that no block filled would erase the device it stands for.
   if (reader->current + 1 < fru_count(*reader->dev)) {
-    return refuse(reader->lines.number, "fewer device blocks than _DEV_ID lines");
+    return refuse_line(reader->lines.number, "fewer device blocks than _DEV_ID lines");
   }
   return 1;
 }

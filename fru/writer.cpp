@@ -9,11 +9,11 @@ namespace {
 
 constexpr unsigned DATA_IN_LINE = 8;
 
-void put_byte(FILE* file, int32_t byte) {
+void print_hex(FILE* file, int32_t byte) {
   std::fprintf(file, "   %02X\n", static_cast<unsigned>(byte));
 }
 
-void put_header(FILE* file, const fru_info& fru) {
+void print_device(FILE* file, const fru_info& fru) {
   std::fprintf(file, "\n_FRU_TITLE '%s'\n", fru.title ? fru.title.get() : "(null)");
   std::fprintf(file, "_DATA_LEN %04d\n", fru.data_len);
   std::fprintf(file, "_DEV_ACCESS_ADDR %02X\n", fru.dev_access_addr);
@@ -22,56 +22,56 @@ void put_header(FILE* file, const fru_info& fru) {
   std::fprintf(file, "_DEV_ACCESS_LUN %02X\n", fru.access_lun);
   std::fprintf(file, "_BUS_ID %02X\n", fru.bus_id);
   std::fputs("\n_SEE_COMMON\n", file);
-  for (const uint8_t byte : fru.common_header) put_byte(file, byte);
+  for (const uint8_t byte : fru.common_header) print_hex(file, byte);
 }
 
-void put_internal(FILE* file, const fru_info& fru) {
+void print_internal(FILE* file, const fru_info& fru) {
   std::fputs("\n_SEE_INTERNAL\n", file);
-  put_byte(file, fru.internal_format);
+  print_hex(file, fru.internal_format);
   const uint8_t* byte = fru.internal_data.get();
   for (int32_t left = fru.internal_len; byte != nullptr && left > 0; left--) {
-    put_byte(file, *byte++);
+    print_hex(file, *byte++);
   }
 }
 
-void put_text(FILE* file, const std::unique_ptr<char[]>& text) {
+void print_text(FILE* file, const std::unique_ptr<char[]>& text) {
   const size_t length = text ? std::strlen(text.get()) : 0;
-  put_byte(file, static_cast<int32_t>(length | FRU_TEXT_TYPE));
+  print_hex(file, static_cast<int32_t>(length | FRU_TEXT_TYPE));
   if (length > 0) std::fprintf(file, "   '%s'\n", text.get());
 }
 
 // A custom field is quoted even when it is empty, and ends at its first NUL.
-void put_custom(FILE* file, const fru_field& field) {
-  put_byte(file, field.len | FRU_TEXT_TYPE);
+void print_custom(FILE* file, const fru_field& field) {
+  print_hex(file, field.len | FRU_TEXT_TYPE);
   std::fprintf(file, "   '%s'\n", field.data ? field.data.get() : "");
 }
 
-void put_area(FILE* file, const fru_info& fru, const fru_layout& layout) {
+void print_area(FILE* file, const fru_info& fru, const fru_layout& layout) {
   std::fprintf(file, "\n%s\n", layout.section);
-  put_byte(file, fru.*layout.format);
-  put_byte(file, fru.*layout.length);
-  put_byte(file, fru.*layout.code);
+  print_hex(file, fru.*layout.format);
+  print_hex(file, fru.*layout.length);
+  print_hex(file, fru.*layout.code);
   if (layout.date != nullptr) {
     const uint8_t* date = fru.*layout.date;
     std::fprintf(file, "   %02X %02X %02X\n", date[0], date[1], date[2]);
   }
-  for (unsigned i = 0; i < layout.text_count; i++) put_text(file, fru.*layout.texts[i]);
+  for (const fru_text text : layout.texts) print_text(file, fru.*text);
   const fru_field* field = (fru.*layout.custom).get();
   for (int32_t i = 0; field != nullptr && i < fru.*layout.custom_count; i++) {
-    put_custom(file, *field);
+    print_custom(file, *field);
     field = field->next.get();
   }
-  put_byte(file, FRU_END_MARK);
-  put_byte(file, fru.*layout.checksum);
+  print_hex(file, FRU_END_MARK);
+  print_hex(file, fru.*layout.checksum);
 }
 
 // Each record begins on a new line; the last line of its data is left open.
-void put_multirecord(FILE* file, const fru_multirecord& record, bool last) {
+void print_multirecord(FILE* file, const fru_multirecord& record, bool last) {
   std::fputc('\n', file);
-  put_byte(file, record.type_id);
-  put_byte(file, last ? record.format | FRU_LAST_RECORD : record.format);
-  put_byte(file, record.length);
-  put_byte(file, record.record_checksum);
+  print_hex(file, record.type_id);
+  print_hex(file, last ? record.format | FRU_LAST_RECORD : record.format);
+  print_hex(file, record.length);
+  print_hex(file, record.record_checksum);
   std::fprintf(file, "   %02X     // header checksum\n", record.header_checksum);
   const unsigned length = static_cast<unsigned>(record.data ? record.length : 0);
   for (unsigned i = 0; i < length; i++) {
@@ -79,12 +79,12 @@ void put_multirecord(FILE* file, const fru_multirecord& record, bool last) {
   }
 }
 
-void put_multirecords(FILE* file, const fru_info& fru) {
+void print_multirecords(FILE* file, const fru_info& fru) {
   if (fru.multirecord_count <= 0) return;
   std::fputs("\n_SEE_MULTIREC\n", file);
   const fru_multirecord* record = fru.multirecords.get();
   for (int32_t left = fru.multirecord_count; record != nullptr && left > 0; left--) {
-    put_multirecord(file, *record, left == 1);
+    print_multirecord(file, *record, left == 1);
     record = record->next.get();
   }
 }
@@ -98,10 +98,10 @@ int FruToFile(const char* path, const fru_dev* dev) {
   std::fputs("_FRU\n", file);
   for (unsigned i = 0; i < fru_count(*dev); i++) {
     const fru_info& fru = dev->records[i];
-    put_header(file, fru);
-    put_internal(file, fru);
-    for (const fru_layout& layout : FRU_AREAS) put_area(file, fru, layout);
-    put_multirecords(file, fru);
+    print_device(file, fru);
+    print_internal(file, fru);
+    for (const fru_layout& layout : FRU_AREAS) print_area(file, fru, layout);
+    print_multirecords(file, fru);
   }
   return dump_close(file, path) ? 1 : 0;
 }

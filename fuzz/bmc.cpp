@@ -24,8 +24,7 @@ void read_fru() {
 }
 
 void write_fru() {
-  const sim::Bytes image = sim::example_fru_image();
-  WriteToFRU(image.data(), static_cast<unsigned>(image.size()), 0);
+  WriteToFRU(sim::example_fru_image(), 0);
 }
 
 void set_lan() {
