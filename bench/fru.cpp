@@ -9,6 +9,7 @@
 
 #include "platform/platform.h"
 #include "sim/machine.h"
+#include "tests/fru_images.h"
 #include "transport/transaction.h"
 
 namespace {
@@ -21,15 +22,9 @@ std::span<const uint8_t> area_of(const sim::Bytes& image) {
 // A header and a product area of 2032 bytes, 2040 bytes in all: 31 longest fields and one that
 // fills the area.
 sim::Bytes large_image() {
-  sim::Bytes image = {1, 0, 0, 0, 1, 0, 0, 0xFE, 1, 254, 0};
-  for (unsigned i = 0; i < 32; i++) {
-    const unsigned length = i < 31 ? 63 : 42;
-    image.push_back(static_cast<uint8_t>(0xC0 | length));
-    image.insert(image.end(), length, 'x');
-  }
-  image.push_back(0xC1);
-  image.push_back(GetChecksum(area_of(image)));
-  return image;
+  std::vector<std::string> fields(31, std::string(FRU_TEXT_LIMIT, 'x'));
+  fields.emplace_back(42, 'x');
+  return image_of({{}, {}, area({0}, fields)});
 }
 
 std::string scratch(const char* name) {

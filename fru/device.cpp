@@ -78,7 +78,7 @@ int read_area(fru_info* fru, const fru_layout& layout) {
   return parse_area(layout, area, area.size() - 1, fru, &unused);
 }
 
-// Reads one record, as long as it is known to be. One of whole chunks ends with a read of no bytes.
+// Fills `record`, whose length is known. One of whole chunks ends with a read of no bytes.
 bool read_inventory_record(uint8_t id, size_t position, std::span<uint8_t> record) {
   uint8_t request[FRU_READ_REQUEST];
   Response response;

@@ -52,11 +52,11 @@ struct Section {
   uint8_t bytes[SECTION_LIMIT];
   unsigned lines[SECTION_LIMIT];
   unsigned count;
-
-  std::span<const uint8_t> content() const {
-    return std::span<const uint8_t>(bytes).first(count);
-  }
 };
+
+std::span<const uint8_t> gathered(const Section& section) {
+  return std::span<const uint8_t>(section.bytes).first(section.count);
+}
 
 struct Reader {
   Lines lines;
@@ -98,13 +98,13 @@ int end_common(const Section& section, fru_info* fru) {
   if (section.count < FRU_HEADER_SIZE) {
     return refuse_byte(section, section.count, "the common section has fewer than 8 bytes");
   }
-  std::ranges::copy(section.content().first(FRU_HEADER_SIZE), fru->common_header);
+  std::ranges::copy(gathered(section).first(FRU_HEADER_SIZE), fru->common_header);
   return 1;
 }
 
 int end_internal(const Section& section, fru_info* fru) {
   if (section.count < 2) return 1;
-  const auto data = section.content().subspan(1);
+  const auto data = gathered(section).subspan(1);
   fru->internal_data = make_owned<uint8_t>(data.size());
   if (!fru->internal_data) return refuse_byte(section, 0, "out of memory");
   fru->internal_format = section.bytes[0];
@@ -116,13 +116,13 @@ int end_internal(const Section& section, fru_info* fru) {
 int end_area(const fru_layout& layout, const Section& section, fru_info* fru) {
   if (section.count < 2) return 1;
   fru_fault fault;
-  if (parse_area(layout, section.content(), section.count, fru, &fault) == 1) return 1;
+  if (parse_area(layout, gathered(section), section.count, fru, &fault) == 1) return 1;
   return refuse_byte(section, fault.position, fault.reason);
 }
 
 int end_multirecord(const Section& section, fru_info* fru) {
   fru_fault fault;
-  if (GetMultirecord(section.content(), fru, &fault) == 1) return 1;
+  if (GetMultirecord(gathered(section), fru, &fault) == 1) return 1;
   return refuse_byte(section, fault.position, fault.reason);
 }
 

@@ -4,16 +4,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <numeric>
 
 #include "platform/platform.h"
+#include "tests/fru_images.h"
 #include "tests/harness.h"
 #include "transport/transaction.h"
 
 namespace {
 
 using sim::Bytes;
-using enum sim::FaultKind;
 using Texts = std::vector<std::string>;
 
 const std::string DUMPED = "0 reading FRU......\nwriting file......ok\n";
@@ -35,17 +34,17 @@ const std::string DUMP =
     "\n   C0\n   82\n   0A\n   7C\n   C8     // header checksum\n"
     "\n   5A 5A 5A 5A 5A 5A 5A 5A\n   5A 5A";
 
-sim::FruDevice& device() {
+sim::FruDevice& device_0() {
   return sim::machine().bmc.fru.devices[0];
 }
 
 // A fresh server whose FRU device 0 begins with `image` and has `size` bytes, at least the image's.
 sim::FruDevice& serve(const Bytes& image, size_t size = 0) {
   sim::reset(sim::Kind::plain);
-  return device() = sim::fru_device(image, std::max(size, image.size()));
+  return device_0() = sim::fru_device(image, std::max(size, image.size()));
 }
 
-// The status of a run, what it says behind its headings, and what it sends.
+// The status of a run, what it says after its headings, and what it sends.
 std::pair<std::string, std::string> outcome(const char* option, const std::string& path) {
   const RunResult result = run({option, path, "--open"});
   const std::string said = result.out.substr(result.out.find("\nreading ") + 1);
@@ -71,78 +70,25 @@ std::string read_device() {
   return sound ? content_of(path) : "";
 }
 
-// Hits one FRU request of this command, after `skip` of them.
-sim::Fault fault(sim::FaultKind kind, int command, unsigned skip, unsigned value,
-                 const Bytes& bytes = {}) {
-  return {kind, 0x0A, command, skip, 1, value, bytes};
-}
-
-Bytes joined(const std::vector<Bytes>& parts) {
-  Bytes bytes;
-  for (const Bytes& part : parts) bytes.insert(bytes.end(), part.begin(), part.end());
-  return bytes;
-}
-
-uint8_t zero_sum(const Bytes& bytes) {
-  return static_cast<uint8_t>(0U - std::accumulate(bytes.begin(), bytes.end(), 0U));
-}
-
-// An area: fixed bytes (format and length go before them), fields, end mark, zeros. `type` is the
-// type code of the first field; each next field has the next code.
-Bytes area(const Bytes& fixed, const Texts& fields, int type = -1) {
-  Bytes bytes = joined({{1, 0}, fixed});
-  for (const std::string& field : fields) {
-    const unsigned code = type < 0 ? 3U : static_cast<unsigned>(type++ % 4);
-    bytes.push_back(static_cast<uint8_t>(code << 6 | field.size()));
-    bytes.insert(bytes.end(), field.begin(), field.end());
-  }
-  bytes.push_back(0xC1);
-  while (bytes.size() % 8 != 7) bytes.push_back(0);
-  bytes[1] = static_cast<uint8_t>((bytes.size() + 1) / 8);
-  bytes.push_back(zero_sum(bytes));
-  return bytes;
-}
-
-Bytes multirecord(uint8_t type, uint8_t format, const Bytes& data) {
-  const Bytes header = {type, format, static_cast<uint8_t>(data.size()), zero_sum(data)};
-  return joined({header, {zero_sum(header)}, data});
-}
-
-// Chassis, board, product, multi-record: an empty one is absent.
-Bytes image_of(const std::vector<Bytes>& areas) {
-  Bytes image = {0x01, 0, 0, 0, 0, 0, 0, 0};
-  for (size_t i = 0; i < areas.size(); i++) {
-    if (!areas[i].empty()) image[2 + i] = static_cast<uint8_t>(image.size() / 8);
-    image = joined({image, areas[i]});
-  }
-  image[7] = zero_sum(Bytes(image.begin(), image.begin() + 8));
-  return image;
-}
-
-Bytes records_of(const std::vector<Bytes>& records) {
-  return image_of({{}, {}, {}, joined(records)});
-}
-
-// Every kind of field and record. `type` as for `area`.
-Bytes full_image(int type) {
+// Every kind of field and record.
+Bytes full_image(AreaForm form) {
   const std::string longest(63, 'z');
   return image_of({
-      area({0x17}, {"", "CS", "custom 1", "", longest}, type),
-      area({0x19, 1, 2, 3}, {"\x81\xFE\x7F", longest, "", "P\t1", "id"}, type),
-      area({0x19}, {"Maker", "Server", "", "1.0", longest, "", "id", "xy"}, type),
-      joined({multirecord(0x02, 0x02, Bytes(11, 0x5A)), multirecord(0x01, 0x02, {}),
-              multirecord(0xC0, 0x82, Bytes(255, 7))}),
+      area({0x17}, {"", "CS", "custom 1", "", longest}, form),
+      area({0x19, 1, 2, 3}, {"\x81\xFE\x7F", longest, "", "P\t1", "id"}, form),
+      area({0x19}, {"Maker", "Server", "", "1.0", longest, "", "id", "xy"}, form),
+      chained({multirecord(0x02, 0x02, Bytes(11, 0x5A)), multirecord(0x01, 0x02, {}),
+               multirecord(0xC0, 0x82, Bytes(255, 7))}),
   });
 }
 
 TEST(Fru, is_read_area_by_area_dumped_as_text_and_written_back_by_sixteen_bytes) {
-  serve(joined({{0xF1, 1, 1, 4, 0, 9, 0, 0},
-                area({0x17}, {"CP-1", "CS123", ""}),
-                area({0x19, 0x80, 0x1A, 0x9B}, {"Maker", "Board", "B0001", "P-100", ""}),
-                multirecord(1, 0x72, {}),
-                multirecord(0xC0, 0xF2, Bytes(10, 0x5A))}));
+  serve(chained({header_of({.format = 0xF1, .internal = 1, .chassis = 1, .board = 4, .records = 9}),
+                 area({0x17}, {"CP-1", "CS123", ""}),
+                 area({0x19, 0x80, 0x1A, 0x9B}, {"Maker", "Board", "B0001", "P-100", ""}),
+                 multirecord(1, 0x72, {}), multirecord(0xC0, 0xF2, Bytes(10, 0x5A))}));
   // A device that hides from the probe is read all the same.
-  sim::machine().bmc.faults = {fault(refuse, 0x10, 0, 0xC1)};
+  sim::machine().bmc.faults = sim::faults("refuse cmd=10 value=c1");
   const auto [said, sent] = outcome("--wfru", path_of("dump.fru"));
   EXPECT_EQ(said + content_of(path_of("dump.fru")), DUMPED + DUMP);
   EXPECT_EQ(sent,
@@ -168,12 +114,12 @@ TEST(Fru, every_area_field_and_record_survives_dump_and_update) {
   const Bytes greatest = image_of({{}, {}, area({0}, fields)});
   ASSERT_EQ(greatest.size(), 8U + 255 * 8);
   for (const auto& [image, rebuilt] :
-       {std::pair(full_image(0), full_image(-1)), {greatest, greatest}}) {
+       {std::pair(full_image({.type = 0}), full_image({})), {greatest, greatest}}) {
     serve(image);
     const std::string text = read_device();
     serve({}, image.size());
     updated(text);
-    EXPECT_EQ(device().contents, rebuilt);
+    EXPECT_EQ(device_0().contents, rebuilt);
   }
   serve({}, 1024);
   EXPECT_TRUE(updated(content_of("data/sample.fru")).starts_with(UPDATED));
@@ -194,17 +140,17 @@ TEST(Fru, each_block_is_written_to_its_own_device) {
 }
 
 TEST(Fru, lengths_padding_offsets_and_end_bits_come_out_right) {
-  const Bytes nothing = {1, 0, 0, 0, 0, 0, 0, 0xFF};
-  const Bytes internal = {1, 1, 0, 0, 0, 0, 0, 0xFE};
+  const Bytes nothing = header_of({});
+  const Bytes internal = header_of({.internal = 1});
   const Bytes product = area({0}, {"AB", "", "", "", "", "", "", ""});
-  const Bytes empty_board = area({0x19, 0, 0, 0}, {"", "", "", "", ""});
-  const Bytes wide_board =
-      joined({{1, 5, 0x19, 0, 0, 0}, Bytes(5, 0xC0), {0xC1}, Bytes(27), {0x60}});
+  const Texts no_texts(5);
+  const Bytes empty_board = area({0x19, 0, 0, 0}, no_texts);
+  const Bytes wide_board = area({0x19, 0, 0, 0}, no_texts, {.units = 5});
   const std::pair<const char*, Bytes> cases[] = {
       {"_SEE_INTERNAL\n05\n", nothing},
-      {"_SEE_INTERNAL\n05 AA", joined({internal, {5, 0xAA, 0, 0, 0, 0, 0, 0}})},
-      {"_SEE_INTERNAL\n05 'seven77'", joined({internal, {5, 's', 'e', 'v', 'e', 'n', '7', '7'}})},
-      {"_SEE_INTERNAL\n05 '88888888'", joined({internal, {5}, Bytes(8, '8'), Bytes(7)})},
+      {"_SEE_INTERNAL\n05 AA", chained({internal, {5, 0xAA, 0, 0, 0, 0, 0, 0}})},
+      {"_SEE_INTERNAL\n05 'seven77'", chained({internal, {5, 's', 'e', 'v', 'e', 'n', '7', '7'}})},
+      {"_SEE_INTERNAL\n05 '88888888'", chained({internal, {5}, Bytes(8, '8'), Bytes(7)})},
       {"_SEE_CHASSIS\n0F 7F 17 02 'AB' C1 'X' C1", image_of({area({0x17}, {"AB", "X"})})},
       {"_SEE_CHASSIS\n01 7F 17 C0 C0 C1 'X' C1", image_of({area({0x17}, {"", ""})})},
       {"_SEE_CHASSIS\n01 00 17 anything", nothing},
@@ -218,14 +164,14 @@ TEST(Fru, lengths_padding_offsets_and_end_bits_come_out_right) {
   for (const auto& [section, image] : cases) {
     serve(Bytes(image.size(), 0xEE));
     updated(BLOCK + section);
-    EXPECT_EQ(device().contents, image) << section;
+    EXPECT_EQ(device_0().contents, image) << section;
   }
 }
 
-// A board area of 16 bytes whose last five, behind its texts, are `tail`; the date makes its
+// A board area of 16 bytes that ends with `tail` after its five texts; a byte of the date makes its
 // checksum hold.
 Bytes board_ending(const Bytes& tail) {
-  Bytes board = joined({{1, 2, 0, 0, 0, 0}, Bytes(5, 0xC0), tail});
+  Bytes board = chained({{1, 2, 0, 0, 0, 0}, Bytes(5, 0xC0), tail});
   board[3] = zero_sum(board);
   return image_of({{}, board});
 }
@@ -233,26 +179,25 @@ Bytes board_ending(const Bytes& tail) {
 TEST(FruFaults, a_broken_device_is_no_dump) {
   const Bytes good = sim::example_fru_image();
   // Empty custom fields: its second chunk holds zeros only.
-  const Bytes zeros = image_of({joined({{1, 5}, Bytes(30), {0xC1, 0, 0, 0, 0, 0, 0, 0x39}})});
+  const Bytes zeros = image_of({chained({{1, 5}, Bytes(30), {0xC1, 0, 0, 0, 0, 0, 0, 0x39}})});
   const Bytes unended = multirecord(0xC0, 2, {1, 2});
-  const sim::Fault miscounted = fault(answer, 0x11, 0, 0, {0, 7, 1, 0, 1, 3, 8, 0x0D, 0, 0xE6});
-  const std::tuple<const char*, Bytes, std::vector<sim::Fault>> cases[] = {
-      {"erased", Bytes(256, 0xFF), {}},
-      {"header cut", good, {fault(shorten, 0x11, 0, 9)}},
-      {"header with another count", good, {miscounted}},
-      {"refused where zeros are", zeros, {fault(refuse, 0x11, 3, 0x81)}},
-      {"8 bytes of 16", good, {fault(shorten, 0x11, 2, 10)}},
-      {"empty answer", good, {fault(shorten, 0x11, 5, 0)}},
-      {"area of length 0", image_of({Bytes(40)}), {}},
-      {"area behind the end", {1, 0, 0xFF, 0, 0, 0, 0, 0}, {}},
-      {"no end mark", board_ending({0, 0, 0, 0, 0}), {}},
-      {"end mark is the checksum", board_ending({0, 0, 0, 0, 0xC1}), {}},
-      {"field behind the end", board_ending({0xC5, 0, 0, 0, 0}), {}},
-      {"no end bit", records_of({unended, unended}), {}},
+  const std::tuple<const char*, Bytes, const char*> cases[] = {
+      {"erased", Bytes(256, 0xFF), ""},
+      {"header cut", good, "shorten cmd=11 value=9"},
+      {"header counted as 7 bytes", good, "answer cmd=11 bytes=000701000103080d00e6"},
+      {"refused where zeros are", zeros, "refuse cmd=11 skip=3 value=81"},
+      {"8 bytes of 16", good, "shorten cmd=11 skip=2 value=a"},
+      {"empty answer", good, "shorten cmd=11 skip=5 value=0"},
+      {"area of length 0", image_of({Bytes(40)}), ""},
+      {"area after the end", header_of({.chassis = 0xFF}), ""},
+      {"no end mark", board_ending({0, 0, 0, 0, 0}), ""},
+      {"end mark is the checksum", board_ending({0, 0, 0, 0, 0xC1}), ""},
+      {"field past the end", board_ending({0xC5, 0, 0, 0, 0}), ""},
+      {"no end bit", records_of({unended, unended}), ""},
   };
   for (const auto& [name, image, faults] : cases) {
     serve(image);
-    sim::machine().bmc.faults = faults;
+    sim::machine().bmc.faults = sim::faults(faults);
     EXPECT_EQ(read_device(), "") << name;
   }
   serve(zeros);
@@ -266,18 +211,22 @@ TEST(FruFaults, a_broken_device_is_no_dump) {
 }
 
 TEST(FruFaults, zeros_are_no_endless_list_of_records) {
-  // A device that does not tell its size may have 65536 bytes.
-  for (const auto& [claimed, last] :
-       {std::pair{64, "28 11 00 3A 00 05\n"}, {0, "28 11 00 F8 FF 05\n"}}) {
-    serve(records_of({Bytes(8)}), 0x10000).claimed_size = claimed;
-    EXPECT_TRUE(outcome("--wfru", "/dev/null").second.ends_with(last));
+  // A device that does not say its size may have 65536 bytes.
+  const struct {
+    int size_it_says;
+    const char* last_read;
+  } cases[] = {{64, "28 11 00 3A 00 05\n"}, {0, "28 11 00 F8 FF 05\n"}};
+  for (const auto& [size_it_says, last_read] : cases) {
+    serve(records_of({Bytes(8)}), 0x10000).claimed_size = size_it_says;
+    const std::string sent = outcome("--wfru", "/dev/null").second;
+    EXPECT_TRUE(sent.ends_with(last_read)) << sent;
   }
 }
 
 TEST(FruFaults, every_corrupt_byte_and_every_truncation_is_read_right_or_is_a_fault) {
   const Bytes good = image_of(
       {area({0x17}, {"CP-1", "CS123", "field"}), {}, {}, multirecord(0xC0, 0x82, Bytes(20, 0x11))});
-  const Bytes image = joined({good, Bytes(20, 0x33)});
+  const Bytes image = chained({good, Bytes(20, 0x33)});
   serve(image);
   const std::string sound = read_device();
   for (size_t at = 0; at < image.size(); at++) {
