@@ -57,7 +57,7 @@ void BM_transactions(benchmark::State& state) {
       const uint8_t request[] = {
           0x20, 0x28, 0x43, 0, 0, static_cast<uint8_t>(id), static_cast<uint8_t>(id >> 8), 0, 0xFF};
       Response response;
-      benchmark::DoNotOptimize(exchange(request, sizeof request, &response));
+      benchmark::DoNotOptimize(exchange(request, &response));
     }
   }
   state.SetItemsProcessed(state.iterations() * int64_t{sim::SEL_MOST});

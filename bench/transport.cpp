@@ -37,7 +37,7 @@ Accesses accesses_of(unsigned length, unsigned answered) {
   sim::machine().port_reads = sim::machine().port_writes = 0;
   uint8_t request[64] = {0x20, 0x18, 0x01};
   Response response;
-  exchange(request, length, &response);
+  exchange({request, length}, &response);
   return {sim::machine().port_reads, sim::machine().port_writes};
 }
 
@@ -46,7 +46,7 @@ void get_device_id(benchmark::State& state) {
   start();
   Response response;
   for (auto _ : state) {
-    exchange(DEVICE_ID, sizeof DEVICE_ID, &response);
+    exchange(DEVICE_ID, &response);
     benchmark::DoNotOptimize(response);
   }
   const Accesses cost = accesses_of(3, 16);

@@ -31,7 +31,7 @@ constexpr unsigned WRITE_HEADER = 6;
 bool ask_size(uint8_t id, unsigned needed, uint32_t* size) {
   const uint8_t request[] = {BMC_ADDRESS, NETFN_STORAGE, GET_FRU_AREA_INFO, id};
   Response response;
-  const auto answer = ask(request, sizeof request, needed, &response);
+  const auto answer = ask(request, needed, &response);
   *size = answer.size() < SIZE_BYTES ? 0U : static_cast<uint32_t>(answer[0] | answer[1] << 8);
   return answer.data() != nullptr;
 }
@@ -51,7 +51,7 @@ void build_read(Read_request request, uint8_t id, size_t offset, size_t count) {
 // The bytes that the device returns, at least `needed`; null when fewer arrive. An area's checksum
 // is the judge of its bytes, whatever the completion code says of them.
 std::span<const uint8_t> read_chunk(Read_request request, size_t needed, Response* response) {
-  exchange(request.data(), FRU_READ_REQUEST, response);
+  exchange({request}, response);
   return response_part(*response, READ_DATA, static_cast<unsigned>(needed));
 }
 
@@ -170,7 +170,7 @@ int GetCommonHeader(fru_info* fru) {
   uint8_t request[FRU_READ_REQUEST];
   Response response;
   build_read(request, fru->dev_id, 0, FRU_HEADER_SIZE);
-  const auto answer = ask(request, sizeof request, 1 + FRU_HEADER_SIZE, &response);
+  const auto answer = ask(request, 1 + FRU_HEADER_SIZE, &response);
   if (answer.empty() || answer[0] != FRU_HEADER_SIZE) return 0;
   const auto header = answer.subspan(1, FRU_HEADER_SIZE);
   if (GetChecksum(header) != 0) return 0;
@@ -278,7 +278,7 @@ int WriteToFRU(std::span<const uint8_t> image, uint8_t id) {
     Response response;
     progress("FRU", static_cast<unsigned>(offset), static_cast<unsigned>(image.size()));
     now_under_way(Unfinished::fru);
-    if (!exchange(request, WRITE_HEADER + static_cast<unsigned>(part.size()), &response)) return -1;
+    if (!exchange({request, WRITE_HEADER + part.size()}, &response)) return -1;
   }
   return 1;
 }

@@ -83,7 +83,7 @@ bool rewind_lines(Lines* lines) {
   return std::ferror(lines->file) == 0 && std::fseek(lines->file, 0, SEEK_SET) == 0;
 }
 
-int refuse_line(unsigned line, const char* reason) {
+int refuse_at(unsigned line, const char* reason) {
   blame_line(line, reason);
   return 0;
 }
@@ -91,7 +91,7 @@ int refuse_line(unsigned line, const char* reason) {
 // Blames the line of a byte; what is missing after the last byte is missed on the last line.
 int refuse_byte(const Section& section, unsigned position, const char* reason) {
   const unsigned last = section.count - 1;
-  return refuse_line(section.lines[position < last ? position : last], reason);
+  return refuse_at(section.lines[position < last ? position : last], reason);
 }
 
 int end_common(const Section& section, fru_info* fru) {
@@ -148,7 +148,7 @@ int set_title(Reader* reader) {
   uint8_t content[CONTENT_SIZE];
   const unsigned count = get_content(reader->cleaned + std::strlen(TITLE), content);
   fru->title = make_text(content, count);
-  return fru->title ? 1 : refuse_line(reader->lines.number, "out of memory");
+  return fru->title ? 1 : refuse_at(reader->lines.number, "out of memory");
 }
 
 // Most significant byte first, up to the first 00.
@@ -187,7 +187,7 @@ int header_line(Reader* reader) {
 int begin_block(Reader* reader) {
   if (end_section(reader) != 1) return 0;
   if (reader->current + 1 >= fru_count(*reader->dev)) {
-    return refuse_line(reader->lines.number, "more device blocks than _DEV_ID lines");
+    return refuse_at(reader->lines.number, "more device blocks than _DEV_ID lines");
   }
   reader->current++;
   reader->state = HEADER;
@@ -200,7 +200,7 @@ int value_line(Reader* reader) {
   const unsigned count = get_content(reader->cleaned, content);
   const unsigned limit = reader->state == COMMON ? COMMON_LIMIT : SECTION_LIMIT;
   if (count > limit - section->count) {
-    return refuse_line(reader->lines.number, "the section has too many bytes");
+    return refuse_at(reader->lines.number, "the section has too many bytes");
   }
   for (unsigned i = 0; i < count; i++) {
     section->bytes[section->count] = content[i];
@@ -224,7 +224,7 @@ int section_line(Reader* reader) {
 int count_devices(Reader* reader, unsigned* count) {
   for (*count = 0; next_cleaned(reader);) {
     if (start_with(reader->cleaned, DEVICE_ID) != 1) continue;
-    if (*count >= DEVICE_LIMIT) return refuse_line(reader->lines.number, "more than 256 devices");
+    if (*count >= DEVICE_LIMIT) return refuse_at(reader->lines.number, "more than 256 devices");
     (*count)++;
   }
   return *count > 0 && rewind_lines(&reader->lines) ? 1 : 0;
@@ -239,7 +239,7 @@ int read_blocks(Reader* reader) {
   if (end_section(reader) != 1) return 0;
   // A record that no block filled would erase the device it stands for.
   if (reader->current + 1 < fru_count(*reader->dev)) {
-    return refuse_line(reader->lines.number, "fewer device blocks than _DEV_ID lines");
+    return refuse_at(reader->lines.number, "fewer device blocks than _DEV_ID lines");
   }
   return 1;
 }

@@ -50,14 +50,14 @@ uint32_t timestamp(std::span<const uint8_t, 4> bytes) {
 Id reserve_repository() {
   const uint8_t request[] = {BMC_ADDRESS, NETFN_STORAGE, RESERVE_SDR};
   Response response;
-  const auto id = ask(request, sizeof request, 2, &response);
+  const auto id = ask(request, 2, &response);
   return id.empty() ? Id{0, 0} : Id{id[0], id[1]};
 }
 
 bool get_repository_info(sdr_repository* repository) {
   const uint8_t request[] = {BMC_ADDRESS, NETFN_STORAGE, GET_SDR_INFO};
   Response response;
-  const auto info = ask(request, sizeof request, INFO_SIZE, &response);
+  const auto info = ask(request, INFO_SIZE, &response);
   if (info.empty()) return false;
   repository->repo_version = info[0];
   repository->count_ls = info[1];
@@ -85,7 +85,7 @@ std::span<const uint8_t> ask_part(Id record, unsigned offset, unsigned count, un
                              record.ms,
                              static_cast<uint8_t>(offset),
                              static_cast<uint8_t>(count)};
-  return ask(request, sizeof request, NEXT_ID_SIZE + needed, response);
+  return ask(request, NEXT_ID_SIZE + needed, response);
 }
 
 // Reads the record's bytes from `done` on, all of them in its body.
@@ -145,7 +145,7 @@ std::span<const uint8_t> ask_to_clear(Erase_action action, unsigned needed, Resp
   now_under_way(Unfinished::sdr);
   const uint8_t request[] = {BMC_ADDRESS, NETFN_STORAGE, CLEAR_SDR, reservation.ls, reservation.ms,
                              'C',         'L',           'R',       action};
-  return ask(request, sizeof request, needed, response);
+  return ask(request, needed, response);
 }
 
 bool erase_repository() {
@@ -164,7 +164,7 @@ bool erase_repository() {
 bool has_partial_add() {
   const uint8_t request[] = {BMC_ADDRESS, NETFN_STORAGE, PARTIAL_ADD_SDR};
   Response response;
-  exchange(request, sizeof request, &response);
+  exchange(request, &response);
   return completion_code(response) != INVALID_COMMAND;
 }
 
@@ -186,7 +186,7 @@ bool add_whole(const sdr_entry& entry) {
   const unsigned length = REQUEST_HEADER + static_cast<unsigned>(record.size());
   Response response;
   // A request that the KCS driver cannot carry would end the process.
-  if (length <= request_limit() && exchange(request, length, &response)) return true;
+  if (length <= request_limit() && exchange({request, length}, &response)) return true;
   return write_failed({entry.record_id_ls, entry.record_id_ms});
 }
 

@@ -113,9 +113,8 @@ TEST(Kernel, a_failure_and_a_response_of_any_length_read_as_what_came) {
   // What the console says, "-" when the exchange failed, and the bytes of the response.
   const auto check = [](const Bytes& request, std::string says, sim::KernelFaults faults = {}) {
     machine().kernel_faults = faults;
-    const unsigned length = static_cast<unsigned>(request.size());
     const std::string console = console_of([&] {
-      if (!exchange(request.data(), length, &response)) std::putchar('-');
+      if (!exchange({request}, &response)) std::putchar('-');
     });
     const Bytes bytes(response.bytes, response.bytes + std::max(response.length, 4U));
     EXPECT_EQ(console + sim::hex_text(bytes), says);
