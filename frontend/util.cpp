@@ -8,6 +8,7 @@
 #include "base/error_text.h"
 #include "base/notice.h"
 #include "base/progress.h"
+#include "base/standard_streams.h"
 #include "firmware/flash.h"
 #include "frontend/actions.h"
 #include "frontend/operations.h"
@@ -165,6 +166,7 @@ int run_actions(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  prepare_standard_streams();
   hold_signals();
   // A log must show how far a run came that now waits for a dead BMC.
   std::setvbuf(stdout, nullptr, _IOLBF, 0);

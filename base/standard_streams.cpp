@@ -1,0 +1,53 @@
+// Standard input, output and error.
+#include "base/standard_streams.h"
+
+#include <fcntl.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "base/notice.h"
+
+namespace {
+
+// An open takes the lowest number that is free: the closed stream's own, when those below are open.
+void open_null(int stream) {
+  const int mode = stream == STDIN_FILENO ? O_RDONLY : O_WRONLY;
+  if (open("/dev/null", mode | O_NOCTTY) >= 0) return;
+  // Without /dev the number is taken all the same; what is written to a folder is lost, too.
+  if (open("/", O_RDONLY | O_DIRECTORY) < 0) std::abort();
+}
+
+// The write that failed was long ago, and its reason is gone: looks whether it can be seen still.
+int reason_of_failure() {
+  errno = 0;
+  if (write(STDOUT_FILENO, "", 0) < 0) return errno;
+  struct statvfs room;
+  const bool full = fstatvfs(STDOUT_FILENO, &room) == 0 && room.f_blocks > 0 && room.f_bavail == 0;
+  return full ? ENOSPC : 0;
+}
+
+void tell_of_failure() {
+  const bool flushed = std::fflush(stdout) == 0;
+  int reason = flushed ? 0 : errno;
+  if ((flushed && std::ferror(stdout) == 0) || isatty(STDERR_FILENO) == 0) return;
+  if (reason == 0) reason = reason_of_failure();
+  if (reason == 0) {
+    notice("standard output could not be written");
+  } else {
+    notice("standard output could not be written: %s", std::strerror(reason));
+  }
+}
+
+}  // namespace
+
+void prepare_standard_streams() {
+  for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; stream++) {
+    if (fcntl(stream, F_GETFD) < 0 && errno == EBADF) open_null(stream);
+  }
+  std::atexit(tell_of_failure);
+}
