@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "base/memory.h"
+#include "base/regular_file.h"
 
 namespace {
 
@@ -48,7 +49,8 @@ void add_field_comment(comment_section* section, const char* line) {
 void read_comments(sdr_comments* comments) {
   *comments = {
       {{FULL_SENSOR, FULL_SENSOR_FIELDS, 0, {}}, {COMPACT_SENSOR, COMPACT_SENSOR_FIELDS, 0, {}}}};
-  FILE* file = std::fopen("util.dat", "re");
+  bool other = false;  // what is no file has no end
+  FILE* file = regular_open("util.dat", &other);
   if (file == nullptr) return;
   char line[LINE_SIZE];
   int current = OUTSIDE;

@@ -1,0 +1,35 @@
+// A regular file to read.
+#include "base/regular_file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+FILE* regular_open(const char* path, bool* other) {
+  *other = false;
+  // Without O_NONBLOCK a FIFO would wait for its writer.
+  const int handle = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  if (handle < 0) return nullptr;
+  struct stat status;
+  const bool regular = fstat(handle, &status) == 0 && S_ISREG(status.st_mode);
+  FILE* file = regular ? fdopen(handle, "rb") : nullptr;
+  if (file != nullptr) return file;
+  *other = !regular;
+  close(handle);
+  if (!regular) errno = EINVAL;
+  return nullptr;
+}
+
+File_state file_state(FILE* file) {
+  struct stat status;
+  if (fstat(fileno(file), &status) != 0) return {};
+  return {true, status.st_size, status.st_mtim, status.st_nlink};
+}
+
+bool file_unchanged(FILE* file, const File_state& before) {
+  const File_state now = file_state(file);
+  return now.known && before.known && now.size == before.size &&
+         now.changed.tv_sec == before.changed.tv_sec &&
+         now.changed.tv_nsec == before.changed.tv_nsec && (now.names > 0 || before.names == 0);
+}
