@@ -80,6 +80,8 @@ bool next_cleaned(Reader* reader) {
 bool rewind_lines(Lines* lines) {
   lines->number = 0;
   lines->cut = false;
+  lines->too_long = false;
+  lines->taken = 0;
   return std::ferror(lines->file) == 0 && std::fseek(lines->file, 0, SEEK_SET) == 0;
 }
 
@@ -227,7 +229,7 @@ int count_devices(Reader* reader, unsigned* count) {
     if (*count >= DEVICE_LIMIT) return refuse_at(reader->lines.number, "more than 256 devices");
     (*count)++;
   }
-  return *count > 0 && rewind_lines(&reader->lines) ? 1 : 0;
+  return *count > 0 && !reader->lines.too_long && rewind_lines(&reader->lines) ? 1 : 0;
 }
 
 int read_blocks(Reader* reader) {
@@ -235,7 +237,7 @@ int read_blocks(Reader* reader) {
     const int result = reader->state == HEADER ? header_line(reader) : section_line(reader);
     if (result != 1) return 0;
   }
-  if (std::ferror(reader->lines.file) != 0) return 0;
+  if (reader->lines.too_long || std::ferror(reader->lines.file) != 0) return 0;
   if (end_section(reader) != 1) return 0;
   // A record that no block filled would erase the device it stands for.
   if (reader->current + 1 < fru_count(*reader->dev)) {

@@ -141,6 +141,7 @@ bool load_text(FILE* file, sdr_repository* repository) {
     process_string(reader.lines.text, cleaned);
     if (cleaned[0] != '\0' && !read_text_line(&reader, cleaned)) return false;
   }
+  if (reader.lines.too_long) return false;
   // The end of the file closes what the closing line would close.
   return reader.state != IN_DATA || std::ferror(file) != 0 || end_record(&reader, BEFORE_LENGTH);
 }
@@ -151,6 +152,7 @@ bool load_binary(FILE* file, sdr_repository* repository) {
   while (std::fread(bytes, 1, MARK_SIZE, file) == MARK_SIZE) {
     const unsigned long start = offset;
     offset += MARK_SIZE;
+    if (offset > file_limit) return refuse_block(start, FILE_TOO_LONG);
     if (bytes[0] != BLOCK_MARKER || bytes[1] < SMALLEST_BLOCK) continue;
     const auto record = std::span(bytes).first(bytes[1] - MARK_SIZE);
     if (std::fread(record.data(), 1, record.size(), file) != record.size()) {

@@ -3,34 +3,72 @@
 
 #include <cstring>
 
+uint64_t file_limit = uint64_t{1} << 30;
+
 namespace {
 
 bool has_comment(const char* text) {
   return std::strchr(text, '#') != nullptr || std::strstr(text, "//") != nullptr;
 }
 
-}  // namespace
+// The next character, or EOF at the end of the file or of what may be read of it.
+int take(Lines* lines) {
+  const int c = getc_unlocked(lines->file);
+  if (c == EOF) return EOF;
+  if (lines->taken < file_limit) {
+    lines->taken++;
+    return c;
+  }
+  lines->too_long = true;
+  return EOF;
+}
 
-bool next_line(Lines* lines) {
+// The character that take gave last comes again.
+bool give_back(Lines* lines, int c) {
+  if (std::ungetc(c, lines->file) != c) return false;
+  lines->taken--;
+  return true;
+}
+
+// As much of the line as there is room for, and a terminator. Returns the count of characters, 0 at
+// the end of the file.
+int read_piece(Lines* lines) {
+  int count = 0;
+  for (int c = 0; count < lines->room - 1 && c != '\n'; count++) {
+    c = take(lines);
+    if (c == EOF) break;
+    lines->text[count] = static_cast<char>(c);
+  }
+  lines->text[count] = '\0';
+  return lines->too_long || std::ferror(lines->file) != 0 ? 0 : count;
+}
+
+// What comes after a piece that has no line end: more of the line, or of a comment in it.
+void look_ahead(Lines* lines) {
   char& last = lines->text[lines->room - 2];
-  char& end = lines->text[lines->room - 1];
-  const bool continued = lines->cut;
-  lines->cut = false;
-  end = '\n';  // the terminator comes here only when the room is full
-  if (std::fgets(lines->text, lines->room, lines->file) == nullptr) return false;
-  if (!continued) lines->number++;
-  if (end != '\0' || last == '\n') return true;
-  int next = std::getc(lines->file);
+  int next = take(lines);
   const bool seen = has_comment(lines->text);
   // With the character after it the last one may begin a comment, which the tokenizer cannot see.
   const bool begins = next != EOF && (last == '#' || (!seen && last == '/' && next == '/'));
   if (begins) last = '\0';
   if (begins || seen) {
-    while (next != EOF && next != '\n') next = std::getc(lines->file);
-    return true;
+    while (next != EOF && next != '\n') next = take(lines);
+    return;
   }
-  lines->cut = next != EOF && std::ungetc(next, lines->file) == next;
-  return true;
+  lines->cut = next != EOF && give_back(lines, next);
+}
+
+}  // namespace
+
+bool next_line(Lines* lines) {
+  const bool continued = lines->cut;
+  if (lines->too_long) return false;
+  lines->cut = false;
+  const int count = read_piece(lines);
+  if ((count > 0 || lines->too_long) && !continued) lines->number++;
+  if (count == lines->room - 1 && lines->text[count - 1] != '\n') look_ahead(lines);
+  if (lines->too_long) blame_line(lines->number, FILE_TOO_LONG);
+  return count > 0 && !lines->too_long;
 }
 
 void blame_line(unsigned number, const char* reason) {

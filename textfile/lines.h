@@ -1,8 +1,13 @@
 // The lines of a definition file, as far as a reader's buffer holds them.
 #pragma once
+#include <cstdint>
 #include <cstdio>
 
 inline constexpr int LINE_ROOM = 1024;
+
+// The most bytes of a definition file that are read, 1 GiB: a device or a FIFO may have no end.
+extern uint64_t file_limit;
+inline constexpr char FILE_TOO_LONG[] = "the file is too long";
 
 // The line that was read last. Start with the file and the room, everything else zero.
 struct Lines {
@@ -10,12 +15,15 @@ struct Lines {
   int room;         // bytes of `text` in use, its terminator included; at most LINE_ROOM
   unsigned number;  // of the line, from 1
   bool cut;         // the line goes on after what `text` holds
+  bool too_long;    // there was more than file_limit bytes
+  uint64_t taken;   // bytes read so far
   char text[LINE_ROOM];
 };
 
 // Reads on: a line with its line end, or a piece of one that is longer than the room; the pieces
 // share a number. A piece in which a comment begins, or after which one does, is the last of its
-// line. False at the end of the file or when it cannot be read (see the file's error mark).
+// line. False at the end of the file, when it cannot be read (see the file's error mark), or when it
+// is too long, after a line that says so.
 bool next_line(Lines* lines);
 
 // Prints why a file is refused: "line 7: reason".
