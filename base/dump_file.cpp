@@ -1,60 +1,203 @@
-// A dump file: written whole, or removed.
+// A dump file: whole, or as it was before.
 #include "base/dump_file.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
+#include <sys/random.h>
 #include <unistd.h>
 
-#include <climits>
-#include <cstdlib>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+
+#include "base/dump_target.h"
 
 namespace {
 
-FILE* open_file = nullptr;
-const char* open_path = nullptr;
+constexpr unsigned TEMPORARY_SIZE = sizeof ".qarn-XXXXXX";
+constexpr unsigned NAME_ATTEMPTS = 100;
+constexpr int WRITING = O_WRONLY | O_CLOEXEC | O_NOCTTY;
+constexpr mode_t MODE_BITS = 07777;
+constexpr mode_t SET_ID_BITS = 06000;
+constexpr mode_t OTHERS_BITS = 07;
+constexpr unsigned GROUP_SHIFT = 3;
 
-// The file itself goes, not a link that led to it.
-void remove_regular(const char* path, const struct stat& written) {
-  char real[PATH_MAX];
-  if (realpath(path, real) == nullptr) return;
-  struct stat now;
-  const bool same = lstat(real, &now) == 0 && now.st_dev == written.st_dev &&
-                    now.st_ino == written.st_ino && S_ISREG(now.st_mode);
-  if (same) unlink(real);
+enum class Way { none, standard_output, direct, beside };
+
+struct Dump {
+  Way way;
+  FILE* file;
+  Dump_target target;
+  char temporary[TEMPORARY_SIZE];  // its name, in the target's folder
+};
+Dump dump;
+
+bool same_file(const struct stat& one, const struct stat& other) {
+  return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
+bool is_standard_output(const char* path) {
+  struct stat there;
+  struct stat output;
+  return stat(path, &there) == 0 && fstat(STDOUT_FILENO, &output) == 0 && same_file(there, output);
+}
+
+// Something else may have taken the place of what was looked at.
+int open_direct(const Dump_target& target) {
+  const int flags = target.open_file ? WRITING | O_TRUNC : WRITING | O_NOFOLLOW;
+  const int handle = openat(target.folder, target.name, flags);
+  if (handle < 0) return -1;
+  struct stat opened;
+  if (fstat(handle, &opened) == 0 && same_file(opened, target.status)) return handle;
+  close(handle);
+  errno = ELOOP;
+  return -1;
+}
+
+void new_name(char name[TEMPORARY_SIZE], unsigned attempt) {
+  static const char LETTERS[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+  uint32_t number = 0;
+  // Without chance the number of the process will do: a name is taken only when it is free.
+  if (getrandom(&number, sizeof number, GRND_NONBLOCK) != sizeof number) {
+    number = static_cast<uint32_t>(getpid()) + attempt;
+  }
+  std::strcpy(name, ".qarn-XXXXXX");
+  for (char* letter = std::strchr(name, 'X'); *letter != '\0'; letter++) {
+    *letter = LETTERS[number % (sizeof LETTERS - 1)];
+    number /= sizeof LETTERS - 1;
+  }
+}
+
+int create_temporary() {
+  for (unsigned left = NAME_ATTEMPTS; left > 0; left--) {
+    new_name(dump.temporary, left);
+    const int handle = openat(dump.target.folder, dump.temporary,
+                              WRITING | O_CREAT | O_EXCL | O_NOFOLLOW, S_IRUSR | S_IWUSR);
+    if (handle >= 0 || errno != EEXIST) return handle;
+  }
+  return -1;
+}
+
+// The new file is as open to others as the old one, never more.
+bool take_over_rights(int handle, const struct stat& old) {
+  mode_t mode = old.st_mode & MODE_BITS;
+  const bool owner_kept = fchown(handle, old.st_uid, old.st_gid) == 0;
+  if (!owner_kept) mode &= ~SET_ID_BITS;
+  if (!owner_kept && fchown(handle, static_cast<uid_t>(-1), old.st_gid) != 0) {
+    mode = (mode & ~(OTHERS_BITS << GROUP_SHIFT)) | (mode & OTHERS_BITS) << GROUP_SHIFT;
+  }
+  return fchmod(handle, mode) == 0;
+}
+
+void remove_temporary() {
+  const int reason = errno;
+  unlinkat(dump.target.folder, dump.temporary, 0);
+  errno = reason;
+}
+
+int open_beside(const Dump_target& target) {
+  // A file that may not be written is not replaced either.
+  if (target.there && faccessat(target.folder, target.name, W_OK, AT_EACCESS) != 0) return -1;
+  const int handle = create_temporary();
+  if (handle < 0) return -1;
+  if (!target.there || take_over_rights(handle, target.status)) return handle;
+  remove_temporary();
+  const int reason = errno;
+  close(handle);
+  errno = reason;
+  return -1;
+}
+
+FILE* begin(Way way, FILE* file) {
+  dump.way = way;
+  dump.file = file;
+  return file;
+}
+
+// Forgets the dump; errno stays.
+void end_dump() {
+  const int reason = errno;
+  forget_target(&dump.target);
+  dump.way = Way::none;
+  dump.file = nullptr;
+  errno = reason;
+}
+
+FILE* open_target() {
+  const Dump_target& target = dump.target;
+  const bool replaced = !target.open_file && (!target.there || S_ISREG(target.status.st_mode));
+  const int handle = replaced ? open_beside(target) : open_direct(target);
+  if (handle < 0) return nullptr;
+  FILE* file = fdopen(handle, "w");
+  if (file != nullptr) return begin(replaced ? Way::beside : Way::direct, file);
+  if (replaced) remove_temporary();
+  const int reason = errno;
+  close(handle);
+  errno = reason;
+  return nullptr;
+}
+
+bool flush(FILE* file) {
+  if (std::ferror(file) == 0) return std::fflush(file) == 0;
+  if (errno == 0) errno = EIO;
+  return false;
+}
+
+// What cannot be brought to the disk is lost at the next power failure; some file systems have no
+// disk.
+bool sync(FILE* file) {
+  if (fsync(fileno(file)) == 0) return true;
+  return errno == EINVAL || errno == EROFS || errno == ENOSYS || errno == EOPNOTSUPP;
+}
+
+bool finish_beside(FILE* file) {
+  bool whole = flush(file) && sync(file);
+  const int reason = errno;
+  const bool closed = std::fclose(file) == 0;
+  if (!whole) errno = reason;
+  const int folder = dump.target.folder;
+  whole = whole && closed && renameat(folder, dump.temporary, folder, dump.target.name) == 0;
+  if (!whole) remove_temporary();
+  return whole;
+}
+
+bool finish_direct(FILE* file) {
+  const bool whole = flush(file);
+  const int reason = errno;
+  const bool closed = std::fclose(file) == 0;
+  if (!whole) errno = reason;
+  return whole && closed;
 }
 
 }  // namespace
 
 FILE* dump_open(const char* path) {
-  const int handle = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY, 0600);
-  if (handle < 0) return nullptr;
-  FILE* file = fdopen(handle, "w");
-  if (file == nullptr) close(handle);
-  open_file = file;
-  open_path = path;
+  if (is_standard_output(path)) return begin(Way::standard_output, stdout);
+  if (!find_target(path, &dump.target)) return nullptr;
+  FILE* file = open_target();
+  if (file == nullptr) end_dump();
   return file;
 }
 
-bool dump_close(FILE* file, const char* path) {
-  open_file = nullptr;
-  struct stat written;
-  const bool known = fstat(fileno(file), &written) == 0;
-  const bool sound = std::ferror(file) == 0;
-  const bool flushed = std::fflush(file) == 0;
-  const bool closed = std::fclose(file) == 0;
-  if (sound && flushed && closed) return true;
-  if (known && S_ISREG(written.st_mode)) remove_regular(path, written);
-  return false;
+bool dump_close(FILE* file) {
+  const Way way = dump.way;
+  bool whole = false;
+  if (way == Way::standard_output) {
+    whole = flush(file);
+  } else {
+    whole = way == Way::beside ? finish_beside(file) : finish_direct(file);
+  }
+  end_dump();
+  return whole;
 }
 
-void dump_drop(FILE* file, const char* path) {
-  open_file = nullptr;
-  struct stat written;
-  const bool known = fstat(fileno(file), &written) == 0;
-  std::fclose(file);
-  if (known && S_ISREG(written.st_mode)) remove_regular(path, written);
+void dump_drop(FILE* file) {
+  const int reason = errno;
+  if (dump.way == Way::beside) remove_temporary();
+  if (dump.way != Way::standard_output) std::fclose(file);
+  errno = reason;
+  end_dump();
 }
 
 void dump_abandon() {
-  if (open_file != nullptr) dump_drop(open_file, open_path);
+  if (dump.file != nullptr) dump_drop(dump.file);
 }

@@ -1,18 +1,28 @@
-// A dump file: written whole, or removed.
+// A dump file: whole, or as it was before.
 #pragma once
 #include <cstdio>
 
-// Creates or truncates `path` for writing; a new file is readable and writable by its owner only.
-// Symbolic links, FIFOs and devices are followed and written to. Null with errno when refused.
-// One dump at a time; `path` must stay as it is until the file is closed or dropped.
+// Opens `path` for a dump. Null with errno when refused.
+//
+// | the path leads to                     | the dump is written                                  |
+// |---------------------------------------|------------------------------------------------------|
+// | the file that is standard output      | through `stdout`, after what was printed before      |
+// | a device, a FIFO, an open file of the | into it as it is                                     |
+// | process that has no path any more     |                                                      |
+// | a regular file, or nothing            | beside it, and takes its place when whole: mode and  |
+// |                                       | owner are the old file's, a new one's mode is 0600   |
+//
+// Links are followed. Refused are, with ELOOP: a link or file of another user in a folder that
+// others may write; with EMLINK: a file with several names (hard links).
+// One dump at a time. A file that the run did not create is never removed.
 FILE* dump_open(const char* path);
 
-// Flushes and closes `file`, opened from `path`. True when every byte of it was taken; otherwise
-// false, and what was written is removed if it is a regular file.
-bool dump_close(FILE* file, const char* path);
+// Ends the dump in `file`: true when every byte of it was taken and it has its place; otherwise
+// false with errno, and the file is as it was before.
+bool dump_close(FILE* file);
 
-// Closes `file`, opened from `path`, and removes what was written if it is a regular file.
-void dump_drop(FILE* file, const char* path);
+// Gives the dump in `file` up: the file is as it was before. errno stays.
+void dump_drop(FILE* file);
 
-// For a process that ends in the middle of a dump: drops the file that is still open, if any.
+// For a process that ends in the middle of a dump: drops the one that is open, if any.
 void dump_abandon();

@@ -344,8 +344,8 @@ void read_flash() {
     return;
   }
   if (!copy_flash(info)) {
-    dump_drop(fp, flashfilename);
-  } else if (!dump_close(fp, flashfilename)) {
+    dump_drop(fp);
+  } else if (!dump_close(fp)) {
     flashprintf("cannot write the whole flash to %s\n", flashfilename);
   }
   fp = nullptr;

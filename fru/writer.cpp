@@ -103,5 +103,5 @@ int FruToFile(const char* path, const fru_dev* dev) {
     for (const fru_layout& layout : FRU_AREAS) print_area(file, fru, layout);
     print_multirecords(file, fru);
   }
-  return dump_close(file, path) ? 1 : 0;
+  return dump_close(file) ? 1 : 0;
 }

@@ -132,5 +132,5 @@ int SdrToFile(const char* path, const sdr_repository* repository) {
     put_body(file, entry, comments);
   }
   std::fputs("\n\n)\n", file);
-  return dump_close(file, path) ? 1 : 0;
+  return dump_close(file) ? 1 : 0;
 }

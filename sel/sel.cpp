@@ -112,7 +112,7 @@ int SelToFile2(const char* path, const SelList* list) {
     format_record(list->records[static_cast<std::size_t>(i)], line);
     std::fwrite(line, 1, sizeof line, file);
   }
-  return dump_close(file, path) ? 1 : 0;
+  return dump_close(file) ? 1 : 0;
 }
 
 int destroy_sel(SelList* list) {
