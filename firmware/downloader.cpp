@@ -117,8 +117,9 @@ bool portion_used_up() {
 
 bool next_portion() {
   read_data(&data);
-  if (!image_sound()) flashprintf("cannot use the image: it cannot be read any more\n");
-  return image_sound();
+  const char* fault = image_fault();
+  if (fault != nullptr) flashprintf("cannot use the image: %s any more\n", fault);
+  return fault == nullptr;
 }
 
 uint8_t chunk_flags(unsigned index, unsigned count) {

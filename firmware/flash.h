@@ -50,9 +50,9 @@ void interpret_data(ImageBuffer* buffer, const char* line);
 // The byte that two hexadecimal digits denote; above 0xFF when one of them is none.
 unsigned convert(char c1, char c2);
 
-// False once the file could not be read, or no longer holds what was found sound when it was
-// opened.
-bool image_sound();
+// Null while the image can be used; else why it cannot: the file could not be read, or it is not as
+// it was when it was opened and found sound.
+const char* image_fault();
 // Reads through the open image: does an update of this flash place every byte of it at its own
 // address? False after one line that says why not. The position is at the start of the file
 // afterwards.

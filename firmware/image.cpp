@@ -1,10 +1,7 @@
 // The firmware image, in portions of 4096 bytes.
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cstring>
 
+#include "base/regular_file.h"
 #include "firmware/flash.h"
 #include "firmware/srecord.h"
 
@@ -16,25 +13,15 @@ ImageBuffer data;
 
 namespace {
 
-bool sound = true;
+constexpr char NOT_READABLE[] = "it cannot be read";
+constexpr char CHANGED[] = "it is not the file that was checked";
+
+const char* fault = nullptr;  // why the image is of no use any more
+File_state checked;           // the file that was found sound
 
 bool ends_in(const char* name, const char* extension) {
   const char* found = std::strstr(name, extension);
   return found != nullptr && found[std::strlen(extension)] == '\0';
-}
-
-// A device or FIFO has no end or no way back, a directory no content: no images. Null with `*why`
-// set when the file is there but is none; null and no reason when it cannot be opened.
-FILE* open_regular(const char* name, const char** why) {
-  // Without O_NONBLOCK a FIFO would wait for its writer.
-  const int handle = open(name, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  if (handle < 0) return nullptr;
-  struct stat status;
-  const bool regular = fstat(handle, &status) == 0 && S_ISREG(status.st_mode);
-  FILE* file = regular ? fdopen(handle, "rb") : nullptr;
-  if (!regular) *why = "it is not a regular file";
-  if (file == nullptr) close(handle);
-  return file;
 }
 
 bool refuse(const char* why) {
@@ -45,7 +32,7 @@ bool refuse(const char* why) {
 void rewind_image() {
   std::rewind(fp);
   srecord_restart();
-  sound = true;
+  fault = nullptr;
 }
 
 bool check_records() {
@@ -65,23 +52,29 @@ bool fill_raw(ImageBuffer* buffer) {
   // A failed read may have touched what it did not count.
   std::memset(buffer->bytes + count, ERASED, PORTION_SIZE - count);
   if (count < PORTION_SIZE) buffer->eof = 1;
-  if (std::ferror(fp) != 0) sound = false;
+  if (std::ferror(fp) != 0) fault = NOT_READABLE;
   return count > 0;
 }
 
-// Loads the next portion. Returns whether it holds data.
+bool fill_records(ImageBuffer* buffer) {
+  if (!srecord_fill(fp, buffer)) fault = NOT_READABLE;
+  return srecord_placed();
+}
+
+// Loads the next portion, which is of use only while the file is the one that was checked. Returns
+// whether it holds data.
 bool fill(ImageBuffer* buffer) {
   buffer->base = 0;
   buffer->pos = 0;
   std::memset(buffer->bytes, ERASED, PORTION_SIZE);
-  if (fp == nullptr) sound = false;
-  if (!sound) {
+  if (fp == nullptr) fault = NOT_READABLE;
+  if (fault != nullptr) {
     buffer->eof = 1;
     return false;
   }
-  if (format == FORMAT_RAW) return fill_raw(buffer);
-  sound = srecord_fill(fp, buffer);
-  return srecord_placed();
+  const bool filled = format == FORMAT_RAW ? fill_raw(buffer) : fill_records(buffer);
+  if (fault == nullptr && !file_unchanged(fp, checked)) fault = CHANGED;
+  return filled;
 }
 
 // A portion's data is programmed from the block on that the update has come to when it reaches the
@@ -107,13 +100,15 @@ uint64_t flash_end(const Flash_info& info) {
 }
 
 int init_data(ImageBuffer* buffer) {
-  const char* why = nullptr;
-  fp = open_regular(flashfilename, &why);
+  // A device or FIFO has no end or no way back, a directory no content: no images.
+  bool other = false;
+  fp = regular_open(flashfilename, &other);
   if (fp == nullptr) {
     flashprintf("cannot open the data file: %s\n", flashfilename);
-    if (why != nullptr) refuse(why);
+    if (other) refuse("it is not a regular file");
     return 0;
   }
+  checked = file_state(fp);
   format = FORMAT_RAW;
   if (ends_in(flashfilename, ".mot")) format = FORMAT_SRECORD;
   if (ends_in(flashfilename, ".bin")) format = FORMAT_RAW;
@@ -132,14 +127,14 @@ void read_data(ImageBuffer* buffer) {
   std::fflush(stdout);
 }
 
-bool image_sound() {
-  return sound;
+const char* image_fault() {
+  return fault;
 }
 
 bool image_seek(const Flash_info& info) {
   if (format != FORMAT_RAW) return true;
   const bool done = fseeko(fp, info.update_start - info.flash_base, SEEK_SET) == 0;
-  return done || refuse("it cannot be read");
+  return done || refuse(NOT_READABLE);
 }
 
 bool image_fits(const Flash_info& info) {
@@ -151,7 +146,7 @@ bool image_fits(const Flash_info& info) {
   if (!image_seek(info)) return false;
   while (portion.eof == 0 && address < end) {
     const bool filled = fill(&portion);
-    if (!sound) return refuse("it cannot be read");
+    if (fault != nullptr) return refuse(fault);
     if (!filled) continue;
     if (format == FORMAT_SRECORD) {
       if (portion.base >= end) break;
