@@ -3,7 +3,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <cstdarg>
 #include <cstring>
+#include <filesystem>
 
 #include "tests/firmware_support.h"
 #include "transport/bmc.h"
@@ -177,6 +180,49 @@ TEST(Update, ends_when_the_image_becomes_unreadable) {
               "Flashing now\ncannot use the image: it cannot be read any more\n");
     flashprintf = std::printf;
     EXPECT_EQ(held(), noise(4096) + std::string(4096, '.')) << name;
+  }
+}
+
+std::function<void()> harm;
+
+// Prints, and does harm once a portion of the image is in the tool's memory.
+int print_and_harm(const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  const int count = std::vprintf(format, arguments);
+  va_end(arguments);
+  if (std::string(format) == ".") harm();
+  return count;
+}
+
+TEST(Update, stops_when_the_image_is_not_the_one_that_was_checked_any_more) {
+  namespace fs = std::filesystem;
+  const std::string path[] = {path_of("fw.bin"), path_of("fw.mot")};
+  const std::string image[] = {noise(12288), srecords(0, noise(12288))};
+  const std::string first = [] {
+    std::string traffic = "1";
+    for (unsigned i = 0; i < 64; i++) traffic += "4sleep 2000\n5";
+    return traffic;
+  }();
+  for (const unsigned i : {0U, 1U}) {
+    const std::function<void()> harms[] = {
+        [&] { fs::resize_file(path[i], 0); },
+        [&] { fs::resize_file(path[i], image[i].size() - 100); },
+        [&] { fs::resize_file(path[i], image[i].size() + 100); },
+        [&] { file_with(path[i].substr(path_of("").size()), image[i]); },  // as long as before
+        [&] { fs::remove(path[i]); },
+        [&] { fs::rename(file_with("other", image[i]), path[i]); }};
+    for (const auto& one : harms) {
+      file_with(path[i].substr(path_of("").size()), image[i]);
+      fs::last_write_time(path[i], fs::file_time_type::clock::now() - std::chrono::hours(1));
+      serve_card({0, 12288, 0, 64, 64, std::string(12288, '.')});
+      harm = one;
+      flashprintf = print_and_harm;
+      expect({}, "-u", path[i],
+             "..cannot use the image: it is not the file that was checked any more\n", first);
+      flashprintf = std::printf;
+      EXPECT_EQ(held(), noise(4096) + std::string(8192, '.'));
+    }
   }
 }
 
