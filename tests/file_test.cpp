@@ -244,6 +244,7 @@ TEST_F(Files, a_definition_file_beyond_the_limit_is_refused) {
     file_limit--;
     const RunResult refused = run({option, file});
     EXPECT_NE(refused.out.find(says), std::string::npos) << refused.out;
+    EXPECT_EQ(refused.out.find("too long"), refused.out.rfind("too long")) << refused.out;
     EXPECT_EQ(refused.traffic.find("28 27"), std::string::npos) << "nothing is erased";
     EXPECT_EQ(refused.traffic.find("18 46 02"), std::string::npos) << "the script ends there";
   }
