@@ -149,10 +149,10 @@ TEST_F(Files, devices_and_fifos_and_open_files_are_written_as_they_are) {
   EXPECT_EQ(dumps("/dev/full"), -1);
   EXPECT_EQ(errno, ENOSPC);
   int pipe_ends[2];
-  ASSERT_EQ(pipe(pipe_ends), 0);
+  ASSERT_EQ(pipe2(pipe_ends, O_NONBLOCK), 0);
   EXPECT_EQ(dumps("/dev/fd/" + std::to_string(pipe_ends[1])), 0);
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-  const int fifo = open(path.c_str(), O_RDWR);
+  const int fifo = open(path.c_str(), O_RDWR | O_NONBLOCK);
   EXPECT_EQ(dumps(path), 0);
   EXPECT_TRUE(fs::is_fifo(path));
   const int removed = open((place + "/removed").c_str(), O_RDWR | O_CREAT, 0600);
@@ -217,6 +217,14 @@ TEST_F(Files, what_another_user_put_into_a_folder_that_others_may_write_is_refus
   EXPECT_EQ(outcome(0755, 0, OTHER, OTHER), 0) << "only root can have put them there";
   EXPECT_EQ(outcome(0755, OTHER, OTHER, 0), ELOOP) << "the folder is the other user's";
   EXPECT_EQ(outcome(0755, OTHER, 0, 0), 0);
+  fs::permissions(path_of(""), fs::perms{0755});
+  for (const mode_t mode : {0644U, 0444U}) {
+    old_file(path);
+    EXPECT_EQ(chmod(path.c_str(), mode) | chown(path.c_str(), OTHER, 0) | seteuid(OTHER), 0);
+    EXPECT_EQ(dumps(path), mode == 0644 ? 0 : EACCES) << "its owner may not write it";
+    EXPECT_EQ(seteuid(0), 0);
+    fs::remove(path);
+  }
   ASSERT_EQ(mkfifo(path.c_str(), 0666) | chmod(place.c_str(), 01777), 0);
   ASSERT_EQ(chown(path.c_str(), OTHER, 0), 0);
   const int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK);
@@ -230,11 +238,11 @@ TEST_F(Files, a_definition_file_beyond_the_limit_is_refused) {
   const std::string block("\x5A\x08\x01\x00\x51\x01\x01\xAA", 8);
   const std::string binary = std::string(16, 'h') + block + "end.";
   const std::string request = "20 18 01\n20 18 46 02\n";
-  const std::string device = "_FRU\n_DEV_ID 01\n";
+  const std::string device = "_FRU\n_DEV_ID 01\n// end";
   const std::tuple<const char*, std::string, std::string, std::string> cases[] = {
       {"--sdr", "text", records, "line 6: the file is too long\nload sdr file "},
       {"--sdr", "a.dat", binary, "offset 26: the file is too long\nload sdr file "},
-      {"--fru", "fru", device, "line 2: the file is too long\nCannot read file "},
+      {"--fru", "fru", device, "line 3: the file is too long\nCannot read file "},
       {"--cfg", "script", request, "line 2: the file is too long\n"}};
   const uint64_t usual = file_limit;
   for (const auto& [option, name, content, says] : cases) {
@@ -296,6 +304,7 @@ TEST_F(Files, no_file_takes_the_place_of_a_closed_standard_stream) {
   if (child == 0) {
     std::string words[] = {"qarn", "--save", path};
     char* arguments[] = {words[0].data(), words[1].data(), words[2].data(), nullptr};
+    close(STDIN_FILENO);
     close(STDOUT_FILENO);
     std::exit(qarn_main(3, arguments));
   }
