@@ -13,7 +13,8 @@
 
 namespace {
 
-constexpr unsigned TEMPORARY_SIZE = sizeof ".qarn-XXXXXX";
+constexpr char TEMPORARY_NAME[] = ".qarn-XXXXXX";
+constexpr unsigned TEMPORARY_SIZE = sizeof TEMPORARY_NAME;
 constexpr unsigned NAME_ATTEMPTS = 100;
 constexpr int WRITING = O_WRONLY | O_CLOEXEC | O_NOCTTY;
 constexpr mode_t MODE_BITS = 07777;
@@ -55,15 +56,16 @@ int open_direct(const Dump_target& target) {
 
 void new_name(char name[TEMPORARY_SIZE], unsigned attempt) {
   static const char LETTERS[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+  constexpr uint32_t COUNT = sizeof LETTERS - 1;
   uint32_t number = 0;
   // Without chance the number of the process will do: a name is taken only when it is free.
   if (getrandom(&number, sizeof number, GRND_NONBLOCK) != sizeof number) {
     number = static_cast<uint32_t>(getpid()) + attempt;
   }
-  std::strcpy(name, ".qarn-XXXXXX");
+  std::memcpy(name, TEMPORARY_NAME, TEMPORARY_SIZE);
   for (char* letter = std::strchr(name, 'X'); *letter != '\0'; letter++) {
-    *letter = LETTERS[number % (sizeof LETTERS - 1)];
-    number /= sizeof LETTERS - 1;
+    *letter = LETTERS[number % COUNT];
+    number /= COUNT;
   }
 }
 

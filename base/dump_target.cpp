@@ -26,7 +26,7 @@ bool enter_folder(const char* path, Dump_target* target) {
   if (path[0] == '\0') return fail(ENOENT);
   if (name[0] == '\0') return fail(EISDIR);
   if (std::strlen(name) > NAME_MAX) return fail(ENAMETOOLONG);
-  std::strcpy(target->name, name);
+  std::memcpy(target->name, name, std::strlen(name) + 1);
   if (slash == nullptr && target->folder >= 0) return true;
   char folder[PATH_MAX] = ".";
   const size_t length = slash != nullptr ? static_cast<size_t>(slash + 1 - path) : 0;
