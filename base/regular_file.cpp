@@ -6,6 +6,14 @@
 
 #include <cerrno>
 
+namespace {
+
+bool same_time(const timespec& one, const timespec& other) {
+  return one.tv_sec == other.tv_sec && one.tv_nsec == other.tv_nsec;
+}
+
+}  // namespace
+
 FILE* regular_open(const char* path, bool* other) {
   *other = false;
   // Without O_NONBLOCK a FIFO would wait for its writer.
@@ -30,6 +38,5 @@ File_state file_state(FILE* file) {
 bool file_unchanged(FILE* file, const File_state& before) {
   const File_state now = file_state(file);
   return now.known && before.known && now.size == before.size &&
-         now.changed.tv_sec == before.changed.tv_sec &&
-         now.changed.tv_nsec == before.changed.tv_nsec && (now.names > 0 || before.names == 0);
+         same_time(now.changed, before.changed) && (now.names > 0 || before.names == 0);
 }

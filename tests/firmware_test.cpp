@@ -158,31 +158,6 @@ TEST(Actions, say_what_differs_and_what_stopped_them) {
   expect({{answer, 8, 5, 0, 1, 0, {0, 2}}}, "-u", RAW, ".Write Error\n", FIRST);
 }
 
-// The file cannot be read any more once a portion of it has been: its handle becomes a folder's.
-int lose_the_image(const char* format, ...) {
-  if (std::string(format) != ".") return std::printf("%s", format);
-  const int folder = open(".", O_RDONLY | O_DIRECTORY);
-  dup2(folder, fileno(fp));
-  close(folder);
-  return 0;
-}
-
-TEST(Update, ends_when_the_image_becomes_unreadable) {
-  for (const std::string name : {"fw.bin", "fw.mot"}) {
-    const std::string image = name == "fw.bin" ? noise(8192) : srecords(0, noise(8192));
-    serve_card({0, 8192, 0, 64, 64, std::string(8192, '.')});
-    const std::string path = file_with(name, image);
-    flashfilename = path.c_str();
-    EXPECT_EQ(Init_Interface("KCS", 0xCAC, 0xCA8, 0), 0);
-    console_of(enter_downloader);
-    flashprintf = lose_the_image;
-    EXPECT_EQ(console_of([] { EXPECT_EQ(program_firmware(), 0); }),
-              "Flashing now\ncannot use the image: it cannot be read any more\n");
-    flashprintf = std::printf;
-    EXPECT_EQ(held(), noise(4096) + std::string(4096, '.')) << name;
-  }
-}
-
 std::function<void()> harm;
 
 // Prints, and does harm once a portion of the image is in the tool's memory.
@@ -193,6 +168,27 @@ int print_and_harm(const char* format, ...) {
   va_end(arguments);
   if (std::string(format) == ".") harm();
   return count;
+}
+
+TEST(Update, ends_when_the_image_becomes_unreadable) {
+  for (const std::string name : {"fw.bin", "fw.mot"}) {
+    const std::string image = name == "fw.bin" ? noise(8192) : srecords(0, noise(8192));
+    serve_card({0, 8192, 0, 64, 64, std::string(8192, '.')});
+    const std::string path = file_with(name, image);
+    flashfilename = path.c_str();
+    harm = [] {  // the file's handle becomes a folder's
+      const int folder = open(".", O_RDONLY | O_DIRECTORY);
+      dup2(folder, fileno(fp));
+      close(folder);
+    };
+    EXPECT_EQ(Init_Interface("KCS", 0xCAC, 0xCA8, 0), 0);
+    console_of(enter_downloader);
+    flashprintf = print_and_harm;
+    EXPECT_EQ(console_of([] { EXPECT_EQ(program_firmware(), 0); }),
+              "Flashing now\n..cannot use the image: it cannot be read any more\n");
+    flashprintf = std::printf;
+    EXPECT_EQ(held(), noise(4096) + std::string(4096, '.')) << name;
+  }
 }
 
 TEST(Update, stops_when_the_image_is_not_the_one_that_was_checked_any_more) {

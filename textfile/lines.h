@@ -22,8 +22,8 @@ struct Lines {
 
 // Reads on: a line with its line end, or a piece of one that is longer than the room; the pieces
 // share a number. A piece in which a comment begins, or after which one does, is the last of its
-// line. False at the end of the file, when it cannot be read (see the file's error mark), or when it
-// is too long, after a line that says so.
+// line. False at the end of the file, when it cannot be read (see the file's error mark), or when
+// it is too long, after a line that says so.
 bool next_line(Lines* lines);
 
 // Prints why a file is refused: "line 7: reason".
