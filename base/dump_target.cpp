@@ -14,7 +14,7 @@ constexpr int MOST_LINKS = 40;
 constexpr long PROC_FILE_SYSTEM = 0x9FA0;
 constexpr mode_t WRITTEN_BY_OTHERS = S_IWGRP | S_IWOTH;
 
-bool fail(int reason) {
+bool fail_because(int reason) {
   errno = reason;
   return false;
 }
@@ -23,14 +23,14 @@ bool fail(int reason) {
 bool enter_folder(const char* path, Dump_target* target) {
   const char* slash = std::strrchr(path, '/');
   const char* name = slash != nullptr ? slash + 1 : path;
-  if (path[0] == '\0') return fail(ENOENT);
-  if (name[0] == '\0') return fail(EISDIR);
-  if (std::strlen(name) > NAME_MAX) return fail(ENAMETOOLONG);
+  if (path[0] == '\0') return fail_because(ENOENT);
+  if (name[0] == '\0') return fail_because(EISDIR);
+  if (std::strlen(name) > NAME_MAX) return fail_because(ENAMETOOLONG);
   std::memcpy(target->name, name, std::strlen(name) + 1);
   if (slash == nullptr && target->folder >= 0) return true;
   char folder[PATH_MAX] = ".";
   const size_t length = slash != nullptr ? static_cast<size_t>(slash + 1 - path) : 0;
-  if (length >= sizeof folder) return fail(ENAMETOOLONG);
+  if (length >= sizeof folder) return fail_because(ENAMETOOLONG);
   if (length > 0) std::memcpy(folder, path, length);
   if (length > 0) folder[length] = '\0';
   const int from = target->folder >= 0 ? target->folder : AT_FDCWD;
@@ -69,7 +69,7 @@ bool follow_link(Dump_target* target) {
   char text[PATH_MAX];
   const ssize_t length = readlinkat(target->folder, target->name, text, sizeof text);
   if (length < 0) return false;
-  if (static_cast<size_t>(length) >= sizeof text) return fail(ENAMETOOLONG);
+  if (static_cast<size_t>(length) >= sizeof text) return fail_because(ENAMETOOLONG);
   text[length] = '\0';
   target->open_file = leads_to_open_file(*target, text);
   if (target->open_file) return fstatat(target->folder, target->name, &target->status, 0) == 0;
@@ -82,15 +82,15 @@ bool follow(const char* path, Dump_target* target) {
     target->there =
         fstatat(target->folder, target->name, &target->status, AT_SYMLINK_NOFOLLOW) == 0;
     if (!target->there) return errno == ENOENT;
-    if (may_be_planted(*target)) return fail(ELOOP);
+    if (may_be_planted(*target)) return fail_because(ELOOP);
     if (!S_ISLNK(target->status.st_mode)) {
       const bool named_again = S_ISREG(target->status.st_mode) && target->status.st_nlink > 1;
-      return !named_again || fail(EMLINK);
+      return !named_again || fail_because(EMLINK);
     }
     if (!follow_link(target)) return false;
     if (target->open_file) return true;
   }
-  return fail(ELOOP);
+  return fail_because(ELOOP);
 }
 
 }  // namespace
@@ -101,7 +101,7 @@ bool find_target(const char* path, Dump_target* target) {
   if (follow(path, target)) return true;
   const int reason = errno;
   forget_target(target);
-  return fail(reason);
+  return fail_because(reason);
 }
 
 void forget_target(Dump_target* target) {

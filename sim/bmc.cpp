@@ -28,7 +28,7 @@ constexpr Device DEVICES[] = {
     device<&Bmc::fru>(fru_commands), device<&Bmc::card>(card_commands),
 };
 
-Bytes next_of_stream(Bmc& bmc) {
+Bytes next_answer(Bmc& bmc) {
   if (bmc.answer_used >= bmc.answer_stream.size()) return {NOT_PRESENT};
   const size_t asked = bmc.answer_stream[bmc.answer_used++];
   const size_t count = std::min(asked, bmc.answer_stream.size() - bmc.answer_used);
@@ -75,7 +75,7 @@ Answer answer(Bmc& bmc, const Bytes& request) {
   const std::vector<const Fault*> hit = hit_faults(bmc.faults, request);
   Answer result = {.bytes = {COMPLETED}};
   if (!bmc.answer_stream.empty()) {
-    result.bytes = next_of_stream(bmc);
+    result.bytes = next_answer(bmc);
   } else if (!fail_on_arrival(hit, result)) {
     result.bytes = ask_model(bmc, request);
   }

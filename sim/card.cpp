@@ -30,7 +30,7 @@ void append_number(Bytes& bytes, uint32_t number) {
     bytes.push_back(static_cast<uint8_t>(number >> shift));
 }
 
-Reply enter(Bmc& bmc, const Bytes& data) {
+Reply enter_downloader(Bmc& bmc, const Bytes& data) {
   const std::string& code = bmc.card.access_code;
   if (data.size() != code.size()) return {INVALID_LENGTH, {}};
   if (!std::equal(data.begin(), data.end(), code.begin())) return {INVALID_DATA, {}};
@@ -112,7 +112,7 @@ void program(Card& card, size_t count) {
   }
 }
 
-Reply end_block(Bmc& bmc, const Bytes&) {
+Reply program_block(Bmc& bmc, const Bytes&) {
   Card& card = bmc.card;
   if (card.block.empty() || card.chunks != chunks_of_block(card)) return {WRONG_STATE, {}};
   program(card, card.block.size());
@@ -122,10 +122,10 @@ Reply end_block(Bmc& bmc, const Bytes&) {
 
 constexpr Command COMMANDS[] = {
     {NETFN_FIRMWARE, GET_FLASH_INFORMATION, get_update_information},
-    {NETFN_FIRMWARE, ENTER_DOWNLOADER, enter},
+    {NETFN_FIRMWARE, ENTER_DOWNLOADER, enter_downloader},
     {NETFN_FIRMWARE, READ_FLASH, read_flash},
     {NETFN_FIRMWARE, WRITE_FLASH_CHUNK, write_chunk},
-    {NETFN_FIRMWARE, END_FLASH_BLOCK, end_block},
+    {NETFN_FIRMWARE, END_FLASH_BLOCK, program_block},
 };
 
 }  // namespace

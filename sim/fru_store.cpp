@@ -29,7 +29,7 @@ Reply area_info(Bmc& bmc, const Bytes& data) {
 }
 
 // What lies behind the end is not returned; an offset behind the end is refused.
-Reply read_data(Bmc& bmc, const Bytes& data) {
+Reply read_answer(Bmc& bmc, const Bytes& data) {
   if (data.size() != 4) return {INVALID_LENGTH, {}};
   const FruDevice* device = find_device(bmc, data[0]);
   if (device == nullptr) return {NOT_PRESENT, {}};
@@ -62,7 +62,7 @@ Reply write_data(Bmc& bmc, const Bytes& data) {
 
 constexpr Command COMMANDS[] = {
     {NETFN_STORAGE, GET_FRU_AREA_INFO, area_info},
-    {NETFN_STORAGE, READ_FRU_DATA, read_data},
+    {NETFN_STORAGE, READ_FRU_DATA, read_answer},
     {NETFN_STORAGE, WRITE_FRU_DATA, write_data},
 };
 

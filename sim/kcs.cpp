@@ -32,7 +32,7 @@ constexpr uint8_t UNSPECIFIED_ERROR = 0xFF;
 
 constexpr size_t REQUEST_ROOM = 1024;
 
-void enter(Kcs& kcs, KcsPhase phase, uint8_t state) {
+void change_phase(Kcs& kcs, KcsPhase phase, uint8_t state) {
   kcs.phase = phase;
   kcs.state = state;
 }
@@ -44,7 +44,7 @@ void offer(Kcs& kcs, uint8_t value) {
 
 void fail(Kcs& kcs, uint8_t error) {
   kcs.error = error;
-  enter(kcs, KcsPhase::error, ERROR_STATE);
+  change_phase(kcs, KcsPhase::error, ERROR_STATE);
   offer(kcs, 0);
 }
 
@@ -53,10 +53,10 @@ void offer_next(Kcs& kcs) {
   if (kcs.answer.read_error >= 0 && kcs.next == static_cast<size_t>(kcs.answer.read_error)) {
     fail(kcs, UNSPECIFIED_ERROR);
   } else if (kcs.next < kcs.answer.bytes.size()) {
-    enter(kcs, KcsPhase::read, READ_STATE);
+    change_phase(kcs, KcsPhase::read, READ_STATE);
     offer(kcs, kcs.answer.bytes[kcs.next++]);
   } else {
-    enter(kcs, KcsPhase::idle, IDLE_STATE);
+    change_phase(kcs, KcsPhase::idle, IDLE_STATE);
     if (!kcs.answer.no_dummy) offer(kcs, 0);
   }
 }
@@ -80,11 +80,11 @@ void take_control_byte(Kcs& kcs, uint8_t value) {
     case KcsPhase::read:
       return value == READ ? offer_next(kcs) : fail(kcs, ILLEGAL_CODE);
     case KcsPhase::abort_status:
-      enter(kcs, KcsPhase::abort_end, READ_STATE);
+      change_phase(kcs, KcsPhase::abort_end, READ_STATE);
       return offer(kcs, std::exchange(kcs.error, NO_ERROR));
     case KcsPhase::abort_end:
       if (value != READ) return fail(kcs, ILLEGAL_CODE);
-      enter(kcs, KcsPhase::idle, IDLE_STATE);
+      change_phase(kcs, KcsPhase::idle, IDLE_STATE);
       return offer(kcs, 0);
     default:
       return fail(kcs, ILLEGAL_CODE);
@@ -115,7 +115,7 @@ void kcs_write_command(Kcs& kcs, uint8_t value) {
     case WRITE_START:
       kcs.request.clear();
       kcs.error = NO_ERROR;
-      enter(kcs, KcsPhase::write, WRITE_STATE);
+      change_phase(kcs, KcsPhase::write, WRITE_STATE);
       return offer(kcs, 0);
     case WRITE_END:
       if (kcs.phase != KcsPhase::write || kcs.request.empty()) return fail(kcs, ILLEGAL_CODE);
@@ -123,7 +123,7 @@ void kcs_write_command(Kcs& kcs, uint8_t value) {
       return offer(kcs, 0);
     case ABORT:
       if (kcs.error == NO_ERROR) kcs.error = ABORTED;
-      enter(kcs, KcsPhase::abort_status, WRITE_STATE);
+      change_phase(kcs, KcsPhase::abort_status, WRITE_STATE);
       return offer(kcs, 0);
     default:
       return fail(kcs, ILLEGAL_CODE);

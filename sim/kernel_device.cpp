@@ -14,7 +14,7 @@ namespace {
 constexpr int HANDLE = 10000;          // no real handle
 constexpr uint64_t WAIT_US = 1000000;  // for an answer, between two signals
 
-int refuse(int reason) {
+int fail_with(int reason) {
   errno = reason;
   return -1;
 }
@@ -64,24 +64,24 @@ sim::Answer serve_over_driver(const sim::Bytes& request) {
 int device_open(const char* path) {
   sim::Machine& machine = sim::machine();
   const auto& paths = machine.devices;
-  if (std::find(paths.begin(), paths.end(), path) == paths.end()) return refuse(ENOENT);
-  if (!machine.root) return refuse(EACCES);
+  if (std::find(paths.begin(), paths.end(), path) == paths.end()) return fail_with(ENOENT);
+  if (!machine.root) return fail_with(EACCES);
   machine.device_is_open = true;
   machine.device_queue.clear();
   return HANDLE;
 }
 
 int device_close(int handle) {
-  if (!is_open(handle)) return refuse(EBADF);
+  if (!is_open(handle)) return fail_with(EBADF);
   sim::machine().device_is_open = false;
   return 0;
 }
 
 int device_send(int handle, ipmi_req* request) {
-  if (!is_open(handle)) return refuse(EBADF);
+  if (!is_open(handle)) return fail_with(EBADF);
   sim::Machine& machine = sim::machine();
-  if (machine.kernel_faults.send_errno != 0) return refuse(machine.kernel_faults.send_errno);
-  if (const int reason = check_request(*request); reason != 0) return refuse(reason);
+  if (machine.kernel_faults.send_errno != 0) return fail_with(machine.kernel_faults.send_errno);
+  if (const int reason = check_request(*request); reason != 0) return fail_with(reason);
   ipmi_system_interface_addr address;
   std::memcpy(&address, request->addr, sizeof address);
   sim::Bytes bytes;
@@ -97,24 +97,25 @@ int device_send(int handle, ipmi_req* request) {
 // A BMC that never answers would block here for ever; the caller is told instead.
 int device_select(int handle, bool* readable) {
   *readable = false;
-  if (!is_open(handle)) return refuse(EBADF);
+  if (!is_open(handle)) return fail_with(EBADF);
   sim::Machine& machine = sim::machine();
   if (machine.device_queue.empty() && signals_pending() != 0) {
     sim::pause(WAIT_US);
-    return refuse(EINTR);
+    return fail_with(EINTR);
   }
-  if (machine.kernel_faults.select_errno != 0) return refuse(machine.kernel_faults.select_errno);
+  if (machine.kernel_faults.select_errno != 0) return fail_with(machine.kernel_faults.select_errno);
   *readable = !machine.device_queue.empty() && !machine.kernel_faults.not_readable;
   return *readable ? 1 : 0;
 }
 
 int device_receive(int handle, ipmi_recv* received) {
-  if (!is_open(handle)) return refuse(EBADF);
+  if (!is_open(handle)) return fail_with(EBADF);
   sim::Machine& machine = sim::machine();
-  if (machine.kernel_faults.receive_errno != 0) return refuse(machine.kernel_faults.receive_errno);
-  if (machine.device_queue.empty()) return refuse(EAGAIN);
+  if (machine.kernel_faults.receive_errno != 0)
+    return fail_with(machine.kernel_faults.receive_errno);
+  if (machine.device_queue.empty()) return fail_with(EAGAIN);
   ipmi_system_interface_addr address{};
-  if (received->addr_len < sizeof address) return refuse(EINVAL);
+  if (received->addr_len < sizeof address) return fail_with(EINVAL);
   const sim::KernelMessage message = std::move(machine.device_queue.front());
   machine.device_queue.pop_front();
 
@@ -131,7 +132,7 @@ int device_receive(int handle, ipmi_recv* received) {
   const size_t taken = std::min<size_t>(count, received->msg.data_len);
   if (taken > 0) std::memcpy(received->msg.data, message.bytes.data() + 2, taken);
   received->msg.data_len = static_cast<unsigned short>(taken);
-  return taken < count ? refuse(EMSGSIZE) : 0;
+  return taken < count ? fail_with(EMSGSIZE) : 0;
 }
 
 }  // namespace platform

@@ -14,7 +14,7 @@ constexpr uint8_t IP_SOURCE = 4;
 constexpr uint8_t PARAMETER_UNSUPPORTED = 0x80;
 
 // Channel (bit 7: revision only), selector, set selector, block selector.
-Reply get_parameter(Bmc& bmc, const Bytes& data) {
+Reply parameter_answer(Bmc& bmc, const Bytes& data) {
   if (data.size() != 4) return {INVALID_LENGTH, {}};
   if ((data[0] & CHANNEL_MASK) != LAN_CHANNEL) return {INVALID_DATA, {}};
   const auto parameter = bmc.lan.parameters.find(data[1]);
@@ -32,7 +32,7 @@ bool is_allowed(uint8_t selector, const Bytes& value) {
 }
 
 // Channel, selector, data.
-Reply set_parameter(Bmc& bmc, const Bytes& data) {
+Reply store_parameter(Bmc& bmc, const Bytes& data) {
   if (data.size() < 3) return {INVALID_LENGTH, {}};
   if ((data[0] & CHANNEL_MASK) != LAN_CHANNEL) return {INVALID_DATA, {}};
   const auto parameter = bmc.lan.parameters.find(data[1]);
@@ -60,8 +60,8 @@ Reply get_card_mac(Bmc& bmc, const Bytes& data) {
 }
 
 constexpr Command COMMANDS[] = {
-    {NETFN_TRANSPORT, SET_LAN_PARAMETERS, set_parameter},
-    {NETFN_TRANSPORT, GET_LAN_PARAMETERS, get_parameter},
+    {NETFN_TRANSPORT, SET_LAN_PARAMETERS, store_parameter},
+    {NETFN_TRANSPORT, GET_LAN_PARAMETERS, parameter_answer},
     {NETFN_APP, GET_CHANNEL_INFO, get_channel_info},
     {NETFN_CARD, GET_CARD_MAC, get_card_mac},
 };

@@ -26,7 +26,7 @@ void write_line(const std::string& line) {
   if (the_log().file != nullptr) std::fprintf(the_log().file, "%s\n", line.c_str());
 }
 
-void note(const std::string& line) {
+void add_line(const std::string& line) {
   std::string& text = the_log().transcript;
   if (text.size() + line.size() < TRANSCRIPT_LIMIT) text.append(line).append(1, '\n');
   write_line(line);
@@ -35,15 +35,15 @@ void note(const std::string& line) {
 }  // namespace
 
 void log_request(const Bytes& request) {
-  note(hex_text(request));
+  add_line(hex_text(request));
 }
 
 void log_pause(uint64_t microseconds) {
-  note("sleep " + std::to_string(microseconds));
+  add_line("sleep " + std::to_string(microseconds));
 }
 
 void log_poke(uint8_t value) {
-  note("poke " + hex_text({value}));
+  add_line("poke " + hex_text({value}));
 }
 
 void log_response(const Bytes& response) {

@@ -34,7 +34,7 @@ void finish_at_exit() {
   std::atexit(finish);
 }
 
-[[noreturn]] void cut_power() {
+[[noreturn]] void die() {
   std::fflush(stdout);
   finish();
   // No exit handlers: what the program had not written yet is lost.
@@ -72,7 +72,7 @@ Answer serve(const Bytes& request) {
   Answer result = answer(the_machine.bmc, request);
   if (result.power_cut) {
     card_power_cut(the_machine.bmc.card);
-    cut_power();
+    die();
   }
   if (!result.silent) log_response(result.bytes);
   return result;

@@ -27,7 +27,7 @@ constexpr char LIST_COUNTERS[] =
     "    1500      12    0    0    0     0          0         0 "
     "    1500      12    0    0    0     0       0          0\n";
 
-uint8_t next_of_stream(sim::Machine& machine) {
+uint8_t next_port_byte(sim::Machine& machine) {
   const bool left = machine.port_used < machine.port_stream.size();
   return left ? machine.port_stream[machine.port_used++] : NOTHING;
 }
@@ -71,7 +71,7 @@ int io_privilege() {
 uint8_t inb(uint16_t port) {
   sim::Machine& machine = sim::machine();
   machine.port_reads++;
-  if (!machine.port_stream.empty()) return next_of_stream(machine);
+  if (!machine.port_stream.empty()) return next_port_byte(machine);
   if (sim::is_away(machine.bmc)) return NOTHING;
   for (sim::Kcs& kcs : machine.ports) {
     if (kcs.command_port == port) return sim::kcs_read_status(kcs, machine.bmc);

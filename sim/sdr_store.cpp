@@ -25,7 +25,7 @@ bool is_whole(const Bytes& record) {
   return record.size() >= SDR_HEADER && record.size() == SDR_HEADER + record[SDR_HEADER - 1];
 }
 
-Reply get_info(Bmc& bmc, const Bytes&) {
+Reply sdr_info(Bmc& bmc, const Bytes&) {
   const SdrStore& sdr = bmc.sdr;
   size_t used = 0;
   for (const auto& [id, record] : sdr.records) used += record.size();
@@ -35,7 +35,7 @@ Reply get_info(Bmc& bmc, const Bytes&) {
   return repository_info(sdr, sdr.records.size(), free, NON_MODAL | CAN_RESERVE | partial);
 }
 
-Reply reserve(Bmc& bmc, const Bytes&) {
+Reply reserve_sdr(Bmc& bmc, const Bytes&) {
   return give_reservation(bmc.sdr);
 }
 
@@ -116,7 +116,7 @@ Reply add_part(Bmc& bmc, const Bytes& data) {
   return reply;
 }
 
-Reply clear(Bmc& bmc, const Bytes& data) {
+Reply clear_sdr(Bmc& bmc, const Bytes& data) {
   SdrStore& sdr = bmc.sdr;
   Reply refusal;
   const Clear asked = check_clear(sdr, data, refusal);
@@ -134,9 +134,9 @@ Reply clear(Bmc& bmc, const Bytes& data) {
 }
 
 constexpr Command COMMANDS[] = {
-    {NETFN_STORAGE, GET_SDR_INFO, get_info},    {NETFN_STORAGE, RESERVE_SDR, reserve},
+    {NETFN_STORAGE, GET_SDR_INFO, sdr_info},    {NETFN_STORAGE, RESERVE_SDR, reserve_sdr},
     {NETFN_STORAGE, GET_SDR, get_record},       {NETFN_STORAGE, ADD_SDR, add_record},
-    {NETFN_STORAGE, PARTIAL_ADD_SDR, add_part}, {NETFN_STORAGE, CLEAR_SDR, clear},
+    {NETFN_STORAGE, PARTIAL_ADD_SDR, add_part}, {NETFN_STORAGE, CLEAR_SDR, clear_sdr},
 };
 
 }  // namespace

@@ -28,19 +28,19 @@ size_t find(const std::vector<Record>& records, uint16_t id) {
   return static_cast<size_t>(found - records.begin());
 }
 
-Reply get_info(Bmc& bmc, const Bytes&) {
+Reply sel_info(Bmc& bmc, const Bytes&) {
   const SelStore& sel = bmc.sel;
   const size_t held = sel.records.size();
   const size_t free = sel.room > held ? (sel.room - held) * SEL_RECORD : 0;
   return repository_info(sel, held, free, CAN_RESERVE);
 }
 
-Reply reserve(Bmc& bmc, const Bytes&) {
+Reply reserve_sel(Bmc& bmc, const Bytes&) {
   return give_reservation(bmc.sel);
 }
 
 // Reservation (2; needed for a part only), record ID (2), offset, bytes to read.
-Reply get_entry(Bmc& bmc, const Bytes& data) {
+Reply entry_answer(Bmc& bmc, const Bytes& data) {
   const SelStore& sel = bmc.sel;
   if (data.size() != 6) return {INVALID_LENGTH, {}};
   const size_t offset = data[4];
@@ -76,7 +76,7 @@ Reply add_entry(Bmc& bmc, const Bytes& data) {
 }
 
 // An erase is complete at once.
-Reply clear(Bmc& bmc, const Bytes& data) {
+Reply clear_sel(Bmc& bmc, const Bytes& data) {
   SelStore& sel = bmc.sel;
   Reply refusal;
   const Clear asked = check_clear(sel, data, refusal);
@@ -89,9 +89,9 @@ Reply clear(Bmc& bmc, const Bytes& data) {
 }
 
 constexpr Command COMMANDS[] = {
-    {NETFN_STORAGE, GET_SEL_INFO, get_info},   {NETFN_STORAGE, RESERVE_SEL, reserve},
-    {NETFN_STORAGE, GET_SEL_ENTRY, get_entry}, {NETFN_STORAGE, ADD_SEL_ENTRY, add_entry},
-    {NETFN_STORAGE, CLEAR_SEL, clear},
+    {NETFN_STORAGE, GET_SEL_INFO, sel_info},      {NETFN_STORAGE, RESERVE_SEL, reserve_sel},
+    {NETFN_STORAGE, GET_SEL_ENTRY, entry_answer}, {NETFN_STORAGE, ADD_SEL_ENTRY, add_entry},
+    {NETFN_STORAGE, CLEAR_SEL, clear_sel},
 };
 
 }  // namespace

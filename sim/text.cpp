@@ -8,7 +8,7 @@ namespace sim {
 
 namespace {
 
-int digit_value(char digit) {
+int hex_digit(char digit) {
   if (digit >= '0' && digit <= '9') return digit - '0';
   if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
   if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
@@ -32,8 +32,8 @@ std::string hex_text(const Bytes& bytes, const char* separator) {
 bool parse_hex(const std::string& text, Bytes& bytes) {
   Bytes parsed;
   for (size_t i = 0; i + 1 < text.size(); i += 2) {
-    const int high = digit_value(text[i]);
-    const int low = digit_value(text[i + 1]);
+    const int high = hex_digit(text[i]);
+    const int low = hex_digit(text[i + 1]);
     if (high < 0 || low < 0) return false;
     parsed.push_back(static_cast<uint8_t>(high << 4 | low));
   }
