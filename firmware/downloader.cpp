@@ -239,6 +239,22 @@ int verify_image() {
   return compare_flash(info);
 }
 
+// The file may be a FIFO: a signal ends the wait for its reader, here and in the two below.
+bool write_portion(const uint8_t bytes[PORTION_SIZE]) {
+  const Signals_let_in while_writing;
+  return std::fwrite(bytes, 1, PORTION_SIZE, fp) == PORTION_SIZE;
+}
+
+FILE* begin_save() {
+  const Signals_let_in while_writing;
+  return dump_open(flashfilename);
+}
+
+bool end_save() {
+  const Signals_let_in while_writing;
+  return dump_close(fp);
+}
+
 // False when the flash could not be read; what cannot be written is seen by dump_close.
 bool copy_flash(const Flash_info& info) {
   uint8_t bytes[PORTION_SIZE];
@@ -246,11 +262,11 @@ bool copy_flash(const Flash_info& info) {
   do {
     if (!read_portion(address, bytes)) return false;
     address += PORTION_SIZE;
-    if (std::fwrite(bytes, 1, PORTION_SIZE, fp) != PORTION_SIZE) return true;
+    if (!write_portion(bytes)) return true;
     flashprintf(".");
     std::fflush(stdout);
   } while (address < flash_end(info));
-  return true;
+  return !interrupted();
 }
 
 bool is_normal(const Response& response) {
@@ -339,14 +355,14 @@ int verify_firmware() {
 void read_flash() {
   Flash_info info;
   if (interrupted() || !get_flash_information(&info) || !extent_fits(info)) return;
-  fp = dump_open(flashfilename);
+  fp = begin_save();
   if (fp == nullptr) {
     flashprintf("cannot open the data file: %s\n", flashfilename);
     return;
   }
   if (!copy_flash(info)) {
     dump_drop(fp);
-  } else if (!dump_close(fp)) {
+  } else if (!end_save()) {
     flashprintf("cannot write the whole flash to %s\n", flashfilename);
   }
   fp = nullptr;

@@ -44,6 +44,15 @@ bool load_fru_file(const char* path, fru_dev* dev) {
   return loaded;
 }
 
+// Nothing is written once a signal has come; one that comes later ends the wait for a FIFO.
+template <typename Content>
+bool write_dump(int (*write)(const char*, const Content*), const char* path,
+                const Content& content) {
+  interrupt_point();
+  const Signals_let_in while_writing;
+  return write(path, &content) == 1;
+}
+
 int leave_downloader() {
   std::puts("reset and wait");
   const int result = exit_downloader();
@@ -82,7 +91,7 @@ void sdrDump(const char* path) {
   sdr_repository repository{};
   if (init_sdr(&repository) != 1) {
     std::puts(err_message);
-  } else if (SdrToFile(path, &repository) != 1) {
+  } else if (!write_dump(SdrToFile, path, repository)) {
     std::printf("Writting File %s fail\n", path);
   }
   freespace(&repository);
@@ -99,7 +108,7 @@ void fruDump(const char* path) {
     end_fru_action(&dev);
   }
   std::printf("writing file......");
-  if (FruToFile(path, &dev) != 1) {
+  if (!write_dump(FruToFile, path, dev)) {
     std::puts("fail");
     end_fru_action(&dev);
   }
@@ -132,7 +141,7 @@ int dumpSel(const char* path) {
     std::printf("Get SEL Fail:\t%s\n", err_message);
     return 0;
   }
-  if (SelToFile2(path, &list) == 0) {
+  if (!write_dump(SelToFile2, path, list)) {
     std::printf("Writting File %s fail\n", path);
     return 0;
   }

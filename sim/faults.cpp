@@ -1,6 +1,8 @@
 // The kinds of faults, the language in which they are written, and which requests they hit.
 #include "sim/faults.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
@@ -28,6 +30,14 @@ void cut_power(const Fault&, Answer& answer) {
 
 void send_signal(const Fault& fault, Answer&) {
   std::raise(static_cast<int>(fault.value));
+}
+
+// Standard output becomes a pipe that nobody reads.
+void close_output(const Fault&, Answer&) {
+  int ends[2];
+  if (pipe(ends) != 0 || dup2(ends[1], STDOUT_FILENO) < 0) std::abort();
+  close(ends[0]);
+  close(ends[1]);
 }
 
 void answer_other_bytes(const Fault& fault, Answer& answer) {
@@ -84,6 +94,8 @@ constexpr FaultRow FAULT_KINDS[] = {
      "the machine dies first: contents are kept, the process ends with status 137"},
     {FaultKind::raise_signal, "signal", arrival, send_signal,
      "the process gets signal VALUE, then the request is carried out"},
+    {FaultKind::close_output, "close_output", arrival, close_output,
+     "the reader of standard output goes away, then the request is carried out"},
 };
 
 bool parse_key(const std::string& word, Fault& fault) {

@@ -19,6 +19,7 @@ enum class FaultKind {
   attention,
   power_cut,
   raise_signal,
+  close_output,
 };
 
 // Which requests are hit, and with what.

@@ -1,5 +1,9 @@
 // Signals at every request of every action: what is finished, what is not begun, how the run ends.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
@@ -8,6 +12,8 @@
 
 #include "tests/harness.h"
 #include "transport/kcs_intf.h"
+
+int qarn_main(int argc, char** argv);
 
 namespace {
 
@@ -21,6 +27,7 @@ void small_server() {
   sim::Card& card = machine().bmc.card;
   card.flash_size = 0x1000;
   card.update_start = card.flash_base + 0x0F00;
+  machine().interfaces.push_back({"eth0", {0, 0x0E, 0x0C, 0x44, 0x10, 1}, {10, 0, 0, 7}});
   machine().bmc.fru.devices = {{uint8_t{0}, sim::fru_device(sim::example_fru_image(), 128)}};
   auto& records = machine().bmc.sdr.records;
   while (records.size() > 2) records.erase(std::prev(records.end()));
@@ -55,64 +62,131 @@ std::string joined(const std::vector<std::string>& lines, size_t count) {
 
 // A long run of requests that differ in their address only is tried at every 32nd of them;
 // QARN_TEST_ALL in the environment: at all.
+bool everything() {
+  return std::getenv("QARN_TEST_ALL") != nullptr;
+}
+
 bool is_tried(const std::vector<std::string>& requests, size_t k) {
   const auto kind = [&](size_t i) { return i < requests.size() ? requests[i].substr(0, 5) : ""; };
   const bool in_row = k > 0 && kind(k - 1) == kind(k) && kind(k) == kind(k + 1);
-  return !in_row || k % 32 == 5 || requests.size() < 40 || std::getenv("QARN_TEST_ALL") != nullptr;
+  return !in_row || k % 32 == 5 || requests.size() < 40 || everything();
 }
 
-// The two ways that an action may take once a signal has come.
+// The ways that an action may take once a signal has come.
 struct Expected {
   const char* goes_on_from;  // the first request from which on it goes to its end; "": none
   std::string leaves_by;     // what it still sends when it ends before the next request
+  const char* pair = "-";    // the first request of two that belong together
 };
 
-struct Interrupted : testing::Test {
-  // A signal at each request of a run of these words in turn, one of the four after the other.
-  void check(const std::string& line, const Expected& expected) {
-    const std::vector<std::string> words = words_of(line);
-    small_server();
-    const std::vector<std::string> whole = requests_of(run(words).traffic);
-    const sim::State done = contents();
-    size_t boundary = whole.size();
-    for (size_t i = whole.size(); i-- > 0 && expected.goes_on_from[0] != '\0';) {
-      if (whole[i].starts_with(expected.goes_on_from)) boundary = i;
-    }
-    for (size_t k = 0; k < whole.size(); k++) {
-      if (!is_tried(whole, k)) continue;
-      const int number = SIGNALS[k % 4];
-      small_server();
-      machine().bmc.faults = sim::faults("signal skip=" + std::to_string(k) +
-                                         " value=" + sim::hex_text({static_cast<uint8_t>(number)}));
-      const RunResult result = run(words);
-      const auto sent = requests_of(result.traffic);
-      const bool goes_on = k >= boundary;
-      const std::string leaves_by = goes_on || k == 0 ? "" : expected.leaves_by;
-      EXPECT_EQ(joined(sent, sent.size()),
-                joined(whole, goes_on ? whole.size() : k + 1) + leaves_by)
-          << line << ", signal " << number << " at request " << k;
-      EXPECT_EQ(result.status, 128 + number) << line << ", request " << k;
-      machine().bmc.faults.clear();
-      run(words);
-      EXPECT_EQ(contents(), done) << line << ": the next run does not repair what request " << k
-                                  << " left";
-    }
-  }
+// One run of some words without a fault, and what it left.
+struct Whole {
+  std::vector<std::string> words;
+  std::vector<std::string> sent;
+  int status;
+  sim::State left;
+  std::string dump;  // the file that the last word names
 };
+
+Whole whole_run(const std::vector<std::string>& words) {
+  small_server();
+  const RunResult result = run(words);
+  return {words, requests_of(result.traffic), result.status, contents(), content_of(words.back())};
+}
+
+// The same words on a fresh server with a fault at request `k`.
+RunResult run_with(const Whole& whole, const std::string& fault, size_t k) {
+  small_server();
+  machine().bmc.faults = sim::faults(fault + " skip=" + std::to_string(k));
+  return run(whole.words);
+}
+
+struct Interrupted : testing::Test {
+  // One signal at request `k`; the next run, without a signal, must make everything good.
+  void check_one(const Whole& whole, const Expected& expected, size_t boundary, size_t k,
+                 int number) {
+    const std::string older = whole.dump == "(no file)" ? whole.dump : "older";
+    if (older == "older") file_with("dump", older);
+    const RunResult result =
+        run_with(whole, "signal value=" + sim::hex_text({static_cast<uint8_t>(number)}), k);
+    const auto sent = requests_of(result.traffic);
+    const bool goes_on = k >= boundary;
+    const std::string leaves_by = goes_on || k == 0 ? "" : expected.leaves_by;
+    const size_t ends = goes_on ? whole.sent.size() : k + 1;
+    const std::string what = joined(whole.words, whole.words.size()) + "signal " +
+                             std::to_string(number) + " at request " + std::to_string(k);
+    EXPECT_EQ(
+        joined(sent, sent.size()),
+        joined(whole.sent, whole.sent[k].starts_with(expected.pair) ? k + 2 : ends) + leaves_by)
+        << what;
+    EXPECT_EQ(result.status, 128 + number) << what;
+    if (whole.words.back() == path_of("dump") && !goes_on) {
+      EXPECT_TRUE(content_of(path_of("dump")) == older) << what;
+    }
+    machine().bmc.faults.clear();
+    run(whole.words);
+    EXPECT_EQ(contents(), whole.left) << "the next run does not repair " << what;
+    points++;
+  }
+
+  // A signal at each request of a run in turn, one of the four after the other or, with
+  // QARN_TEST_ALL, each of them.
+  void check(const std::string& line, const Expected& expected) {
+    const Whole whole = whole_run(words_of(line));
+    size_t boundary = whole.sent.size();
+    for (size_t i = whole.sent.size(); i-- > 0 && expected.goes_on_from[0] != '\0';) {
+      if (whole.sent[i].starts_with(expected.goes_on_from)) boundary = i;
+    }
+    for (size_t k = 0; k < whole.sent.size(); k++) {
+      if (!is_tried(whole.sent, k)) continue;
+      for (size_t i = 0; i < std::size(SIGNALS); i++) {
+        if (everything() || i == k % std::size(SIGNALS)) {
+          check_one(whole, expected, boundary, k, SIGNALS[i]);
+        }
+      }
+    }
+    report(line);
+  }
+
+  // The reader of standard output goes away at each request in turn: nothing else changes.
+  void check_unread(const std::string& line) {
+    const Whole whole = whole_run(words_of(line));
+    for (size_t k = 0; k < whole.sent.size(); k++) {
+      if (!is_tried(whole.sent, k)) continue;
+      const RunResult result = run_with(whole, "close_output", k);
+      EXPECT_EQ(requests_of(result.traffic), whole.sent) << line << ", request " << k;
+      EXPECT_EQ(result.status, whole.status) << line << ", request " << k;
+      EXPECT_EQ(contents(), whole.left) << line << ", request " << k;
+      EXPECT_TRUE(content_of(whole.words.back()) == whole.dump) << line << ", request " << k;
+      points++;
+    }
+    report(line);
+  }
+
+  void report(const std::string& line) {
+    if (everything()) std::printf("%u points: %s\n", points, line.c_str());
+    points = 0;
+  }
+
+  unsigned points = 0;
+};
+
 TEST_F(Interrupted, reading_passwords_and_setters_end_before_the_next_request) {
   const std::string script = file_with("four.cfg", "20 18 01\n20 18 46 02\n20 28 40\n20 28 20\n");
   const std::string dump = path_of("dump");
   for (const std::string& line :
        {std::string("-d --sp1=new --users -e 18 01"),
-        std::string("--sp0 --sp4=x -m 0:1:2:3:4:5 --dhcp --arp=1"), "--cfg " + script,
-        "--sdrdump " + dump, "--seldump " + dump, "--wfru " + dump}) {
+        std::string("--sp0 --sp4=x -m 0:1:2:3:4:5 --dhcp --arp=1"), std::string("--imac"),
+        "--cfg " + script, "--sdrdump " + dump, "--seldump " + dump, "--wfru " + dump}) {
     check(line, {"", ""});
   }
 }
 
 TEST_F(Interrupted, a_pair_of_lan_settings_is_finished) {
-  check("-i 10.0.0.2", {"30 01 01 04", ""});
-  check("-g 10.0.0.1", {"30 01 01 04", ""});
+  check("-i 10.0.0.2", {"", "", "30 01 01 04"});
+  check("-g 10.0.0.1 --arp=1", {"", "", "30 01 01 04"});
+  check("--open -n 255.0.0.0 -i 10.0.0.2", {"", "", "30 01 01 04"});
+  check("-a", {"", "", "30 01 01 03"});
 }
 
 TEST_F(Interrupted, records_go_in_whole_once_the_erase_has_begun) {
@@ -120,6 +194,7 @@ TEST_F(Interrupted, records_go_in_whole_once_the_erase_has_begun) {
   const std::string records = path_of("records");
   run({"--sdrdump", records});
   check("--sdr " + records, {"28 27", ""});
+  check("--open --sdr " + records, {"28 27", ""});
 }
 
 TEST_F(Interrupted, an_inventory_goes_in_whole_once_its_first_bytes_are_written) {
@@ -127,6 +202,7 @@ TEST_F(Interrupted, an_inventory_goes_in_whole_once_its_first_bytes_are_written)
   const std::string inventory = path_of("inventory");
   run({"--wfru", inventory});
   check("--fru " + inventory, {"28 12", ""});
+  check("--open --fru " + inventory, {"28 12", ""});
 }
 
 TEST_F(Interrupted, the_card_never_stays_in_its_downloader) {
@@ -134,9 +210,27 @@ TEST_F(Interrupted, the_card_never_stays_in_its_downloader) {
   const std::string image = path_of("image");
   run({"--save", image});
   const std::string leaves_by = "18 02\n18 01\n18 01\n";
-  check("--save " + path_of("other"), {"18 02", leaves_by});
+  check("--save " + path_of("dump"), {"18 02", leaves_by});
   check("--verify " + image, {"18 02", leaves_by});
   check("-u " + image, {"20 04", leaves_by});
+  check("--open -u " + image, {"20 04", leaves_by});
+}
+
+TEST_F(Interrupted, a_reader_that_goes_away_changes_nothing) {
+  small_server();
+  const std::string records = path_of("records");
+  run({"--sdrdump", records});
+  const std::string inventory = path_of("inventory");
+  run({"--wfru", inventory});
+  const std::string image = path_of("image");
+  run({"--save", image});
+  const std::string dump = path_of("dump");
+  for (const std::string& line :
+       {std::string("-d --sp1=new --users -e 18 01"), std::string("--debug -i 10.0.0.2"),
+        "--sdr " + records, "--fru " + inventory, "-u " + image, "--verify " + image,
+        "--save " + dump, "--sdrdump " + dump, "--seldump " + dump, "--wfru " + dump}) {
+    check_unread(line);
+  }
 }
 
 TEST(Waiting, for_a_bmc_that_does_not_answer_ends_ten_seconds_after_a_signal_at_the_earliest) {
@@ -152,6 +246,38 @@ TEST(Waiting, for_a_bmc_that_does_not_answer_ends_ten_seconds_after_a_signal_at_
               "BMC's interface stays usable\n" +
                   left + "the last request may not have been carried out\n")
         << way;
+  }
+}
+
+// How a run ends that gets a signal while it waits for the other end of a FIFO.
+int status_of_waiting(const char* option, const std::string& fifo) {
+  small_server();
+  std::fflush(nullptr);
+  const pid_t child = fork();
+  if (child == 0) {
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    dup2(nowhere, STDOUT_FILENO);
+    dup2(nowhere, STDERR_FILENO);
+    std::string words[] = {"qarn", option, fifo};
+    char* arguments[] = {words[0].data(), words[1].data(), words[2].data(), nullptr};
+    std::exit(qarn_main(3, arguments));
+  }
+  usleep(50000);
+  kill(child, SIGTERM);
+  int status = 0;
+  for (unsigned left = 100; left > 0 && waitpid(child, &status, WNOHANG) != child; left--) {
+    if (left == 1) kill(child, SIGKILL);
+    usleep(50000);
+  }
+  return status;
+}
+
+TEST(Waiting, for_the_other_end_of_a_fifo_ends_with_a_signal) {
+  const std::string fifo = path_of("fifo");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  for (const char* option :
+       {"--sdr", "--fru", "--cfg", "--sdrdump", "--wfru", "--seldump", "--save"}) {
+    EXPECT_EQ(status_of_waiting(option, fifo), SIGTERM) << option;
   }
 }
 

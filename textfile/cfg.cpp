@@ -7,6 +7,7 @@
 
 #include "textfile/lines.h"
 #include "textfile/tokenizer.h"
+#include "transport/interrupt.h"
 #include "transport/transaction.h"
 
 namespace {
@@ -32,19 +33,30 @@ void run_line(const char* line, unsigned number) {
   }
   show_bytes("send", std::span(request).first(length));
   Response response;
-  exchange(request, length, &response);
+  exchange({request, length}, &response);
   show_bytes("recv", std::span(response.bytes).first(response.length));
   std::putchar('\n');
+}
+
+// A script may be a FIFO or a terminal: a signal ends the wait for its next line.
+FILE* open_script(const char* path) {
+  const Signals_let_in while_waiting;
+  return std::fopen(path, "re");
+}
+
+bool read_line(Lines* lines) {
+  const Signals_let_in while_waiting;
+  return next_line(lines);
 }
 
 }  // namespace
 
 void process_cfg(const char* path) {
-  FILE* file = std::fopen(path, "re");
+  FILE* file = open_script(path);
   if (file == nullptr) return;
   Lines lines = {};
   lines.file = file;
   lines.room = LINE_ROOM;
-  while (next_line(&lines)) run_line(lines.text, lines.number);
+  while (read_line(&lines)) run_line(lines.text, lines.number);
   std::fclose(file);
 }
