@@ -16,15 +16,15 @@ namespace {
 constexpr char NOT_READABLE[] = "it cannot be read";
 constexpr char CHANGED[] = "it is not the file that was checked";
 
-const char* fault = nullptr;  // why the image is of no use any more
-File_state checked;           // the file that was found sound
+const char* unusable = nullptr;  // why the image is of no use any more
+File_state checked;              // the file that was found sound
 
 bool ends_in(const char* name, const char* extension) {
   const char* found = std::strstr(name, extension);
   return found != nullptr && found[std::strlen(extension)] == '\0';
 }
 
-bool refuse(const char* why) {
+bool refuse_image(const char* why) {
   flashprintf("cannot use the image: %s\n", why);
   return false;
 }
@@ -32,7 +32,7 @@ bool refuse(const char* why) {
 void rewind_image() {
   std::rewind(fp);
   srecord_restart();
-  fault = nullptr;
+  unusable = nullptr;
 }
 
 bool check_records() {
@@ -52,12 +52,12 @@ bool fill_raw(ImageBuffer* buffer) {
   // A failed read may have touched what it did not count.
   std::memset(buffer->bytes + count, ERASED, PORTION_SIZE - count);
   if (count < PORTION_SIZE) buffer->eof = 1;
-  if (std::ferror(fp) != 0) fault = NOT_READABLE;
+  if (std::ferror(fp) != 0) unusable = NOT_READABLE;
   return count > 0;
 }
 
 bool fill_records(ImageBuffer* buffer) {
-  if (!srecord_fill(fp, buffer)) fault = NOT_READABLE;
+  if (!srecord_fill(fp, buffer)) unusable = NOT_READABLE;
   return srecord_placed();
 }
 
@@ -67,13 +67,13 @@ bool fill(ImageBuffer* buffer) {
   buffer->base = 0;
   buffer->pos = 0;
   std::memset(buffer->bytes, ERASED, PORTION_SIZE);
-  if (fp == nullptr) fault = NOT_READABLE;
-  if (fault != nullptr) {
+  if (fp == nullptr) unusable = NOT_READABLE;
+  if (unusable != nullptr) {
     buffer->eof = 1;
     return false;
   }
   const bool filled = format == FORMAT_RAW ? fill_raw(buffer) : fill_records(buffer);
-  if (fault == nullptr && !file_unchanged(fp, checked)) fault = CHANGED;
+  if (unusable == nullptr && !file_unchanged(fp, checked)) unusable = CHANGED;
   return filled;
 }
 
@@ -105,7 +105,7 @@ int init_data(ImageBuffer* buffer) {
   fp = regular_open(flashfilename, &other);
   if (fp == nullptr) {
     flashprintf("cannot open the data file: %s\n", flashfilename);
-    if (other) refuse("it is not a regular file");
+    if (other) refuse_image("it is not a regular file");
     return 0;
   }
   checked = file_state(fp);
@@ -128,13 +128,13 @@ void read_data(ImageBuffer* buffer) {
 }
 
 const char* image_fault() {
-  return fault;
+  return unusable;
 }
 
 bool image_seek(const Flash_info& info) {
   if (format != FORMAT_RAW) return true;
   const bool done = fseeko(fp, info.update_start - info.flash_base, SEEK_SET) == 0;
-  return done || refuse(NOT_READABLE);
+  return done || refuse_image(NOT_READABLE);
 }
 
 bool image_fits(const Flash_info& info) {
@@ -146,7 +146,7 @@ bool image_fits(const Flash_info& info) {
   if (!image_seek(info)) return false;
   while (portion.eof == 0 && address < end) {
     const bool filled = fill(&portion);
-    if (fault != nullptr) return refuse(fault);
+    if (unusable != nullptr) return refuse_image(unusable);
     if (!filled) continue;
     if (format == FORMAT_SRECORD) {
       if (portion.base >= end) break;
@@ -157,7 +157,7 @@ bool image_fits(const Flash_info& info) {
     address += PORTION_SIZE;
   }
   rewind_image();
-  return has_data || refuse("it has no data between update start and end of the flash");
+  return has_data || refuse_image("it has no data between update start and end of the flash");
 }
 
 void close_image() {

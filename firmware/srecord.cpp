@@ -31,17 +31,22 @@ constexpr char OUT_OF_ORDER[] = "the data is out of ascending order";
 constexpr char OUT_OF_SPACE[] = "the data runs past the last address";
 constexpr char NOT_READABLE[] = "the file cannot be read";
 
-struct Record {
+struct Data_record {
   uint32_t address;
   unsigned count;      // data bytes
   const char* digits;  // of the data
 };
 
-int readFlag = 0;             // 1 while buf holds a line that is not wholly placed
-char buf[LINE_ROOM + 1];      // NUL-terminated
-unsigned split = 0;           // data bytes of buf that went into the portion before
-bool placed = false;          // the portion holds data
-const char* fault = nullptr;  // of a record that could not be placed
+// How far the file has been read. It begins with srecord_restart and carries a line that crosses
+// the end of a portion over into the next one.
+struct Reading {
+  int readFlag;             // 1 while buf holds a line that is not wholly placed
+  char buf[LINE_ROOM + 1];  // NUL-terminated
+  unsigned split;           // data bytes of buf that went into the portion before
+  bool placed;              // the portion holds data
+  const char* fault;        // of a record that could not be placed
+};
+Reading reading;
 
 // 16 values, the rest NOT_HEX.
 constexpr std::array<uint16_t, 256> digit_values() {
@@ -83,7 +88,7 @@ bool all_hex(const char* digits, size_t count) {
 }
 
 // Takes a line apart that is_data_record. Null, or why it is no sound record.
-const char* parse_record(const char* line, Record* record) {
+const char* parse_record(const char* line, Data_record* record) {
   const size_t length = std::strlen(line);
   if (length < ADDRESS_DIGITS) return LINE_TOO_SHORT;
   const unsigned count = convert(line[COUNT_DIGITS], line[COUNT_DIGITS + 1]);
@@ -105,7 +110,7 @@ const char* parse_record(const char* line, Record* record) {
 }
 
 // Null when the record may follow data that ended before `*next`, which moves on.
-const char* check_order(const Record& record, uint64_t* next) {
+const char* check_order(const Data_record& record, uint64_t* next) {
   if (record.count == 0) return nullptr;
   if (record.address < *next) return OUT_OF_ORDER;
   *next = uint64_t{record.address} + record.count;
@@ -125,7 +130,7 @@ const char* srecord_fault(FILE* file, unsigned* line_number) {
   uint64_t next = 0;
   *line_number = 1;
   for (; read_line(file, line); ++*line_number) {
-    Record record;
+    Data_record record;
     if (!is_data_record(line)) continue;
     const char* reason = parse_record(line, &record);
     if (reason == nullptr) reason = check_order(record, &next);
@@ -135,24 +140,22 @@ const char* srecord_fault(FILE* file, unsigned* line_number) {
 }
 
 void srecord_restart() {
-  readFlag = 0;
-  split = 0;
-  fault = nullptr;
+  reading = {};
 }
 
 // A record that runs past the portion's end stays in the line: its rest opens the next portion.
 void interpret_data(ImageBuffer* buffer, const char* line) {
-  Record record;
-  readFlag = 0;
-  const unsigned used = split;
-  split = 0;
+  Data_record record;
+  reading.readFlag = 0;
+  const unsigned used = reading.split;
+  reading.split = 0;
   if (!is_data_record(line)) return;
-  fault = parse_record(line, &record);
-  if (fault != nullptr || used >= record.count) return;
+  reading.fault = parse_record(line, &record);
+  if (reading.fault != nullptr || used >= record.count) return;
   const uint32_t address = record.address + used;
-  if (!placed) buffer->base = address;
+  if (!reading.placed) buffer->base = address;
   buffer->pos = address;
-  placed = true;
+  reading.placed = true;
   unsigned i = used;
   for (; i < record.count && buffer->pos - buffer->base < PORTION_SIZE; i++) {
     const unsigned byte = convert(record.digits[2 * i], record.digits[2 * i + 1]);
@@ -160,23 +163,23 @@ void interpret_data(ImageBuffer* buffer, const char* line) {
     buffer->pos++;
   }
   if (i == record.count) return;
-  readFlag = 1;
-  split = i;
+  reading.readFlag = 1;
+  reading.split = i;
 }
 
 bool srecord_fill(FILE* file, ImageBuffer* buffer) {
-  placed = false;
-  while (fault == nullptr && (readFlag != 0 || std::feof(file) == 0)) {
-    if (readFlag == 0 && !read_line(file, buf)) break;
-    interpret_data(buffer, buf);
+  reading.placed = false;
+  while (reading.fault == nullptr && (reading.readFlag != 0 || std::feof(file) == 0)) {
+    if (reading.readFlag == 0 && !read_line(file, reading.buf)) break;
+    interpret_data(buffer, reading.buf);
     if (buffer->pos - buffer->base >= PORTION_SIZE) break;
   }
   buffer->pos = buffer->base;
   // A line that waits is data still to come.
-  if (readFlag == 0 && (std::feof(file) != 0 || std::ferror(file) != 0)) buffer->eof = 1;
-  return fault == nullptr && std::ferror(file) == 0;
+  if (reading.readFlag == 0 && (std::feof(file) != 0 || std::ferror(file) != 0)) buffer->eof = 1;
+  return reading.fault == nullptr && std::ferror(file) == 0;
 }
 
 bool srecord_placed() {
-  return placed;
+  return reading.placed;
 }

@@ -213,7 +213,7 @@ bool add_in_parts(const sdr_entry& entry) {
                                                 last ? LAST_FRAGMENT : MORE_TO_COME};
     std::ranges::copy(record.subspan(offset, count), request + FRAGMENT_HEADER);
     Response response;
-    const auto given = ask(request, FRAGMENT_HEADER + count, last ? 0 : 2, &response);
+    const auto given = ask({request, FRAGMENT_HEADER + count}, last ? 0 : 2, &response);
     if (given.data() == nullptr) return write_failed(id);
     if (last) return true;
     id = {given[0], given[1]};

@@ -44,7 +44,7 @@ FILE* open_script(const char* path) {
   return std::fopen(path, "re");
 }
 
-bool read_line(Lines* lines) {
+bool next_script_line(Lines* lines) {
   const Signals_let_in while_waiting;
   return next_line(lines);
 }
@@ -57,6 +57,6 @@ void process_cfg(const char* path) {
   Lines lines = {};
   lines.file = file;
   lines.room = LINE_ROOM;
-  while (read_line(&lines)) run_line(lines.text, lines.number);
+  while (next_script_line(&lines)) run_line(lines.text, lines.number);
   std::fclose(file);
 }

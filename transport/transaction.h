@@ -54,15 +54,6 @@ bool exchange(std::span<const uint8_t> request, Response* response);
 // came, in `response`; null (data() is, and the size is 0) otherwise.
 std::span<const uint8_t> ask(std::span<const uint8_t> request, unsigned count, Response* response);
 
-// The same two with the request's bytes and their count apart.
-inline bool exchange(const uint8_t* request, unsigned length, Response* response) {
-  return exchange({request, length}, response);
-}
-inline std::span<const uint8_t> ask(const uint8_t* request, unsigned length, unsigned count,
-                                    Response* response) {
-  return ask({request, length}, count, response);
-}
-
 // The completion code, or 0xFF when the response holds none.
 uint8_t completion_code(const Response& response);
 
