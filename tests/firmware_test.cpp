@@ -13,8 +13,6 @@
 
 namespace {
 
-using enum sim::FaultKind;
-
 const std::string RESET = "18 02\nsleep 4000000\nsleep 2000000\n18 01\nsleep 2000000\n18 01\n";
 const std::string IMAGE = "01234567stuvwxyz";
 const std::string UPDATED = "........stuvwxyz";
@@ -23,7 +21,7 @@ const std::string RAW = file_with("raw.bin", IMAGE);
 const std::string BLOCK = "4444sleep 2000\n5";
 const std::string FIRST = "1" + BLOCK;
 
-// At the top of the address space: two blocks, behind eight bytes that an update leaves alone.
+// At the top of the address space: two blocks, after eight bytes that an update leaves alone.
 struct Flash {
   uint32_t base = 0xFFFFFFF0, size = 16, start = 0xFFFFFFF8;
   uint8_t block = 4, chunk = 1;
@@ -43,17 +41,16 @@ std::string held() {
 }
 
 // "qarn OPTION PATH": what it says, and what it asks of the downloader: the pauses, and the number
-// alone of each request. A fault is kind, NetFn, command, requests that pass, that are hit, value,
-// bytes.
-void expect(const std::vector<sim::Fault>& faults, const std::string& option,
-            const std::string& path, std::string out, const std::string& traffic = "",
-            const std::string& left = "OK\n", const std::string& reset = RESET) {
+// alone of each request.
+void expect(const std::string& faults, const std::string& option, const std::string& path,
+            std::string out, const std::string& traffic = "", const std::string& left = "OK\n",
+            const std::string& reset = RESET) {
   std::string title = option == "--save" ? "Read firmware and Save to" : "Verify firmware with the";
   if (option == "-u") {
     title = "Update Firmware with";
     out = "Flashing now\n" + out + (out.ends_with("OK\n") ? "" : "can't find file " + path + "\n");
   }
-  sim::machine().bmc.faults = faults;
+  sim::machine().bmc.faults = sim::faults(faults);
   const RunResult result = run({option, path});
   EXPECT_EQ(after_identity(result.out), title + " File " + path + "\nEnter Downloader......OK\n" +
                                             out + "reset and wait\nExit Downloader......" + left);
@@ -92,15 +89,16 @@ TEST(Update, ends_with_the_image_or_with_the_flash) {
 
 // An answer without a status counts as refused.
 TEST(Update, sends_a_block_again_up_to_eight_times) {
-  for (const sim::FaultKind kind : {refuse, shorten, answer}) {
-    const std::string pause = kind == answer ? "sleep 1000000\n" : "sleep 3000000\n";
+  for (const std::string fault : {"refuse value=1", "shorten value=1", "answer bytes=0001"}) {
+    const std::string pause = fault.starts_with("answer") ? "sleep 1000000\n" : "sleep 3000000\n";
     for (const unsigned times : {1U, 7U, 8U}) {
       serve_card({});
       std::string traffic = FIRST;
       for (unsigned i = 1; i < std::min(times + 1, 8U); i++)
         traffic += pause + "4444sleep " + std::to_string(2000 + 10000 * i) + "\n5";
       if (times < 8) traffic += BLOCK;
-      expect({{kind, 8, 5, 0, times, 1, {0, 1}}}, "-u", RAW, times < 8 ? ".OK\n" : ".", traffic);
+      expect(fault + " netfn=8 cmd=5 times=" + std::to_string(times), "-u", RAW,
+             times < 8 ? ".OK\n" : ".", traffic);
       EXPECT_EQ(held() == UPDATED, times < 8);
     }
   }
@@ -110,7 +108,7 @@ TEST(Update, refuses_what_does_not_fit_before_the_first_chunk) {
   const auto refuses = [](const Flash& flash, const std::string& why, const std::string& image) {
     serve_card(flash);
     const std::string path = file_with(image[0] == 'S' ? "fw.mot" : "fw.bin", image);
-    expect({}, "-u", path, "cannot use the " + why + "\n", "1");
+    expect("", "-u", path, "cannot use the " + why + "\n", "1");
   };
   const std::string sizes = "flash update information: ";
   refuses({.block = 0}, sizes + "the block size is 0", IMAGE);
@@ -139,23 +137,27 @@ TEST(Actions, say_what_differs_and_what_stopped_them) {
   const std::string shut = "cannot open the data file: ";
   const std::string all(256, '3');
   serve_card({});
-  expect({}, "--verify", "missing", shut + "missing\n");
-  expect({}, "--verify", fifo, shut + fifo + "\ncannot use the image: it is not a regular file\n");
-  expect({}, "--verify", file_with("cut", "01234567......"),
+  expect("", "--verify", "missing", shut + "missing\n");
+  expect("", "--verify", fifo, shut + fifo + "\ncannot use the image: it is not a regular file\n");
+  expect("", "--verify", file_with("cut", "01234567......"),
          "Verify now\n.data wrong at E\ndata wrong at F\nOK\n", "1" + all);
-  expect({}, "--verify", file_with("fw.mot", srecords(0xFFFFFFF8, "x......x")),
+  expect("", "--verify", file_with("fw.mot", srecords(0xFFFFFFF8, "x......x")),
          "Verify now\n.data wrong at FFFFFFF8\ndata wrong at FFFFFFFF\nOK\n", "1" + all);
-  expect({}, "--save", "/dev/full", "cannot write the whole flash to /dev/full\n", "1" + all);
-  expect({{shorten, 8, 3, 0, 1, 17}}, "--save", file, "cannot read the flash at FFFFFFF0\n", "13");
-  expect({{refuse, 8, 1, 0, 1, 9}}, "--save", file, "cannot get flash update information\n", "1");
+  expect("", "--save", "/dev/full", "cannot write the whole flash to /dev/full\n", "1" + all);
+  expect("shorten netfn=8 cmd=3 value=11", "--save", file, "cannot read the flash at FFFFFFF0\n",
+         "13");
+  expect("refuse netfn=8 cmd=1 value=9", "--save", file, "cannot get flash update information\n",
+         "1");
   EXPECT_EQ(content_of(file), "(no file)");
-  expect({{shorten, 8, 1, 0, 1, 16}}, "-u", RAW, "cannot get flash update information\n", "1");
+  expect("shorten netfn=8 cmd=1 value=10", "-u", RAW, "cannot get flash update information\n", "1");
   serve_card({0x12345670, 16, 0x12345678});
   // Completion code 1 is good on the last chunk of a block.
-  expect({{answer, 8, 4, 3, 1, 0, {1}}}, "-u", RAW, ".OK\n", FIRST + BLOCK);
-  expect({{answer, 8, 4, 2, 1, 0, {1}}}, "-u", RAW, ".write data error at 1234567A\n", "1444");
-  expect({{shorten, 8, 4, 4}}, "-u", RAW, ".Cannot write data at 1234567C\n", FIRST + "4");
-  expect({{answer, 8, 5, 0, 1, 0, {0, 2}}}, "-u", RAW, ".Write Error\n", FIRST);
+  expect("answer netfn=8 cmd=4 skip=3 bytes=01", "-u", RAW, ".OK\n", FIRST + BLOCK);
+  expect("answer netfn=8 cmd=4 skip=2 bytes=01", "-u", RAW, ".write data error at 1234567A\n",
+         "1444");
+  expect("shorten netfn=8 cmd=4 skip=4 value=0", "-u", RAW, ".Cannot write data at 1234567C\n",
+         FIRST + "4");
+  expect("answer netfn=8 cmd=5 bytes=0002", "-u", RAW, ".Write Error\n", FIRST);
 }
 
 std::function<void()> harm;
@@ -219,7 +221,7 @@ TEST(Update, stops_when_the_image_is_not_the_one_that_was_checked_any_more) {
       serve_card({0, 12288, 0, 64, 64, std::string(12288, '.')});
       harm = one;
       flashprintf = print_and_harm;
-      expect({}, "-u", path[i],
+      expect("", "-u", path[i],
              "..cannot use the image: it is not the file that was checked any more\n", first);
       flashprintf = std::printf;
       EXPECT_EQ(held(), noise(4096) + std::string(8192, '.'));
@@ -229,18 +231,20 @@ TEST(Update, stops_when_the_image_is_not_the_one_that_was_checked_any_more) {
 
 // Requests of an update: 0 enter, 1 information, 2 to 5 chunks, 6 their end, 7 to 11 the same.
 TEST(Update, is_whole_or_over_at_once_and_repaired_by_the_next) {
-  for (const sim::FaultKind kind : {refuse, power_cut}) {
+  for (const std::string kind : {"refuse", "power_cut"}) {
+    const bool refused = kind == "refuse";
     for (const unsigned skip : {0U, 1U, 2U, 3U, 6U, 7U, 10U, 11U}) {
       serve_card({});
-      sim::machine().bmc.faults = {{kind, 8, -1, skip, 1, 0xC0}};
+      sim::machine().bmc.faults =
+          sim::faults(kind + " netfn=8 value=c0 skip=" + std::to_string(skip));
       const RunResult result = run({"-u", RAW});
-      EXPECT_EQ(result.status == 0 && result.traffic.ends_with(RESET), kind == refuse);
-      EXPECT_EQ(result.out.find(" Cannot enter") != std::string::npos, kind == refuse && skip == 0);
+      EXPECT_EQ(result.status == 0 && result.traffic.ends_with(RESET), refused);
+      EXPECT_EQ(result.out.find(" Cannot enter") != std::string::npos, refused && skip == 0);
       // Block by block: new ones, at most one that is half new, old ones.
-      const size_t end = kind == refuse && (skip == 6 || skip == 11) ? 16 : skip < 7 ? 8 : 12;
-      const size_t old = 16 - end - (kind == power_cut && skip > 2 ? 4 : 0);
+      const size_t end = refused && (skip == 6 || skip == 11) ? 16 : skip < 7 ? 8 : 12;
+      const size_t old = 16 - end - (!refused && skip > 2 ? 4 : 0);
       EXPECT_EQ(held().erase(end, 16 - end - old), UPDATED.substr(0, end) + std::string(old, '.'));
-      expect({}, "-u", RAW, ".OK\n", FIRST + BLOCK);
+      expect("", "-u", RAW, ".OK\n", FIRST + BLOCK);
       EXPECT_EQ(held(), UPDATED) << skip;
     }
   }
@@ -253,10 +257,11 @@ TEST(Exit, resets_and_waits_until_the_card_runs_normally) {
   const std::string gone = "cannot open the data file: .\n";
   const std::string both = "18 02\n18 03\n";
   serve_card({});
-  expect({{refuse, 6, 2, 0, 1, 0xC3}}, "--save", ".", gone, "1", "OK\n", both + RESET.substr(6));
-  expect({{refuse, 6, -1, 1, 0, 0xC3}}, "--save", ".", gone, "1", "Cannot exit downloader\n", both);
-  expect({{refuse, 6, 1, 1, 0, 0xC3}}, "--save", ".", gone, "1", never, polls);
-  expect({{shorten, 6, 1, 1, 0, 3}}, "--save", ".", gone, "1", never, polls);
+  expect("refuse netfn=6 cmd=2 value=c3", "--save", ".", gone, "1", "OK\n", both + RESET.substr(6));
+  expect("refuse netfn=6 skip=1 times=0 value=c3", "--save", ".", gone, "1",
+         "Cannot exit downloader\n", both);
+  expect("refuse netfn=6 cmd=1 skip=1 times=0 value=c3", "--save", ".", gone, "1", never, polls);
+  expect("shorten netfn=6 cmd=1 skip=1 times=0 value=3", "--save", ".", gone, "1", never, polls);
 }
 
 TEST(Save, writes_whole_portions_that_verify_takes_back) {
@@ -265,9 +270,9 @@ TEST(Save, writes_whole_portions_that_verify_takes_back) {
     serve_card({0U - size, size, 128U - size, 128, 32, noise(size)});
     const std::string dots((size + 4095) / 4096, '.');
     const std::string traffic = "1" + std::string(dots.size() * 256, '3');
-    expect({}, "--save", path, dots, traffic);
+    expect("", "--save", path, dots, traffic);
     EXPECT_EQ(content_of(path), padded(noise(size), dots.size() * 4096));
-    expect({}, "--verify", path, "Verify now\n" + dots + "OK\n", traffic);
+    expect("", "--verify", path, "Verify now\n" + dots + "OK\n", traffic);
   }
 }
 
