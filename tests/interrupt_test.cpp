@@ -148,11 +148,12 @@ struct Interrupted : testing::Test {
     report(line);
   }
 
-  // The reader of standard output goes away at each request in turn: nothing else changes.
+  // The reader of standard output goes away at each request in turn, or at every third of those
+  // that are tried: nothing else changes.
   void check_unread(const std::string& line) {
     const Whole whole = whole_run(words_of(line));
     for (size_t k = 0; k < whole.sent.size(); k++) {
-      if (!is_tried(whole.sent, k)) continue;
+      if (!everything() && (k % 3 != 0 || !is_tried(whole.sent, k))) continue;
       const RunResult result = run_with(whole, "close_output", k);
       EXPECT_EQ(requests_of(result.traffic), whole.sent) << line << ", request " << k;
       EXPECT_EQ(result.status, whole.status) << line << ", request " << k;
