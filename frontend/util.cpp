@@ -70,6 +70,7 @@ bool open_device() {
 
 bool open_ports() {
   if (!take_turn_on_ports()) return false;
+  now_under_way(Unfinished::nothing);
   for (const Port_pair& pair : PORT_PAIRS) {
     warn_of_owner(pair.command, pair.data);
     if (Init_Interface("KCS", pair.command, pair.data, 0) != 0) continue;
@@ -182,6 +183,7 @@ int main(int argc, char** argv) {
   set_switches(options);
 
   if (!(openIpmiFlag != 0 ? open_device() : open_ports())) return STATUS_NO_BMC;
+  now_under_way(Unfinished::nothing);
   show_fw_version();
   run_user_actions(&options);
   return close_device(run_actions(options));

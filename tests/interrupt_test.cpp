@@ -250,18 +250,27 @@ TEST(Waiting, for_a_bmc_that_does_not_answer_ends_ten_seconds_after_a_signal_at_
   }
 }
 
-// How a run ends that gets a signal while it waits for the other end of a FIFO.
-int status_of_waiting(const char* option, const std::string& fifo) {
+struct Ended {
+  int signal;
+  std::string err;  // standard error
+};
+
+// A run that gets SIGTERM while it waits for a file or for standard input, which say nothing.
+Ended killed_while_waiting(std::vector<std::string> words) {
   small_server();
+  int silent[2];
+  EXPECT_EQ(pipe2(silent, O_CLOEXEC), 0);
+  const std::string errors = file_with("killed.err", "");
   std::fflush(nullptr);
   const pid_t child = fork();
   if (child == 0) {
-    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    dup2(nowhere, STDOUT_FILENO);
-    dup2(nowhere, STDERR_FILENO);
-    std::string words[] = {"qarn", option, fifo};
-    char* arguments[] = {words[0].data(), words[1].data(), words[2].data(), nullptr};
-    std::exit(qarn_main(3, arguments));
+    dup2(silent[0], STDIN_FILENO);
+    dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDOUT_FILENO);
+    dup2(open(errors.c_str(), O_WRONLY | O_CLOEXEC), STDERR_FILENO);
+    words.insert(words.begin(), "qarn");
+    std::vector<char*> arguments;
+    for (std::string& word : words) arguments.push_back(word.data());
+    std::exit(qarn_main(static_cast<int>(words.size()), arguments.data()));
   }
   usleep(50000);
   kill(child, SIGTERM);
@@ -270,7 +279,9 @@ int status_of_waiting(const char* option, const std::string& fifo) {
     if (left == 1) kill(child, SIGKILL);
     usleep(50000);
   }
-  return status;
+  close(silent[0]);
+  close(silent[1]);
+  return {status, content_of(errors)};
 }
 
 TEST(Waiting, for_the_other_end_of_a_fifo_ends_with_a_signal) {
@@ -278,8 +289,14 @@ TEST(Waiting, for_the_other_end_of_a_fifo_ends_with_a_signal) {
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
   for (const char* option :
        {"--sdr", "--fru", "--cfg", "--sdrdump", "--wfru", "--seldump", "--save"}) {
-    EXPECT_EQ(status_of_waiting(option, fifo), SIGTERM) << option;
+    EXPECT_EQ(killed_while_waiting({option, fifo}).signal, SIGTERM) << option;
   }
+}
+
+TEST(Waiting, for_a_password_ends_with_a_signal_before_the_bmc_is_touched) {
+  const Ended ended = killed_while_waiting({"--sp1", "--prompt"});
+  EXPECT_EQ(ended.signal, SIGTERM);
+  EXPECT_EQ(ended.err, "qarn: Terminated: ended before the BMC was touched\n");
 }
 
 TEST(Turn, is_waited_for_while_another_run_uses_the_bmc_and_given_up_after_a_minute) {

@@ -20,13 +20,13 @@ struct Texts {
   const char* left;
 };
 const Texts TEXTS[] = {
+    {"ended before the BMC was touched", nullptr},
     {"the request under way is finished first, so that the BMC's interface stays usable", nullptr},
     {"the card leaves its downloader first, because it would stay in it",
      "the card may still be in its downloader: give the same command again, or -e 18 02"},
     {"the firmware update is finished first, because a card with half a firmware does not start",
-     "the firmware is only half updated, and the card may still be in its downloader: give the "
-     "same "
-     "command again (-e 18 02 leaves the downloader)"},
+     "the firmware is only half updated, and the card may still be in its downloader: "
+     "give the same command again (-e 18 02 leaves the downloader)"},
     {"the sensor records are written first, because the BMC's own are erased",
      "the BMC has only some of its sensor records: give the same command again"},
     {"the inventory is written first, because half an inventory cannot be read",
@@ -35,7 +35,7 @@ const Texts TEXTS[] = {
      "the address may not be set: give the same option again"},
 };
 
-Unfinished under_way = Unfinished::nothing;
+Unfinished under_way = Unfinished::start;
 bool said = false;
 uint64_t wait_start_ms = 0;
 
@@ -79,7 +79,7 @@ bool interrupted() {
 
 void interrupt_point() {
   platform::signals_stop_here();
-  if (interrupted() && under_way == Unfinished::nothing) end_run();
+  if (interrupted() && under_way <= Unfinished::nothing) end_run();
 }
 
 void wait_began() {

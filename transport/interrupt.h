@@ -4,6 +4,7 @@
 
 // What is under way, and would be left half done.
 enum class Unfinished {
+  start,       // the BMC has not been touched: a signal ends the run
   nothing,     // a signal ends the run before the next request
   downloader,  // the card is in its downloader, its flash as it was
   firmware,    // the flash is being programmed
@@ -15,8 +16,8 @@ enum class Unfinished {
 // From main's start on signals are held back; a process that ends after one came ends by it.
 void hold_signals();
 
-// Says what is under way from here on. Where it is nothing, before or after, a signal that has come
-// ends the run here.
+// Says what is under way from here on; at first it is the start. Where it is nothing, before or
+// after, a signal that has come ends the run here.
 void now_under_way(Unfinished what);
 
 // True when a signal has come: what is under way must come to its end, nothing else may begin. The
