@@ -5,11 +5,9 @@
 #include <cstdio>
 #include <string>
 
+#include "bench/paths.h"
 #include "firmware/flash.h"
 #include "firmware/srecord.h"
-#include "platform/platform.h"
-#include "sim/machine.h"
-#include "transport/transaction.h"
 
 namespace {
 
@@ -67,9 +65,7 @@ void walk(benchmark::State& state, int (*action)(), double kib) {
   std::fclose(file);
   double sent = 0;
   for (auto _ : state) {
-    sim::reset(sim::Kind::card);
-    openIpmiFlag = 1;
-    driverHandle = platform::device_open("/dev/ipmi0");
+    start_on_device(sim::Kind::card);
     enter_downloader();
     action();
     sent = requests();

@@ -7,10 +7,8 @@
 #include <algorithm>
 #include <string>
 
-#include "platform/platform.h"
-#include "sim/machine.h"
+#include "bench/paths.h"
 #include "tests/fru_images.h"
-#include "transport/transaction.h"
 
 namespace {
 
@@ -66,10 +64,8 @@ BENCHMARK(build_image);
 
 // Serves the image as FRU device 0 through the kernel's device.
 void serve_image(const sim::Bytes& image) {
-  sim::reset(sim::Kind::plain);
+  start_on_device(sim::Kind::plain);
   sim::machine().bmc.fru.devices[0] = sim::fru_device(image, image.size());
-  openIpmiFlag = 1;
-  driverHandle = platform::device_open("/dev/ipmi0");
 }
 
 double requests_so_far() {

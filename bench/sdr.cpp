@@ -6,9 +6,7 @@
 #include <cstdio>
 #include <filesystem>
 
-#include "platform/platform.h"
-#include "sim/machine.h"
-#include "transport/transaction.h"
+#include "bench/paths.h"
 
 namespace {
 
@@ -56,12 +54,10 @@ BENCHMARK(BM_ReadText)->Arg(655)->Arg(6553)->Arg(65535)->Unit(benchmark::kMillis
 
 // The whole road to the simulated BMC and back, through the kernel's device.
 void BM_RequestsPerRecord(benchmark::State& state) {
-  openIpmiFlag = 1;
   sdr_repository repository{};
   uint64_t requests = 0;
   for (auto _ : state) {
-    sim::reset(sim::Kind::card);
-    driverHandle = platform::device_open("/dev/ipmi0");
+    start_on_device(sim::Kind::card);
     if (init_sdr(&repository) != 1) state.SkipWithError("cannot be read");
     for (const char c : sim::transcript()) requests += c == '\n';
   }
