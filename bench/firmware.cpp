@@ -33,11 +33,11 @@ void parse(benchmark::State& state) {
   const bool whole = state.range(0) == 0;
   for (auto _ : state) {
     std::rewind(file);
-    srecord_restart();
+    srecord_begin(file);
     unsigned line = 0;
     if (whole) benchmark::DoNotOptimize(srecord_fault(file, &line));
     data.eof = 0;
-    while (!whole && data.eof == 0) srecord_fill(file, &data);
+    while (!whole && data.eof == 0) srecord_fill(&data);
   }
   std::fclose(file);
   state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(text.size()));

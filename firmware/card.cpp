@@ -16,7 +16,7 @@ constexpr unsigned REQUEST_ADDRESS = 3;
 constexpr unsigned REQUEST_FLAGS = 7;
 constexpr unsigned REQUEST_CHUNK = 8;
 
-constexpr unsigned READ_DATA = 5;  // of a response; one byte without use before it
+constexpr unsigned READ_BYTES = 5;  // of a response; one byte without use before it
 
 // Flash update information, from RESPONSE_DATA on.
 constexpr unsigned INFORMATION_SIZE = 16;
@@ -95,7 +95,7 @@ bool read_flash_bytes(uint32_t address, std::span<uint8_t, FLASH_READ_SIZE> byte
   put_address(request, address);
   Response response;
   exchange(request, &response);
-  const auto arrived = response_part(response, READ_DATA, FLASH_READ_SIZE);
+  const auto arrived = response_part(response, READ_BYTES, FLASH_READ_SIZE);
   if (arrived.empty()) return false;
   std::ranges::copy(arrived.first(FLASH_READ_SIZE), bytes.begin());
   return true;

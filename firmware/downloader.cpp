@@ -19,7 +19,7 @@ constexpr unsigned RESET_S = 4;
 constexpr unsigned POLL_S = 2;
 constexpr unsigned POLLS = 10;
 
-constexpr auto NO_DATA = [] {
+constexpr auto ERASED_CHUNK = [] {
   std::array<uint8_t, FLASH_CHUNK_ROOM> bytes{};
   bytes.fill(ERASED);
   return bytes;
@@ -79,6 +79,18 @@ bool next_portion() {
   return fault == nullptr;
 }
 
+uint8_t chunk_flags(unsigned index, unsigned count) {
+  if (index == 0) return FIRST_OF_BLOCK;
+  return index + 1 == count ? LAST_OF_BLOCK : 0;
+}
+
+// The next `size` bytes of the image; none when the portion has fewer left.
+std::span<const uint8_t> next_bytes(unsigned size) {
+  const uint32_t index = data.pos - data.base;
+  if (index > PORTION_SIZE - size) return {};
+  return std::span<const uint8_t>(data.bytes).subspan(index, size);
+}
+
 // Only a block's last chunk may be answered with "received". False after a message.
 bool accepted(Chunk outcome, uint32_t address, bool last) {
   if (outcome == Chunk::stored || (outcome == Chunk::received && last)) return true;
@@ -87,19 +99,17 @@ bool accepted(Chunk outcome, uint32_t address, bool last) {
   return false;
 }
 
-// Sends the chunks of one block: image data, or 0xFF below the image's next S-record; the chunks
-// without data all carry the block's address. Up to that record no position is above the address.
-// For a raw image none ever is: its positions are offsets from the flash's base.
+// Sends the chunks of one block: image data, or 0xFF while the image's next S-record is further up;
+// the chunks without data all carry the block's address. A raw image always has data: its positions
+// are offsets from the flash's base, so that none is above the address it is meant for.
 bool send_chunks(uint32_t address, unsigned size, unsigned count) {
-  if (size > NO_DATA.size()) return false;
+  const bool has_data = data.pos <= address;
+  if (size > ERASED_CHUNK.size()) return false;
   for (unsigned i = 0; i < count; i++) {
-    const bool last = i + 1 == count;
-    const uint8_t flags = i == 0 ? FIRST_OF_BLOCK : last ? LAST_OF_BLOCK : 0;
-    const bool has_data = data.pos <= address;
-    const uint32_t index = has_data ? data.pos - data.base : 0;
-    if (index > PORTION_SIZE - size) return false;
-    const uint8_t* bytes = has_data ? data.bytes : NO_DATA.data();
-    if (!accepted(write_chunk(address, flags, {bytes + index, size}), address, last)) return false;
+    const auto bytes = has_data ? next_bytes(size) : std::span(ERASED_CHUNK).first(size);
+    if (bytes.empty()) return false;
+    const Chunk outcome = write_chunk(address, chunk_flags(i, count), bytes);
+    if (!accepted(outcome, address, i + 1 == count)) return false;
     if (!has_data) continue;
     address += size;
     data.pos += size;
@@ -164,9 +174,9 @@ int verify_image() {
 }
 
 // The file may be a FIFO: a signal ends the wait for its reader, here and in the two below.
-bool write_portion(const uint8_t bytes[PORTION_SIZE]) {
+bool write_portion(std::span<const uint8_t, PORTION_SIZE> bytes) {
   const Signals_let_in while_writing;
-  return std::fwrite(bytes, 1, PORTION_SIZE, fp) == PORTION_SIZE;
+  return std::fwrite(bytes.data(), 1, bytes.size(), fp) == bytes.size();
 }
 
 FILE* begin_save() {

@@ -27,7 +27,7 @@ struct ImageBuffer {
 };
 extern ImageBuffer data;
 
-// The card's flash as Get flash update information tells it.
+// The card's flash as it answers Get flash update information.
 struct Flash_info {
   uint32_t update_start;  // first address that is programmed and compared
   uint8_t block_size;     // bytes
@@ -35,7 +35,7 @@ struct Flash_info {
   uint32_t flash_size;    // bytes
   uint32_t flash_base;    // address; offset 0 of a raw image
 };
-// The address behind the last one of the flash: 2^32 when it ends at the top of the address space.
+// The address after the last one of the flash: 2^32 when it ends at the top of the address space.
 uint64_t flash_end(const Flash_info& info);
 
 // Opens the file named by flashfilename into fp and clears the buffer. An S-record file is read
@@ -63,7 +63,7 @@ bool image_seek(const Flash_info& info);
 // Closes fp.
 void close_image();
 
-// The card's requests (NetFn Firmware, 0x08). Each prints its own messages.
+// What is done in the card's downloader, step by step. Each prints its own messages.
 int enter_downloader();  // 1 when the card accepted the access code, else 0
 int exit_downloader();   // 1 when the BMC is back in normal operation, else 0
 int program_firmware();  // 1 when the image was programmed, else 0

@@ -31,7 +31,7 @@ bool refuse_image(const char* why) {
 
 void rewind_image() {
   std::rewind(fp);
-  srecord_restart();
+  srecord_begin(fp);
   unusable = nullptr;
 }
 
@@ -57,13 +57,13 @@ bool fill_raw(ImageBuffer* buffer) {
 }
 
 bool fill_records(ImageBuffer* buffer) {
-  if (!srecord_fill(fp, buffer)) unusable = NOT_READABLE;
+  if (!srecord_fill(buffer)) unusable = NOT_READABLE;
   return srecord_placed();
 }
 
 // Loads the next portion, which is of use only while the file is the one that was checked. Returns
 // whether it holds data.
-bool fill(ImageBuffer* buffer) {
+bool fill_portion(ImageBuffer* buffer) {
   buffer->base = 0;
   buffer->pos = 0;
   std::memset(buffer->bytes, ERASED, PORTION_SIZE);
@@ -122,7 +122,7 @@ int init_data(ImageBuffer* buffer) {
 }
 
 void read_data(ImageBuffer* buffer) {
-  fill(buffer);
+  fill_portion(buffer);
   flashprintf(".");
   std::fflush(stdout);
 }
@@ -145,7 +145,7 @@ bool image_fits(const Flash_info& info) {
   portion.eof = 0;
   if (!image_seek(info)) return false;
   while (portion.eof == 0 && address < end) {
-    const bool filled = fill(&portion);
+    const bool filled = fill_portion(&portion);
     if (unusable != nullptr) return refuse_image(unusable);
     if (!filled) continue;
     if (format == FORMAT_SRECORD) {
@@ -161,6 +161,7 @@ bool image_fits(const Flash_info& info) {
 }
 
 void close_image() {
+  srecord_end();
   if (fp != nullptr) std::fclose(fp);
   fp = nullptr;
 }

@@ -10,7 +10,8 @@
 #include "firmware/srecord.h"
 
 #include <array>
-#include <cstring>
+#include <span>
+#include <string_view>
 
 namespace {
 
@@ -29,17 +30,17 @@ constexpr char LINE_TOO_SHORT[] = "the line is shorter than its byte count";
 constexpr char LINE_TOO_LONG[] = "the line is longer than its byte count";
 constexpr char OUT_OF_ORDER[] = "the data is out of ascending order";
 constexpr char OUT_OF_SPACE[] = "the data runs past the last address";
-constexpr char NOT_READABLE[] = "the file cannot be read";
+constexpr char FILE_NOT_READABLE[] = "the file cannot be read";
 
 struct Data_record {
   uint32_t address;
-  unsigned count;      // data bytes
-  const char* digits;  // of the data
+  std::string_view digits;  // of the data, two a byte
 };
 
-// How far the file has been read. It begins with srecord_restart and carries a line that crosses
-// the end of a portion over into the next one.
+// One reading of a file, from srecord_begin to srecord_end: what it keeps from one portion to the
+// next.
 struct Reading {
+  FILE* file;
   int readFlag;             // 1 while buf holds a line that is not wholly placed
   char buf[LINE_ROOM + 1];  // NUL-terminated
   unsigned split;           // data bytes of buf that went into the portion before
@@ -63,7 +64,7 @@ constexpr std::array<uint16_t, 256> DIGITS = digit_values();
 
 // Reads one line without its end: CR LF, CR, LF or the end of the file. What does not fit is
 // dropped. False when there is none, not even an empty one.
-bool read_line(FILE* file, char* line) {
+bool read_line(FILE* file, std::span<char, LINE_ROOM + 1> line) {
   unsigned length = 0;
   int c = getc_unlocked(file);
   if (c == EOF) return false;
@@ -77,43 +78,43 @@ bool read_line(FILE* file, char* line) {
   return true;
 }
 
-bool is_data_record(const char* line) {
-  return line[0] == 'S' && line[1] == '3';
+bool is_data_record(std::string_view line) {
+  return line.starts_with("S3");
 }
 
-bool all_hex(const char* digits, size_t count) {
+bool all_hex(std::string_view digits) {
   unsigned seen = 0;
-  for (size_t i = 0; i < count; i++) seen |= DIGITS[static_cast<uint8_t>(digits[i])];
+  for (const char digit : digits) seen |= DIGITS[static_cast<uint8_t>(digit)];
   return seen < NOT_HEX;
 }
 
 // Takes a line apart that is_data_record. Null, or why it is no sound record.
-const char* parse_record(const char* line, Data_record* record) {
-  const size_t length = std::strlen(line);
-  if (length < ADDRESS_DIGITS) return LINE_TOO_SHORT;
+const char* parse_record(std::string_view line, Data_record* record) {
+  if (line.size() < ADDRESS_DIGITS) return LINE_TOO_SHORT;
   const unsigned count = convert(line[COUNT_DIGITS], line[COUNT_DIGITS + 1]);
   if (count >= NOT_HEX) return NOT_A_DIGIT;
   if (count < OVERHEAD) return COUNT_TOO_SMALL;
   const size_t end = ADDRESS_DIGITS + 2 * size_t{count};
-  if (!all_hex(line + ADDRESS_DIGITS, length < end ? length - ADDRESS_DIGITS : 2 * count)) {
-    return NOT_A_DIGIT;
-  }
-  if (length < end) return LINE_TOO_SHORT;
-  if (line[end + std::strspn(line + end, " \t")] != '\0') return LINE_TOO_LONG;
+  if (!all_hex(line.substr(ADDRESS_DIGITS, end - ADDRESS_DIGITS))) return NOT_A_DIGIT;
+  if (line.size() < end) return LINE_TOO_SHORT;
+  if (line.find_first_not_of(" \t", end) != line.npos) return LINE_TOO_LONG;
   record->address = 0;
   for (unsigned i = ADDRESS_DIGITS; i < DATA_DIGITS; i += 2) {
     record->address = record->address << 8 | convert(line[i], line[i + 1]);
   }
-  record->count = count - OVERHEAD;
-  record->digits = line + DATA_DIGITS;
+  record->digits = line.substr(DATA_DIGITS, 2 * size_t{count - OVERHEAD});
   return nullptr;
+}
+
+unsigned data_bytes(const Data_record& record) {
+  return static_cast<unsigned>(record.digits.size() / 2);
 }
 
 // Null when the record may follow data that ended before `*next`, which moves on.
 const char* check_order(const Data_record& record, uint64_t* next) {
-  if (record.count == 0) return nullptr;
+  if (record.digits.empty()) return nullptr;
   if (record.address < *next) return OUT_OF_ORDER;
-  *next = uint64_t{record.address} + record.count;
+  *next = uint64_t{record.address} + data_bytes(record);
   return *next > ADDRESS_SPACE ? OUT_OF_SPACE : nullptr;
 }
 
@@ -136,10 +137,15 @@ const char* srecord_fault(FILE* file, unsigned* line_number) {
     if (reason == nullptr) reason = check_order(record, &next);
     if (reason != nullptr) return reason;
   }
-  return std::ferror(file) != 0 ? NOT_READABLE : nullptr;
+  return std::ferror(file) != 0 ? FILE_NOT_READABLE : nullptr;
 }
 
-void srecord_restart() {
+void srecord_begin(FILE* file) {
+  reading = {};
+  reading.file = file;
+}
+
+void srecord_end() {
   reading = {};
 }
 
@@ -151,23 +157,24 @@ void interpret_data(ImageBuffer* buffer, const char* line) {
   reading.split = 0;
   if (!is_data_record(line)) return;
   reading.fault = parse_record(line, &record);
-  if (reading.fault != nullptr || used >= record.count) return;
+  if (reading.fault != nullptr || used >= data_bytes(record)) return;
   const uint32_t address = record.address + used;
   if (!reading.placed) buffer->base = address;
   buffer->pos = address;
   reading.placed = true;
   unsigned i = used;
-  for (; i < record.count && buffer->pos - buffer->base < PORTION_SIZE; i++) {
+  for (; i < data_bytes(record) && buffer->pos - buffer->base < PORTION_SIZE; i++) {
     const unsigned byte = convert(record.digits[2 * i], record.digits[2 * i + 1]);
     buffer->bytes[buffer->pos - buffer->base] = static_cast<uint8_t>(byte);
     buffer->pos++;
   }
-  if (i == record.count) return;
+  if (i == data_bytes(record)) return;
   reading.readFlag = 1;
   reading.split = i;
 }
 
-bool srecord_fill(FILE* file, ImageBuffer* buffer) {
+bool srecord_fill(ImageBuffer* buffer) {
+  FILE* const file = reading.file;
   reading.placed = false;
   while (reading.fault == nullptr && (reading.readFlag != 0 || std::feof(file) == 0)) {
     if (reading.readFlag == 0 && !read_line(file, reading.buf)) break;

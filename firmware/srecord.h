@@ -8,11 +8,13 @@
 // with the line's number (from 1).
 const char* srecord_fault(FILE* file, unsigned* line_number);
 
-// Forgets the line that has been read but not placed: the file is read from its start again.
-void srecord_restart();
-
+// Begins to read the file, whose position is at its start, in portions. What was kept of a reading
+// before is forgotten.
+void srecord_begin(FILE* file);
 // Fills one portion; sets base, pos and eof. False when a record cannot be placed.
-bool srecord_fill(FILE* file, ImageBuffer* buffer);
+bool srecord_fill(ImageBuffer* buffer);
+// Ends the reading: before the file is closed.
+void srecord_end();
 
 // Whether the portion filled last holds data.
 bool srecord_placed();
