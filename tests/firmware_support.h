@@ -1,8 +1,10 @@
-// What the firmware tests share: images built by hand, as text.
+// What the firmware tests share: images as text, the card, and the three actions.
 #pragma once
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <map>
+#include <sstream>
 
 #include "firmware/flash.h"
 #include "tests/harness.h"
@@ -29,4 +31,95 @@ inline std::string srecords(uint32_t address, const std::string& bytes) {
   std::string line = head;
   for (const char byte : part) line += sim::hex_text({static_cast<uint8_t>(byte)});
   return line + "00\r\n" + srecords(address + 16, bytes.substr(part.size()));
+}
+
+// At the top of the address space: two blocks, after eight bytes that an update leaves alone.
+struct Flash {
+  uint32_t base = 0xFFFFFFF0, size = 16, start = 0xFFFFFFF8;
+  uint8_t block = 4, chunk = 1;
+  std::string content = "................";
+};
+
+inline void serve_card(const Flash& flash) {
+  sim::reset(sim::Kind::card);
+  sim::machine().bmc.card = {flash.base, flash.size, flash.start, flash.block, flash.chunk};
+  sim::machine().bmc.card.flash.assign(flash.content.begin(), flash.content.end());
+}
+
+// Old bytes only, in blocks of one chunk.
+inline Flash old_flash(uint32_t size, uint8_t block) {
+  return {0, size, 0, block, block, std::string(size, '.')};
+}
+
+// What the flash holds.
+inline std::string flash_content() {
+  const sim::Bytes& bytes = sim::machine().bmc.card.flash;
+  return {bytes.begin(), bytes.end()};
+}
+
+inline std::string repeated(size_t count, const std::string& text) {
+  return count == 0 ? "" : text + repeated(count - 1, text);
+}
+
+// Each request by its name, without its data; a pause as it is.
+inline std::string in_words(const std::string& traffic) {
+  const std::map<std::string, std::string> names = {
+      {"20 01", "information"}, {"20 02", "enter"},     {"20 03", "read"},
+      {"20 04", "chunk"},       {"20 05", "end"},       {"18 01", "identity"},
+      {"18 02", "cold_reset"},  {"18 03", "warm_reset"}};
+  std::istringstream lines(traffic);
+  std::string words;
+  for (std::string line; std::getline(lines, line); words += ' ') {
+    const auto name = names.find(line.substr(0, 5));
+    words += name != names.end() ? name->second : line;
+  }
+  return words;
+}
+
+// The way out of the downloader, in words.
+inline const std::string RESET =
+    "cold_reset sleep 4000000 sleep 2000000 identity sleep 2000000 identity ";
+
+// What one of the three actions says and asks between its way into the downloader and its way out,
+// while these faults act.
+struct Action {
+  std::string option;
+  std::string title;
+  std::string path;
+
+  void says(const std::string& said, const std::string& asked,
+            const std::string& faults = "") const {
+    says_and_leaves(said, asked, "OK\n", RESET, faults);
+  }
+  // The same when the way out differs: what it says and asks.
+  void says_and_leaves(const std::string& said, const std::string& asked,
+                       const std::string& exit_said, const std::string& exit_asked,
+                       const std::string& faults) const {
+    sim::machine().bmc.faults = sim::faults(faults);
+    const RunResult result = run({option, path});
+    EXPECT_EQ(after_identity(result.out), title + " File " + path + "\nEnter Downloader......OK\n" +
+                                              said + "reset and wait\nExit Downloader......" +
+                                              exit_said);
+    EXPECT_EQ(in_words(after_identity(result.traffic)), "enter sleep 2000000 " + asked + exit_asked)
+        << said;
+  }
+};
+
+inline Action save(const std::string& path) {
+  return {"--save", "Read firmware and Save to", path};
+}
+
+inline Action verification(const std::string& path) {
+  return {"--verify", "Verify firmware with the", path};
+}
+
+inline void updates(const std::string& path, const std::string& said, const std::string& asked,
+                    const std::string& faults = "") {
+  const Action update = {"-u", "Update Firmware with", path};
+  update.says("Flashing now\n" + said, asked, faults);
+}
+
+inline void fails_to_update(const std::string& path, const std::string& said,
+                            const std::string& asked, const std::string& faults = "") {
+  updates(path, said + "can't find file " + path + "\n", asked, faults);
 }

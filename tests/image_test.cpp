@@ -1,5 +1,14 @@
-// The image reader: names, portions, S-records in every shape, images that are refused.
+// The image reader: names, portions, S-records in every shape, images that are refused or become
+// unusable in the middle of an update.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdarg>
+#include <filesystem>
+
 #include "tests/firmware_support.h"
+#include "transport/bmc.h"
 
 namespace {
 
@@ -56,6 +65,72 @@ TEST(Image, record_is_placed_or_refused_with_its_line) {
     EXPECT_EQ(reading_of(file_with("fw.mot", content)),
               (outcome[0] == '.' ? "" : "cannot use the image: line ") + outcome)
         << content;
+}
+
+std::function<void()> harm;
+
+// Prints, and does harm once a portion of the image is in the tool's memory.
+int print_and_harm(const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  const int count = std::vprintf(format, arguments);
+  va_end(arguments);
+  if (std::string(format) == ".") harm();
+  return count;
+}
+
+TEST(Update, ends_when_the_image_becomes_unreadable) {
+  for (const std::string name : {"fw.bin", "fw.mot"}) {
+    const std::string image = name == "fw.bin" ? noise(8192) : srecords(0, noise(8192));
+    serve_card(old_flash(8192, 64));
+    const std::string path = file_with(name, image);
+    flashfilename = path.c_str();
+    harm = [] {  // the file's handle becomes a folder's
+      const int folder = open(".", O_RDONLY | O_DIRECTORY);
+      dup2(folder, fileno(fp));
+      close(folder);
+    };
+    EXPECT_EQ(Init_Interface("KCS", 0xCAC, 0xCA8, 0), 0);
+    console_of(enter_downloader);
+    flashprintf = print_and_harm;
+    EXPECT_EQ(console_of([] { EXPECT_EQ(program_firmware(), 0); }),
+              "Flashing now\n..cannot use the image: it cannot be read any more\n");
+    flashprintf = std::printf;
+    EXPECT_EQ(flash_content(), noise(4096) + std::string(4096, '.')) << name;
+  }
+}
+
+TEST(Update, stops_when_the_image_is_not_the_one_that_was_checked_any_more) {
+  namespace fs = std::filesystem;
+  for (const std::string name : {"fw.bin", "fw.mot"}) {
+    const std::string image = name == "fw.bin" ? noise(12288) : srecords(0, noise(12288));
+    const std::string path = path_of(name);
+    const auto cut_unseen = [&] {
+      const auto changed = fs::last_write_time(path);
+      fs::resize_file(path, image.size() - 100);
+      fs::last_write_time(path, changed);
+    };
+    const std::pair<const char*, std::function<void()>> harms[] = {
+        {"emptied", [&] { fs::resize_file(path, 0); }},
+        {"shorter", [&] { fs::resize_file(path, image.size() - 100); }},
+        {"longer", [&] { fs::resize_file(path, image.size() + 100); }},
+        {"written again as it was", [&] { file_with(name, image); }},
+        {"shorter, but not newer", cut_unseen},
+        {"removed", [&] { fs::remove(path); }},
+        {"replaced", [&] { fs::rename(file_with("other", image), path); }}};
+    for (const auto& [what, one] : harms) {
+      file_with(name, image);
+      fs::last_write_time(path, fs::file_time_type::clock::now() - std::chrono::hours(1));
+      serve_card(old_flash(12288, 64));
+      harm = one;
+      flashprintf = print_and_harm;
+      fails_to_update(path,
+                      "..cannot use the image: it is not the file that was checked any more\n",
+                      "information " + repeated(64, "chunk sleep 2000 end "));
+      flashprintf = std::printf;
+      EXPECT_EQ(flash_content(), noise(4096) + std::string(8192, '.')) << what;
+    }
+  }
 }
 
 }  // namespace
