@@ -98,6 +98,12 @@ TEST_F(Sdr, are_read_sixteen_bytes_at_a_time_and_no_more_than_the_bmc_claims) {
     sdr->claimed = claimed;
     EXPECT_TRUE(act("--sdrdump", "", "--open").ends_with(last)) << claimed;
   }
+  // An ID with one byte FF is not yet the end of the chain.
+  sdr->claimed = -1;
+  sdr->records = {{0x00FF, {0xFF, 0x00, 0x51, 0xC0, 0}},
+                  {0xFF00, {0x00, 0xFF, 0x51, 0xC0, 0}},
+                  {0xFFFE, {0xFE, 0xFF, 0x51, 0xC0, 0}}};
+  EXPECT_TRUE(act("--sdrdump", "", "--open").ends_with("28 23 03 00 FE FF 00 10\n"));
 }
 
 TEST_F(Sdr, dump_that_cannot_be_read_or_written_whole_is_no_file) {
@@ -162,6 +168,8 @@ TEST_F(Sdr, failure_ends_the_writing_of_whole_records_but_not_of_parts) {
   EXPECT_EQ(written(three, "shorten cmd=25 skip=3 value=2"), "2 held, Write Sdr Record 00 00 fail");
   // A BMC that takes the empty Partial Add has the command, too.
   EXPECT_EQ(written({Bytes(250)}, "answer cmd=25 bytes=00"), "1 held, Update successfully");
+  // The answer to a record's last part need not repeat its ID.
+  EXPECT_EQ(written({Bytes(20)}, "answer cmd=25 skip=2 bytes=00"), "1 held, Update successfully");
   // All that is sent for two records.
   hold({Bytes(11, 0xAA), Bytes(27, 0xCC)});
   act("--sdrdump");
@@ -226,6 +234,7 @@ TEST_F(Sdr, are_written_as_people_spell_them_and_from_binary_blocks_two_bytes_ap
   sends("a", "noise\n" + begun, "28 24 01 02 51 C0 02 00 00\n");
   sends("a", begun + " AA // " + std::string(3000, 'B') + "\nBB", one);
   sends("a.DAT", HEAD + "Z\x07xx" + BLOCK + BLOCK + "Z", one + one);
+  sends("a.dat", HEAD + "Z\x08\x01\x02\x51\xC0\x01\xAA", "28 24 01 02 51 C0 01 AA\n");
   sends("a.dat", HEAD + "x" + BLOCK, "");
   sends("a.dat", "", "");
   sends("a.data", HEAD + BLOCK, "");
