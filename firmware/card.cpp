@@ -11,10 +11,9 @@ namespace {
 constexpr unsigned CODE_SIZE = 8;
 static_assert(sizeof QARN_ACCESS_CODE == CODE_SIZE + 1);
 
-constexpr unsigned REQUEST_CODE = 3;
-constexpr unsigned REQUEST_ADDRESS = 3;
-constexpr unsigned REQUEST_FLAGS = 7;
-constexpr unsigned REQUEST_CHUNK = 8;
+// Write flash chunk: address (4), flags, bytes.
+constexpr unsigned REQUEST_FLAGS = REQUEST_DATA + 4;
+constexpr unsigned REQUEST_CHUNK = REQUEST_DATA + 5;
 
 constexpr unsigned READ_BYTES = 5;  // of a response; one byte without use before it
 
@@ -39,15 +38,15 @@ uint32_t number_at(std::span<const uint8_t> bytes, unsigned index) {
 
 void put_address(std::span<uint8_t> request, uint32_t address) {
   for (unsigned i = 0; i < 4; i++) {
-    request[REQUEST_ADDRESS + i] = static_cast<uint8_t>(address >> (24 - 8 * i));
+    request[REQUEST_DATA + i] = static_cast<uint8_t>(address >> (24 - 8 * i));
   }
 }
 
 }  // namespace
 
 bool card_enter() {
-  uint8_t request[REQUEST_CODE + CODE_SIZE] = {BMC_ADDRESS, NETFN_FIRMWARE, ENTER_DOWNLOADER};
-  std::copy_n(QARN_ACCESS_CODE, CODE_SIZE, request + REQUEST_CODE);
+  uint8_t request[REQUEST_DATA + CODE_SIZE] = {BMC_ADDRESS, NETFN_FIRMWARE, ENTER_DOWNLOADER};
+  std::copy_n(QARN_ACCESS_CODE, CODE_SIZE, request + REQUEST_DATA);
   Response response;
   return exchange(request, &response);
 }

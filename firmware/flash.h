@@ -44,11 +44,6 @@ uint64_t flash_end(const Flash_info& info);
 int init_data(ImageBuffer* buffer);
 // Loads the next portion, from the file's position on, and prints one dot.
 void read_data(ImageBuffer* buffer);
-// Places one S-record line, NUL-terminated and without its line end. Any other line, and a record
-// that cannot be placed, is used up without an effect.
-void interpret_data(ImageBuffer* buffer, const char* line);
-// The byte that two hexadecimal digits denote; above 0xFF when one of them is none.
-unsigned convert(char c1, char c2);
 
 // Null while the image can be used; else why it cannot: the file could not be read, or it is not as
 // it was when it was opened and found sound.

@@ -77,8 +77,8 @@ bool fill_portion(ImageBuffer* buffer) {
   return filled;
 }
 
-// A portion's data is programmed from the block on that the update has come to when it reaches the
-// portion: blocks of 0xFF bring it there, in steps of a block.
+// An update moves in whole blocks from `address` on, so data is programmed where it belongs only if
+// it begins a whole number of blocks further up.
 bool portion_fits(const ImageBuffer& portion, const Flash_info& info, uint64_t address) {
   if (portion.base < address) {
     flashprintf("cannot use the image: data at %08X is below the update start %08X\n", portion.base,

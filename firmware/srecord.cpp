@@ -21,7 +21,7 @@ constexpr unsigned DATA_DIGITS = 12;
 constexpr unsigned OVERHEAD = 5;  // address and checksum, in bytes
 constexpr unsigned LONGEST_RECORD = ADDRESS_DIGITS + 2 * 255;
 // One more shows that a line is longer than any record.
-constexpr unsigned LINE_ROOM = LONGEST_RECORD + 1;
+constexpr unsigned RECORD_ROOM = LONGEST_RECORD + 1;
 constexpr unsigned NOT_HEX = 0x100;
 
 constexpr char NOT_A_DIGIT[] = "a character is not a hexadecimal digit";
@@ -41,11 +41,11 @@ struct Data_record {
 // next.
 struct Reading {
   FILE* file;
-  int readFlag;             // 1 while buf holds a line that is not wholly placed
-  char buf[LINE_ROOM + 1];  // NUL-terminated
-  unsigned split;           // data bytes of buf that went into the portion before
-  bool placed;              // the portion holds data
-  const char* fault;        // of a record that could not be placed
+  int readFlag;               // 1 while buf holds a line that is not wholly placed
+  char buf[RECORD_ROOM + 1];  // NUL-terminated
+  unsigned split;             // data bytes of buf that went into the portion before
+  bool placed;                // the portion holds data
+  const char* fault;          // of a record that could not be placed
 };
 Reading reading;
 
@@ -64,12 +64,12 @@ constexpr std::array<uint16_t, 256> DIGITS = digit_values();
 
 // Reads one line without its end: CR LF, CR, LF or the end of the file. What does not fit is
 // dropped. False when there is none, not even an empty one.
-bool read_line(FILE* file, std::span<char, LINE_ROOM + 1> line) {
+bool read_line(FILE* file, std::span<char, RECORD_ROOM + 1> line) {
   unsigned length = 0;
   int c = getc_unlocked(file);
   if (c == EOF) return false;
   for (; c != EOF && c != '\r' && c != '\n'; c = getc_unlocked(file)) {
-    if (length < LINE_ROOM) line[length++] = static_cast<char>(c);
+    if (length < RECORD_ROOM) line[length++] = static_cast<char>(c);
   }
   line[length] = '\0';
   if (c != '\r') return true;
@@ -127,7 +127,7 @@ unsigned convert(char c1, char c2) {
 }
 
 const char* srecord_fault(FILE* file, unsigned* line_number) {
-  char line[LINE_ROOM + 1];
+  char line[RECORD_ROOM + 1];
   uint64_t next = 0;
   *line_number = 1;
   for (; read_line(file, line); ++*line_number) {

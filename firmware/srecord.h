@@ -18,3 +18,9 @@ void srecord_end();
 
 // Whether the portion filled last holds data.
 bool srecord_placed();
+
+// Places one S-record line, NUL-terminated and without its line end. Any other line, and a record
+// that cannot be placed, is used up without an effect.
+void interpret_data(ImageBuffer* buffer, const char* line);
+// The byte that two hexadecimal digits denote; above 0xFF when one of them is none.
+unsigned convert(char c1, char c2);

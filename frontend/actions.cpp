@@ -99,6 +99,7 @@ void sdrDump(const char* path) {
 
 void fruDump(const char* path) {
   if (path == nullptr) return;
+  std::printf("Dump FRU to file %s\n", path);
   std::printf("Dump FRU to File %s\n", path);
   std::puts("reading FRU......");
   fru_dev dev;
@@ -118,6 +119,7 @@ void fruDump(const char* path) {
 
 void fruUpdate(const char* path) {
   if (path == nullptr) return;
+  std::printf("update FRU with file %s\n", path);
   std::printf("Update FRU with File %s\n", path);
   std::puts("reading file......");
   fru_dev dev;
@@ -136,6 +138,8 @@ void fruUpdate(const char* path) {
 }
 
 int dumpSel(const char* path) {
+  if (path == nullptr) return 0;
+  std::printf("Dumping SEL to file %s\n", path);
   SelList list{};
   if (get_sel(&list) == 0) {
     std::printf("Get SEL Fail:\t%s\n", err_message);
@@ -172,6 +176,21 @@ int firmwareVerify() {
   enter_downloader();
   verify_firmware();
   return leave_downloader();
+}
+
+void refuse_firmware(const char* action) {
+  std::puts("Cannot find ORBE C4410/4415");
+  std::printf("qarn only support C4410/4415 firmware %s\n", action);
+}
+
+void show_users() {
+  std::puts("Display Users Name");
+  DispalyUsersName();
+}
+
+void set_dhcp() {
+  std::puts("enable DHCP");
+  enableDhcp();
 }
 
 void display_lan(const IpCfg& lan) {

@@ -11,11 +11,11 @@ extern int resetFlag;  // 1: the BMC is reset after an update of its sensor reco
 void sdrUpdate(const char* path);
 void sdrDump(const char* path);
 
-// --fru and --wfru, likewise for the inventory. A failure ends the process with status 1.
+// --fru and --wfru, likewise for the inventory, null too. A failure ends the process with status 1.
 void fruUpdate(const char* path);
 void fruDump(const char* path);
 
-// --seldump. 1, or 0 after the reason.
+// --seldump. 1, or 0: after the reason, or for a null path.
 int dumpSel(const char* path);
 
 // -u, --save and --verify, of the file that flashfilename names. 1 when the BMC is back in normal
@@ -23,6 +23,15 @@ int dumpSel(const char* path);
 int firmwareUpdate();
 int firmwareSave();
 int firmwareVerify();
+
+// Says that this server has no daughter card to do this ("update", "save") to.
+void refuse_firmware(const char* action);
+
+// --users: prints the user names.
+void show_users();
+
+// --dhcp: the BMC gets its address by DHCP.
+void set_dhcp();
 
 // -d: prints the LAN configuration.
 void display_lan(const IpCfg& lan);

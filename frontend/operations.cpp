@@ -17,6 +17,8 @@ constexpr unsigned FIRST_USER = 1;
 constexpr unsigned LAST_USER = 5;
 constexpr unsigned USER_NAME_SIZE = 16;
 constexpr unsigned PASSWORD_SIZE = 16;
+// Set User Password: user ID, operation, password (16).
+constexpr unsigned PASSWORD_DATA = REQUEST_DATA + 2;
 constexpr uint8_t SET_PASSWORD = 0x02;
 constexpr unsigned RESET_SECONDS = 8;
 constexpr unsigned RAW_LIMIT = 1024;
@@ -65,8 +67,8 @@ void DispalyUsersName() {
   for (unsigned user = FIRST_USER; user <= LAST_USER; user++) {
     const uint8_t request[] = {BMC_ADDRESS, NETFN_APP, GET_USER_NAME, static_cast<uint8_t>(user)};
     Response response;
-    const auto answer = ask(request, 0, &response);
-    if (answer.data() == nullptr) return;
+    if (!exchange(request, &response)) return;
+    const auto answer = response_part(response, RESPONSE_DATA, 0);
     char name[USER_NAME_SIZE + 1] = {};
     // A short response is shown as far as it goes.
     std::memcpy(name, answer.data(), std::min<size_t>(answer.size(), USER_NAME_SIZE));
@@ -77,9 +79,10 @@ void DispalyUsersName() {
 
 int SetUserPwd(int index, const char* password) {
   if (password == nullptr) return 0;
-  uint8_t request[5 + PASSWORD_SIZE] = {BMC_ADDRESS, NETFN_APP, SET_USER_PASSWORD,
-                                        static_cast<uint8_t>((index + 1) & 0x3F), SET_PASSWORD};
-  std::memcpy(request + 5, password, PASSWORD_SIZE);
+  uint8_t request[PASSWORD_DATA + PASSWORD_SIZE] = {BMC_ADDRESS, NETFN_APP, SET_USER_PASSWORD,
+                                                    static_cast<uint8_t>((index + 1) & 0x3F),
+                                                    SET_PASSWORD};
+  std::memcpy(request + PASSWORD_DATA, password, PASSWORD_SIZE);
   Response response;
   const bool accepted = exchange(request, &response);
   explicit_bzero(request, sizeof request);

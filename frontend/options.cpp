@@ -132,7 +132,7 @@ int take_raw(const Given& given, Options* options) {
     }
     options->raw_bytes[options->raw_count++] = static_cast<uint8_t>(value);
   }
-  if (options->raw_count < 3) {
+  if (options->raw_count < REQUEST_DATA) {
     std::puts("-e: a request needs at least a Net/LUN and a CMD byte");
     return refuse_usage();
   }

@@ -1,4 +1,4 @@
-// The option record and its parser. Nothing here touches the BMC, or a global.
+// The option record and its parser. Nothing here touches the BMC, or a switch of the program.
 #pragma once
 #include <cstdint>
 
@@ -43,8 +43,8 @@ struct Options {
 
 inline constexpr int OPTIONS_ACCEPTED = -1;
 
-// Parses the whole command line into a zeroed record, printing what it refuses. OPTIONS_ACCEPTED,
-// or the exit status of a run that ends here.
+// Parses the whole command line into a zeroed record, printing what it refuses; a password in argv
+// is overwritten with zeros. OPTIONS_ACCEPTED, or the exit status of a run that ends here.
 int parse_options(int argc, char** argv, Options* options);
 
 // Six hexadecimal numbers of at most 0xFF joined by colons. True when `mac` was filled.

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/notice.h"
 #include "frontend/options.h"
 #include "platform/platform.h"
 #include "transport/interrupt.h"
@@ -29,12 +30,15 @@ bool read_typed(char typed[TYPED_SIZE]) {
   }
 }
 
-// Asks on the terminal. False when nothing was typed.
-bool read_unseen(const char* prompt, unsigned user, char typed[TYPED_SIZE]) {
-  std::fprintf(stderr, prompt, user);
-  platform::terminal_echo(false);
+// Asks on the terminal. False when nothing was typed, or it would be seen.
+bool read_unseen(char typed[TYPED_SIZE]) {
+  if (platform::terminal_echo(false) != 0) {
+    notice("the terminal would show the password");
+    return false;
+  }
   const bool read = read_typed(typed);
-  platform::terminal_echo(true);
+  if (platform::terminal_echo(true) != 0)
+    notice("the terminal does not show what is typed: stty echo");
   std::fputc('\n', stderr);
   interrupt_point();
   return read;
@@ -42,8 +46,10 @@ bool read_unseen(const char* prompt, unsigned user, char typed[TYPED_SIZE]) {
 
 bool read_twice(unsigned user, char typed[TYPED_SIZE]) {
   char again[TYPED_SIZE];
-  if (!read_unseen("New password of user ID %u: ", user, typed)) return false;
-  bool same = read_unseen("Once more: ", user, again) && std::strcmp(typed, again) == 0;
+  std::fprintf(stderr, "New password of user ID %u: ", user);
+  if (!read_unseen(typed)) return false;
+  std::fputs("Once more: ", stderr);
+  const bool same = read_unseen(again) && std::strcmp(typed, again) == 0;
   explicit_bzero(again, sizeof again);
   if (!same) std::puts("the two passwords differ");
   return same;

@@ -89,10 +89,8 @@ int close_device(int status) {
 
 // Only the daughter card has a downloader.
 bool firmware_allowed(const char* action) {
-  if (orbeType == ORBE_CARD) return true;
-  std::puts("Cannot find ORBE C4410/4415");
-  std::printf("qarn only support C4410/4415 firmware %s\n", action);
-  return false;
+  if (orbeType != ORBE_CARD) refuse_firmware(action);
+  return orbeType == ORBE_CARD;
 }
 
 void run_user_actions(Options* options) {
@@ -100,35 +98,17 @@ void run_user_actions(Options* options) {
     if (options->set_password[i] != 0) SetUserPwd(static_cast<int>(i), options->password[i]);
     explicit_bzero(options->password[i], sizeof options->password[i]);
   }
-  if (options->users != 0) {
-    std::puts("Display Users Name");
-    DispalyUsersName();
-  }
+  if (options->users != 0) show_users();
 }
 
 void run_file_actions(const Options& options) {
-  if (options.fru_update_path != nullptr) {
-    std::printf("update FRU with file %s\n", options.fru_update_path);
-    fruUpdate(options.fru_update_path);
-  }
-  if (options.fru_dump_path != nullptr) {
-    std::printf("Dump FRU to file %s\n", options.fru_dump_path);
-    fruDump(options.fru_dump_path);
-  }
-  if (options.sel_path != nullptr) {
-    std::printf("Dumping SEL to file %s\n", options.sel_path);
-    dumpSel(options.sel_path);
-  }
+  fruUpdate(options.fru_update_path);
+  fruDump(options.fru_dump_path);
+  dumpSel(options.sel_path);
 }
 
 int run_lan_actions(const Options& options) {
   IpCfg lan{};
-  if (options.inside_mac != 0) insideMacSet();
-  if (options.script_path != nullptr) process_cfg(options.script_path);
-  if (options.dhcp != 0) {
-    std::puts("enable DHCP");
-    enableDhcp();
-  }
   const bool shown_or_matched = options.display != 0 || options.auto_ip != 0;
   if (shown_or_matched && readIpCfg(&lan) == 0) {
     std::puts(err_message);
@@ -137,8 +117,18 @@ int run_lan_actions(const Options& options) {
   const bool matched = options.auto_ip != 0 && match_host_address(&lan);
   if (options.display != 0) display_lan(lan);
   set_lan(options, matched, &lan);
-  if (options.raw_count != 0) cmdExecute(options.raw_bytes, options.raw_count, 1);
   return STATUS_DONE;
+}
+
+int run_settings_and_requests(const Options& options) {
+  if (options.inside_mac != 0) insideMacSet();
+  if (options.script_path != nullptr) process_cfg(options.script_path);
+  if (options.dhcp != 0) set_dhcp();
+  const int status = run_lan_actions(options);
+  if (status == STATUS_DONE && options.raw_count != 0) {
+    cmdExecute(options.raw_bytes, options.raw_count, 1);
+  }
+  return status;
 }
 
 int run_actions(const Options& options) {
@@ -161,7 +151,7 @@ int run_actions(const Options& options) {
     options.firmware_save != 0 ? firmwareSave() : firmwareVerify();
     return STATUS_DONE;
   }
-  return run_lan_actions(options);
+  return run_settings_and_requests(options);
 }
 
 }  // namespace
@@ -182,7 +172,7 @@ int main(int argc, char** argv) {
   if (options.prompt != 0 && !ask_passwords(&options)) return STATUS_REFUSED;
   set_switches(options);
 
-  if (!(openIpmiFlag != 0 ? open_device() : open_ports())) return STATUS_NO_BMC;
+  if (!(openIpmiFlag != 0 ? open_device() : open_ports())) return close_device(STATUS_NO_BMC);
   now_under_way(Unfinished::nothing);
   show_fw_version();
   run_user_actions(&options);

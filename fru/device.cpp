@@ -5,7 +5,7 @@
 
 #include "base/memory.h"
 #include "base/progress.h"
-#include "fru/layout.h"
+#include "fru/image.h"
 #include "transport/interrupt.h"
 #include "transport/ipmi.h"
 #include "transport/transaction.h"
@@ -31,9 +31,10 @@ constexpr unsigned WRITE_HEADER = 6;
 bool ask_size(uint8_t id, unsigned needed, uint32_t* size) {
   const uint8_t request[] = {BMC_ADDRESS, NETFN_STORAGE, GET_FRU_AREA_INFO, id};
   Response response;
-  const auto answer = ask(request, needed, &response);
+  const bool answered = exchange(request, &response);
+  const auto answer = response_part(response, RESPONSE_DATA, 0);
   *size = answer.size() < SIZE_BYTES ? 0U : static_cast<uint32_t>(answer[0] | answer[1] << 8);
-  return answer.data() != nullptr;
+  return answered && answer.size() >= needed;
 }
 
 void set_range(Read_request request, size_t offset, size_t count) {

@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "base/memory.h"
-#include "fru/layout.h"
+#include "fru/image.h"
 
 namespace {
 

@@ -1,7 +1,5 @@
-// The layout of the areas, and the model: made, and released however far it got.
+// The layout of the areas.
 #include "fru/layout.h"
-
-#include <utility>
 
 namespace {
 
@@ -20,12 +18,6 @@ constexpr fru_text PRODUCT_TEXTS[] = {
     &fru_info::product_fru_file_id,
 };
 
-// Node by node: a list may have thousands, too many to release one inside the other.
-template <typename Node>
-void release_list(std::unique_ptr<Node>* head) {
-  while (*head) *head = std::move((*head)->next);
-}
-
 }  // namespace
 
 constinit const fru_layout FRU_AREAS[FRU_AREA_COUNT] = {
@@ -39,34 +31,3 @@ constinit const fru_layout FRU_AREAS[FRU_AREA_COUNT] = {
      &fru_info::product_len, &fru_info::product_language, nullptr, PRODUCT_TEXTS,
      &fru_info::product_custom, &fru_info::product_custom_count, &fru_info::product_checksum},
 };
-
-void init_fru_dev(fru_dev* dev) {
-  if (dev == nullptr) return;
-  dev->records = nullptr;
-  dev->count = 0;
-}
-
-int destroy_fru_dev(fru_dev* dev) {
-  if (dev == nullptr) return 0;
-  for (unsigned i = 0; i < fru_count(*dev); i++) destroy_fru_info(&dev->records[i]);
-  init_fru_dev(dev);
-  return 1;
-}
-
-void init_fru_info(fru_info* fru) {
-  *fru = fru_info();
-}
-
-int destroy_fru_info(fru_info* fru) {
-  fru->title = nullptr;
-  fru->internal_data = nullptr;
-  fru->internal_len = 0;
-  for (const fru_layout& layout : FRU_AREAS) {
-    for (const fru_text text : layout.texts) fru->*text = nullptr;
-    release_list(&(fru->*layout.custom));
-    fru->*layout.custom_count = 0;
-  }
-  release_list(&fru->multirecords);
-  fru->multirecord_count = 0;
-  return 1;
-}

@@ -44,11 +44,3 @@ struct fru_layout {
 
 enum : unsigned { CHASSIS_AREA, BOARD_AREA, PRODUCT_AREA, FRU_AREA_COUNT };
 extern const fru_layout FRU_AREAS[FRU_AREA_COUNT];
-
-// GetChassis, GetBoard and GetProduct, for the area of this layout.
-int parse_area(const fru_layout& layout, std::span<const uint8_t> area, size_t end, fru_info* fru,
-               fru_fault* fault);
-
-// A list node with a copy of a whole record: header, then as many bytes as it says. Null when out
-// of memory.
-std::unique_ptr<fru_multirecord> make_multirecord(std::span<const uint8_t> record);

@@ -4,19 +4,28 @@
 #include <cstring>
 
 #include "base/memory.h"
-#include "fru/layout.h"
+#include "fru/image.h"
 #include "textfile/lines.h"
 #include "textfile/tokenizer.h"
 
 namespace {
 
-constexpr int LINE_SIZE = 256;  // 255 characters and a NUL; a longer line is read as several
+constexpr int FRU_LINE_SIZE = 256;  // 255 characters and a NUL; a longer line is read as several
 constexpr unsigned DEVICE_LIMIT = 256;  // device IDs have one byte
 constexpr unsigned SECTION_LIMIT = 2048;
 constexpr unsigned COMMON_LIMIT = 256;
 
 // Where in a block the lines stand. A section ends with the keyword of a later one.
-enum State : unsigned { HEADER, COMMON, INTERNAL, CHASSIS, BOARD, PRODUCT, MULTIREC, STATE_COUNT };
+enum Block_state : unsigned {
+  HEADER,
+  COMMON,
+  INTERNAL,
+  CHASSIS,
+  BOARD,
+  PRODUCT,
+  MULTIREC,
+  STATE_COUNT
+};
 
 const char* const SECTIONS[STATE_COUNT] = {
     nullptr,
@@ -60,7 +69,7 @@ std::span<const uint8_t> gathered(const Section& section) {
 
 struct Reader {
   Lines lines;
-  char cleaned[LINE_SIZE];
+  char cleaned[FRU_LINE_SIZE];
   Section section;
   fru_dev* dev;
   unsigned current;
@@ -74,15 +83,6 @@ bool next_cleaned(Reader* reader) {
     if (reader->cleaned[0] != '\0') return true;
   }
   return false;
-}
-
-// True when the file can be read once more.
-bool rewind_lines(Lines* lines) {
-  lines->number = 0;
-  lines->cut = false;
-  lines->too_long = false;
-  lines->taken = 0;
-  return std::ferror(lines->file) == 0 && std::fseek(lines->file, 0, SEEK_SET) == 0;
 }
 
 int refuse_at(unsigned line, const char* reason) {
@@ -229,7 +229,7 @@ int count_devices(Reader* reader, unsigned* count) {
     if (*count >= DEVICE_LIMIT) return refuse_at(reader->lines.number, "more than 256 devices");
     (*count)++;
   }
-  return *count > 0 && !reader->lines.too_long && rewind_lines(&reader->lines) ? 1 : 0;
+  return *count > 0 && !reader->lines.too_long && restart_lines(&reader->lines) ? 1 : 0;
 }
 
 int read_blocks(Reader* reader) {
@@ -249,13 +249,13 @@ int read_blocks(Reader* reader) {
 int read_file(FILE* file, fru_dev* dev) {
   Reader reader;
   reader.lines.file = file;
-  reader.lines.room = LINE_SIZE;
+  reader.lines.room = FRU_LINE_SIZE;
   reader.section.count = 0;
   reader.dev = dev;
   reader.current = 0;
   reader.state = HEADER;
   unsigned count = 0;
-  if (!rewind_lines(&reader.lines) || count_devices(&reader, &count) != 1) return 0;
+  if (!restart_lines(&reader.lines) || count_devices(&reader, &count) != 1) return 0;
   dev->records = make_owned<fru_info>(count);
   if (!dev->records) return 0;
   dev->count = static_cast<int32_t>(count);

@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr int LINE_SIZE = 1024;
+constexpr int COMMENT_LINE_SIZE = 1024;
 const char LEAD[] = "// ";
 
 struct Section_lines {
@@ -52,7 +52,7 @@ void read_comments(sdr_comments* comments) {
   bool other = false;  // what is no file has no end
   FILE* file = regular_open("util.dat", &other);
   if (file == nullptr) return;
-  char line[LINE_SIZE];
+  char line[COMMENT_LINE_SIZE];
   int current = OUTSIDE;
   while (std::fgets(line, sizeof line, file) != nullptr) {
     if (current == OUTSIDE) {

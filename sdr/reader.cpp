@@ -36,11 +36,11 @@ constexpr unsigned MARK_SIZE = 2;
 constexpr unsigned SMALLEST_BLOCK = 8;
 
 // What the next line of a text file may be.
-enum State { BEFORE_OPENING, BEFORE_TYPE, BEFORE_LENGTH, IN_DATA };
+enum Text_state { BEFORE_OPENING, BEFORE_TYPE, BEFORE_LENGTH, IN_DATA };
 
 struct Text_reader {
   sdr_repository* repository;
-  State state;
+  Text_state state;
   Lines lines;
   std::array<uint8_t, LENGTH_LIMIT> record;  // being read; what has not come yet is zero
   unsigned length;                           // of it, header included
@@ -94,7 +94,7 @@ bool begin_record(Text_reader* reader, const char* text) {
   return true;
 }
 
-bool end_record(Text_reader* reader, State next) {
+bool end_record(Text_reader* reader, Text_state next) {
   const auto record = std::span(reader->record).first(reader->length);
   const char* reason = append_from_file(reader->repository, record);
   reader->state = next;

@@ -13,8 +13,7 @@
 
 namespace {
 
-constexpr unsigned REQUEST_HEADER = 3;  // address, NetFn/LUN, command
-constexpr unsigned CHUNK = 16;          // record bytes that one request or response carries
+constexpr unsigned CHUNK = 16;  // record bytes that one request or response carries
 constexpr unsigned OFFSET_LIMIT = 0xFF;
 constexpr unsigned RECORD_LIMIT = SDR_HEADER_SIZE + 0xFF;
 
@@ -25,7 +24,7 @@ constexpr unsigned INFO_SIZE = 14;
 constexpr unsigned NEXT_ID_SIZE = 2;
 // Partial Add SDR request: header, reservation ID (2), record ID (2), offset, progress, record
 // bytes.
-constexpr unsigned FRAGMENT_HEADER = REQUEST_HEADER + 6;
+constexpr unsigned FRAGMENT_HEADER = REQUEST_DATA + 6;
 
 enum Erase_action : uint8_t { ERASE_STATUS = 0x00, ERASE_START = 0xAA };
 enum Erase_state : uint8_t { ERASE_IN_PROGRESS = 0x00, ERASE_COMPLETE = 0x01 };
@@ -139,20 +138,21 @@ bool read_chain(sdr_repository* repository) {
   return true;
 }
 
-// The BMC's answer, at least `needed` bytes; null when it refused.
-std::span<const uint8_t> ask_to_clear(Erase_action action, unsigned needed, Response* response) {
+// True when the BMC did not refuse.
+bool clear_repository(Erase_action action, Response* response) {
   const Id reservation = reserve_repository();
   now_under_way(Unfinished::sdr);
   const uint8_t request[] = {BMC_ADDRESS, NETFN_STORAGE, CLEAR_SDR, reservation.ls, reservation.ms,
                              'C',         'L',           'R',       action};
-  return ask(request, needed, response);
+  return exchange(request, response);
 }
 
 bool erase_repository() {
   Response response;
-  if (ask_to_clear(ERASE_START, 0, &response).data() == nullptr) return false;
+  if (!clear_repository(ERASE_START, &response)) return false;
   for (unsigned poll = 1; poll <= ERASE_POLLS; poll++) {
-    const auto state = ask_to_clear(ERASE_STATUS, 1, &response);
+    if (!clear_repository(ERASE_STATUS, &response)) return false;
+    const auto state = response_part(response, RESPONSE_DATA, 1);
     if (state.empty()) return false;
     if (state[0] == ERASE_COMPLETE) return true;
     if (state[0] != ERASE_IN_PROGRESS) return false;
@@ -181,9 +181,9 @@ std::span<const uint8_t> lay_out(const sdr_entry& entry, std::span<uint8_t, RECO
 }
 
 bool add_whole(const sdr_entry& entry) {
-  uint8_t request[REQUEST_HEADER + RECORD_LIMIT] = {BMC_ADDRESS, NETFN_STORAGE, ADD_SDR};
-  const auto record = lay_out(entry, std::span(request).subspan<REQUEST_HEADER>());
-  const unsigned length = REQUEST_HEADER + static_cast<unsigned>(record.size());
+  uint8_t request[REQUEST_DATA + RECORD_LIMIT] = {BMC_ADDRESS, NETFN_STORAGE, ADD_SDR};
+  const auto record = lay_out(entry, std::span(request).subspan<REQUEST_DATA>());
+  const unsigned length = REQUEST_DATA + static_cast<unsigned>(record.size());
   Response response;
   // A request that the KCS driver cannot carry would end the process.
   if (length <= request_limit() && exchange({request, length}, &response)) return true;
@@ -213,9 +213,10 @@ bool add_in_parts(const sdr_entry& entry) {
                                                 last ? LAST_FRAGMENT : MORE_TO_COME};
     std::ranges::copy(record.subspan(offset, count), request + FRAGMENT_HEADER);
     Response response;
-    const auto given = ask({request, FRAGMENT_HEADER + count}, last ? 0 : 2, &response);
-    if (given.data() == nullptr) return write_failed(id);
+    if (!exchange({request, FRAGMENT_HEADER + count}, &response)) return write_failed(id);
     if (last) return true;
+    const auto given = response_part(response, RESPONSE_DATA, 2);
+    if (given.empty()) return write_failed(id);
     id = {given[0], given[1]};
   }
 }
@@ -266,41 +267,4 @@ int Write_Sdr(sdr_repository* repository) {
   const bool complete = add_records(*repository);
   progress_end();
   return complete ? 1 : 0;
-}
-
-sdr_entry* append_record(sdr_repository* repository, std::span<const uint8_t> record) {
-  if (!make_room(&repository->psdr_entry, repository->record_count, &repository->room)) {
-    return nullptr;
-  }
-  sdr_entry* entry = &repository->psdr_entry[repository->record_count++];
-  entry->record_id_ls = record[0];
-  entry->record_id_ms = record[1];
-  entry->sdr_version = record[2];
-  entry->record_type = record[3];
-  entry->record_length = record[SDR_LENGTH_BYTE];
-  entry->sdr_data = make_owned<uint8_t>(entry->record_length);
-  const auto body = body_of(*entry);
-  const auto held = record.subspan(SDR_HEADER_SIZE);
-  std::ranges::copy(held.first(std::min(held.size(), body.size())), body.begin());
-  return entry;
-}
-
-void freespace(sdr_repository* repository) {
-  repository->psdr_entry.reset();
-  repository->room = 0;
-  repository->record_count = 0;
-  repository->source_name.reset();
-}
-
-std::span<sdr_entry> entries_of(const sdr_repository& repository) {
-  return {repository.psdr_entry.get(), repository.record_count};
-}
-
-std::array<uint8_t, SDR_HEADER_SIZE> header_of(const sdr_entry& entry) {
-  return {entry.record_id_ls, entry.record_id_ms, entry.sdr_version, entry.record_type,
-          entry.record_length};
-}
-
-std::span<uint8_t> body_of(const sdr_entry& entry) {
-  return {entry.sdr_data.get(), entry.sdr_data ? entry.record_length : size_t{0}};
 }

@@ -8,11 +8,10 @@
 #include "textfile/lines.h"
 #include "textfile/tokenizer.h"
 #include "transport/interrupt.h"
+#include "transport/ipmi.h"
 #include "transport/transaction.h"
 
 namespace {
-
-constexpr unsigned SMALLEST_REQUEST = 3;  // address, NetFn/LUN, command
 
 void show_bytes(const char* label, std::span<const uint8_t> bytes) {
   std::printf("%s: ", label);
@@ -26,7 +25,7 @@ void run_line(const char* line, unsigned number) {
   uint8_t request[CONTENT_SIZE];
   const unsigned length = get_content(cleaned, request);
   if (length == 0) return;
-  if (length < SMALLEST_REQUEST) {
+  if (length < REQUEST_DATA) {
     std::printf("line %u: %u of the 3 bytes that a request needs at least: not sent\n", number,
                 length);
     return;

@@ -71,6 +71,14 @@ bool next_line(Lines* lines) {
   return count > 0 && !lines->too_long;
 }
 
+bool restart_lines(Lines* lines) {
+  lines->number = 0;
+  lines->cut = false;
+  lines->too_long = false;
+  lines->taken = 0;
+  return std::ferror(lines->file) == 0 && std::fseek(lines->file, 0, SEEK_SET) == 0;
+}
+
 void blame_line(unsigned number, const char* reason) {
   std::printf("line %u: %s\n", number, reason);
 }

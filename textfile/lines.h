@@ -26,5 +26,8 @@ struct Lines {
 // it is too long, after a line that says so.
 bool next_line(Lines* lines);
 
+// From the start of the file again. False when it cannot be read again.
+bool restart_lines(Lines* lines);
+
 // Prints why a file is refused: "line 7: reason".
 void blame_line(unsigned number, const char* reason);

@@ -204,7 +204,7 @@ int Init_Interface(const char* name, uint32_t commandPort, uint32_t dataPort, ui
 }
 
 int Send_Req(const uint8_t* request, unsigned length) {
-  if (length < 3) return -1;
+  if (length < REQUEST_DATA) return -1;
   const bool bridged = request[0] != BMC_ADDRESS;
   const unsigned added = bridged ? SEND_MESSAGE_HEADER + IPMB_OVERHEAD : 0;
   if (length - 1 + added > KCS_REQUEST_ROOM) return -1;

@@ -79,7 +79,8 @@ bool interrupted() {
 
 void interrupt_point() {
   platform::signals_stop_here();
-  if (interrupted() && under_way <= Unfinished::nothing) end_run();
+  const bool may_end = under_way == Unfinished::start || under_way == Unfinished::nothing;
+  if (interrupted() && may_end) end_run();
 }
 
 void wait_began() {

@@ -16,8 +16,8 @@ enum class Unfinished {
 // From main's start on signals are held back; a process that ends after one came ends by it.
 void hold_signals();
 
-// Says what is under way from here on; at first it is the start. Where it is nothing, before or
-// after, a signal that has come ends the run here.
+// Says what is under way from here on; until the first call it is the start. A signal that has come
+// ends the run here when nothing was or is under way.
 void now_under_way(Unfinished what);
 
 // True when a signal has come: what is under way must come to its end, nothing else may begin. The
@@ -28,8 +28,9 @@ bool interrupted();
 // has come, unless something is under way.
 void interrupt_point();
 
-// A wait for the BMC begins; one that goes on. When a signal has come and the BMC has not answered
-// for 10 seconds the run ends here, after a line that says what is left undone.
+// wait_began: from now on the BMC is waited for. wait_point, called again and again while it is:
+// ends the run once 10 seconds have passed and a signal has come, after a line that says what is
+// left undone.
 void wait_began();
 void wait_point();
 

@@ -5,6 +5,9 @@
 
 inline constexpr uint8_t BMC_ADDRESS = 0x20;  // responder address of the BMC itself
 
+// Where a request's data begins: after address, network function with LUN, and command.
+inline constexpr unsigned REQUEST_DATA = 3;
+
 // The second byte of a request: network function shifted left by two, LUN 0 in the low bits
 // (table 5-1). A response has the function's bit 0 set: RESPONSE_BIT.
 inline constexpr uint8_t NETFN_APP = 0x18;

@@ -24,7 +24,6 @@ const uint8_t GetSEL[] = {3, BMC_ADDRESS, NETFN_STORAGE, GET_SEL_ENTRY};
 
 namespace {
 
-constexpr unsigned REQUEST_DATA = 3;  // what comes before: address, NetFn/LUN, command
 constexpr unsigned KERNEL_DATA_ROOM = 256;
 constexpr unsigned KERNEL_ADDRESS_ROOM = 40;
 

@@ -1,0 +1,11 @@
+// Areas and records parsed by their layout, for everyone in this folder who has their bytes.
+#pragma once
+#include "fru/layout.h"
+
+// GetChassis, GetBoard and GetProduct, for the area of this layout.
+int parse_area(const fru_layout& layout, std::span<const uint8_t> area, size_t end, fru_info* fru,
+               fru_fault* fault);
+
+// A list node with a copy of a whole record: header, then as many bytes as it says. Null when out
+// of memory.
+std::unique_ptr<fru_multirecord> make_multirecord(std::span<const uint8_t> record);
