@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 
 #include "base/dump_target.h"
@@ -151,13 +152,35 @@ bool sync(FILE* file) {
   return errno == EINVAL || errno == EROFS || errno == ENOSYS || errno == EOPNOTSUPP;
 }
 
+bool same_change(const struct stat& one, const struct stat& other) {
+  return one.st_ctim.tv_sec == other.st_ctim.tv_sec && one.st_ctim.tv_nsec == other.st_ctim.tv_nsec;
+}
+
+// Never over a file that came there, or was changed, while the dump was written.
+bool put_in_place() {
+  const int folder = dump.target.folder;
+  const char* name = dump.target.name;
+  struct stat now;
+  if (dump.target.there && fstatat(folder, name, &now, AT_SYMLINK_NOFOLLOW) == 0) {
+    if (same_file(now, dump.target.status) && same_change(now, dump.target.status)) {
+      return renameat(folder, dump.temporary, folder, name) == 0;
+    }
+    errno = EEXIST;
+    return false;
+  }
+  if (renameat2(folder, dump.temporary, folder, name, RENAME_NOREPLACE) == 0) return true;
+  if (errno != EINVAL && errno != ENOSYS) return false;
+  // Some file systems do not know that; a link has the same effect.
+  return linkat(folder, dump.temporary, folder, name, 0) == 0 &&
+         unlinkat(folder, dump.temporary, 0) == 0;
+}
+
 bool finish_beside(FILE* file) {
   bool whole = flush(file) && sync(file);
   const int reason = errno;
   const bool closed = std::fclose(file) == 0;
   if (!whole) errno = reason;
-  const int folder = dump.target.folder;
-  whole = whole && closed && renameat(folder, dump.temporary, folder, dump.target.name) == 0;
+  whole = whole && closed && put_in_place();
   if (!whole) remove_temporary();
   return whole;
 }

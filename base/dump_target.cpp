@@ -19,22 +19,16 @@ bool fail_because(int reason) {
   return false;
 }
 
-// Steps to the folder of `path`, which is relative to the one before; its last part is the name.
-bool enter_folder(const char* path, Dump_target* target) {
-  const char* slash = std::strrchr(path, '/');
-  const char* name = slash != nullptr ? slash + 1 : path;
-  if (path[0] == '\0') return fail_because(ENOENT);
-  if (name[0] == '\0') return fail_because(EISDIR);
-  if (std::strlen(name) > NAME_MAX) return fail_because(ENAMETOOLONG);
-  std::memcpy(target->name, name, std::strlen(name) + 1);
-  if (slash == nullptr && target->folder >= 0) return true;
-  char folder[PATH_MAX] = ".";
-  const size_t length = slash != nullptr ? static_cast<size_t>(slash + 1 - path) : 0;
-  if (length >= sizeof folder) return fail_because(ENAMETOOLONG);
-  if (length > 0) std::memcpy(folder, path, length);
-  if (length > 0) folder[length] = '\0';
+// A path on its way to the target: the folder reached so far is the target's, `rest` comes after.
+struct Way_to {
+  Dump_target* target;
+  char rest[PATH_MAX];
+  int links;  // followed so far
+};
+
+bool step_into(Dump_target* target, const char* folder) {
   const int from = target->folder >= 0 ? target->folder : AT_FDCWD;
-  const int entered = openat(from, folder, O_PATH | O_DIRECTORY | O_CLOEXEC);
+  const int entered = openat(from, folder, O_PATH | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW);
   if (entered < 0) return false;
   if (target->folder >= 0) close(target->folder);
   target->folder = entered;
@@ -64,33 +58,81 @@ bool leads_to_open_file(const Dump_target& target, const char* text) {
   return !same;
 }
 
-// Follows the link that stands there one step, unless it is one of an open file.
-bool follow_link(Dump_target* target) {
+// Puts the link's text in place of its name, before what is left of the path; unless the link is
+// that of an open file, which ends the path.
+bool follow_link(Way_to* way, bool last) {
+  if (++way->links > MOST_LINKS) return fail_because(ELOOP);
+  Dump_target* target = way->target;
   char text[PATH_MAX];
   const ssize_t length = readlinkat(target->folder, target->name, text, sizeof text);
   if (length < 0) return false;
-  if (static_cast<size_t>(length) >= sizeof text) return fail_because(ENAMETOOLONG);
-  text[length] = '\0';
-  target->open_file = leads_to_open_file(*target, text);
+  const size_t left = std::strlen(way->rest);
+  const size_t count = static_cast<size_t>(length);
+  if (count + left + 2 > sizeof text) return fail_because(ENAMETOOLONG);
+  text[count] = '\0';
+  target->open_file = last && leads_to_open_file(*target, text);
   if (target->open_file) return fstatat(target->folder, target->name, &target->status, 0) == 0;
-  return enter_folder(text, target);
+  text[count] = '/';
+  std::memcpy(text + count + 1, way->rest, left + 1);
+  if (last) text[count] = '\0';
+  std::memcpy(way->rest, text, count + 1 + left + 1);
+  return true;
+}
+
+// Takes the first part off the rest, as the target's name. A path that ends in a slash has no last
+// part.
+bool take_name(Way_to* way, bool* last) {
+  if (way->rest[0] == '/' && !step_into(way->target, "/")) return false;
+  const char* from = way->rest + std::strspn(way->rest, "/");
+  const size_t length = std::strcspn(from, "/");
+  if (length == 0) return fail_because(EISDIR);
+  if (length > NAME_MAX) return fail_because(ENAMETOOLONG);
+  std::memcpy(way->target->name, from, length);
+  way->target->name[length] = '\0';
+  from += length;
+  *last = from[0] == '\0';
+  from += std::strspn(from, "/");
+  std::memmove(way->rest, from, std::strlen(from) + 1);
+  return true;
+}
+
+bool named_again(const struct stat& status) {
+  return S_ISREG(status.st_mode) && status.st_nlink > 1;
+}
+
+// One part of the path; `*arrived` when the target is found, or found missing.
+bool take_step(Way_to* way, bool* arrived) {
+  Dump_target* target = way->target;
+  bool last = false;
+  if (!take_name(way, &last)) return false;
+  target->there = fstatat(target->folder, target->name, &target->status, AT_SYMLINK_NOFOLLOW) == 0;
+  if (!target->there) {
+    *arrived = last;
+    return last && errno == ENOENT;
+  }
+  const bool link = S_ISLNK(target->status.st_mode);
+  if ((link || last) && may_be_planted(*target)) return fail_because(ELOOP);
+  if (link) {
+    if (!follow_link(way, last)) return false;
+    *arrived = target->open_file;
+    return true;
+  }
+  if (!last) return step_into(target, target->name);
+  *arrived = true;
+  return !named_again(target->status) || fail_because(EMLINK);
 }
 
 bool follow(const char* path, Dump_target* target) {
-  if (!enter_folder(path, target)) return false;
-  for (int links = 0; links <= MOST_LINKS; links++) {
-    target->there =
-        fstatat(target->folder, target->name, &target->status, AT_SYMLINK_NOFOLLOW) == 0;
-    if (!target->there) return errno == ENOENT;
-    if (may_be_planted(*target)) return fail_because(ELOOP);
-    if (!S_ISLNK(target->status.st_mode)) {
-      const bool named_again = S_ISREG(target->status.st_mode) && target->status.st_nlink > 1;
-      return !named_again || fail_because(EMLINK);
-    }
-    if (!follow_link(target)) return false;
-    if (target->open_file) return true;
+  Way_to way = {target, {}, 0};
+  const size_t length = std::strlen(path);
+  if (length == 0) return fail_because(ENOENT);
+  if (length >= sizeof way.rest) return fail_because(ENAMETOOLONG);
+  std::memcpy(way.rest, path, length + 1);
+  if (path[0] != '/' && !step_into(target, ".")) return false;
+  for (bool arrived = false; !arrived;) {
+    if (!take_step(&way, &arrived)) return false;
   }
-  return fail_because(ELOOP);
+  return true;
 }
 
 }  // namespace

@@ -32,11 +32,12 @@ FILE* regular_open(const char* path, bool* other) {
 File_state file_state(FILE* file) {
   struct stat status;
   if (fstat(fileno(file), &status) != 0) return {};
-  return {true, status.st_size, status.st_mtim, status.st_nlink};
+  return {true, status.st_size, status.st_mtim, status.st_ctim, status.st_nlink};
 }
 
 bool file_unchanged(FILE* file, const File_state& before) {
   const File_state now = file_state(file);
   return now.known && before.known && now.size == before.size &&
-         same_time(now.changed, before.changed) && (now.names > 0 || before.names == 0);
+         same_time(now.changed, before.changed) && same_time(now.touched, before.touched) &&
+         (now.names > 0 || before.names == 0);
 }

@@ -13,6 +13,7 @@ struct File_state {
   bool known;  // false: it could not be looked at
   off_t size;
   struct timespec changed;  // when its content was last changed
+  struct timespec touched;  // when its content, name or rights were last changed
   nlink_t names;            // 0: no folder has it any more
 };
 

@@ -76,7 +76,9 @@ void sdrUpdate(const char* path) {
   sdr_repository repository{};
   if (load_sdr_file(path, &repository)) {
     std::puts("writing SDR......");
-    std::puts(Write_Sdr(&repository) == 1 ? "Update successfully" : err_message);
+    const bool written = Write_Sdr(&repository) == 1;
+    if (written) now_under_way(Unfinished::sdr_reset);
+    std::puts(written ? "Update successfully" : err_message);
     freespace(&repository);
     platform::sleep(1);
   } else {
@@ -156,9 +158,9 @@ int firmwareUpdate() {
   std::printf("Update Firmware with File %s\n", flashfilename);
   now_under_way(Unfinished::downloader);
   enter_downloader();
-  if (program_firmware() != 1 && !interrupted()) {
-    std::printf("can't find file %s\n", flashfilename);
-  }
+  const bool programmed = program_firmware() == 1;
+  if (programmed) now_under_way(Unfinished::downloader);
+  if (!programmed && !interrupted()) std::printf("can't find file %s\n", flashfilename);
   return leave_downloader();
 }
 

@@ -16,6 +16,13 @@ namespace {
 // With the line end, and one character more than may be: that shows that it is too long.
 constexpr unsigned TYPED_SIZE = PASSWORD_LIMIT + 3;
 
+// Takes a carriage return off the end of a line. False when a NUL would end the password early.
+bool end_typed(char* typed, unsigned length) {
+  const bool whole = std::memchr(typed, 0, length) == nullptr;
+  if (length > 0 && typed[length - 1] == '\r') typed[length - 1] = '\0';
+  return whole;
+}
+
 // Reads up to the end of a line, byte by byte: what follows the line stays for others. False when
 // there is none. A character beyond the room is dropped.
 bool read_typed(char typed[TYPED_SIZE]) {
@@ -24,45 +31,47 @@ bool read_typed(char typed[TYPED_SIZE]) {
   for (unsigned length = 0;;) {
     char c = 0;
     const ssize_t count = read(STDIN_FILENO, &c, 1);
-    if (count <= 0) return count == 0 && length > 0;
-    if (c == '\n') return true;
+    if (count < 0) return false;
+    if (count == 0 || c == '\n') return end_typed(typed, length) && (count > 0 || length > 0);
     if (length + 1 < TYPED_SIZE) typed[length++] = c;
   }
 }
 
-// Asks on the terminal. False when nothing was typed, or it would be seen.
-bool read_unseen(char typed[TYPED_SIZE]) {
+// Asks on the terminal, which does not show what is typed by then. False when nothing was typed, or
+// it would be seen.
+bool read_unseen(const char* prompt, char typed[TYPED_SIZE]) {
   if (platform::terminal_echo(false) != 0) {
     notice("the terminal would show the password");
     return false;
   }
+  std::fputs(prompt, stderr);
   const bool read = read_typed(typed);
   if (platform::terminal_echo(true) != 0)
     notice("the terminal does not show what is typed: stty echo");
   std::fputc('\n', stderr);
-  interrupt_point();
   return read;
 }
 
 bool read_twice(unsigned user, char typed[TYPED_SIZE]) {
-  char again[TYPED_SIZE];
-  std::fprintf(stderr, "New password of user ID %u: ", user);
-  if (!read_unseen(typed)) return false;
-  std::fputs("Once more: ", stderr);
-  const bool same = read_unseen(again) && std::strcmp(typed, again) == 0;
+  char again[TYPED_SIZE] = {};
+  char prompt[40];
+  std::snprintf(prompt, sizeof prompt, "New password of user ID %u: ", user);
+  if (!read_unseen(prompt, typed)) return false;
+  const bool given = read_unseen("Once more: ", again);
+  const bool same = given && std::strcmp(typed, again) == 0;
   explicit_bzero(again, sizeof again);
-  if (!same) std::puts("the two passwords differ");
+  if (given && !same) std::puts("the two passwords differ");
   return same;
 }
 
 bool ask_password(unsigned slot, char password[PASSWORD_LIMIT + 1]) {
-  char typed[TYPED_SIZE];
+  char typed[TYPED_SIZE] = {};
   const bool terminal = isatty(STDIN_FILENO) != 0;
   const bool typed_one = terminal ? read_twice(slot + 1, typed) : read_typed(typed);
-  interrupt_point();
   const bool fits = std::strlen(typed) <= PASSWORD_LIMIT;
   if (typed_one && fits) std::memcpy(password, typed, PASSWORD_LIMIT);
   explicit_bzero(typed, sizeof typed);
+  interrupt_point();
   if (!typed_one) std::printf("--sp%u: no password was given\n", slot);
   if (typed_one && !fits) std::puts("the password mustn't more than 16 bytes");
   return typed_one && fits;

@@ -2,8 +2,10 @@
 // order.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 #include "base/error_text.h"
 #include "base/notice.h"
@@ -57,6 +59,11 @@ void set_switches(const Options& options) {
   if (options.firmware_path != nullptr) flashfilename = options.firmware_path;
   hintFlag = isatty(STDERR_FILENO);
   progressFlag = debugFlag == 0 && hintFlag != 0;
+}
+
+bool holds_passwords(const Options& options) {
+  return std::any_of(std::begin(options.set_password), std::end(options.set_password),
+                     [](int set) { return set != 0; });
 }
 
 bool open_device() {
@@ -169,6 +176,7 @@ int main(int argc, char** argv) {
   Options options{};
   const int parsed = parse_options(argc, argv, &options);
   if (parsed != OPTIONS_ACCEPTED) return parsed;
+  if (holds_passwords(options)) platform::core_off();
   if (options.prompt != 0 && !ask_passwords(&options)) return STATUS_REFUSED;
   set_switches(options);
 

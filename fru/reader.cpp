@@ -7,12 +7,14 @@
 #include "fru/image.h"
 #include "textfile/lines.h"
 #include "textfile/tokenizer.h"
+#include "transport/interrupt.h"
 
 namespace {
 
 constexpr int FRU_LINE_SIZE = 256;  // 255 characters and a NUL; a longer line is read as several
 constexpr unsigned DEVICE_LIMIT = 256;  // device IDs have one byte
 constexpr unsigned SECTION_LIMIT = 2048;
+constexpr unsigned PIECES_LIMIT = 256;  // of the file, between two looks for a signal
 constexpr unsigned COMMON_LIMIT = 256;
 
 // Where in a block the lines stand. A section ends with the keyword of a later one.
@@ -74,11 +76,13 @@ struct Reader {
   fru_dev* dev;
   unsigned current;
   unsigned state;
+  unsigned pieces;
 };
 
 // The next line that carries something; false at the end of the file.
 bool next_cleaned(Reader* reader) {
   while (next_line(&reader->lines)) {
+    if (++reader->pieces % PIECES_LIMIT == 0) interrupt_point();
     process_string(reader->lines.text, reader->cleaned);
     if (reader->cleaned[0] != '\0') return true;
   }
@@ -253,6 +257,7 @@ int read_file(FILE* file, fru_dev* dev) {
   reader.section.count = 0;
   reader.dev = dev;
   reader.current = 0;
+  reader.pieces = 0;
   reader.state = HEADER;
   unsigned count = 0;
   if (!restart_lines(&reader.lines) || count_devices(&reader, &count) != 1) return 0;

@@ -27,9 +27,10 @@ void usleep(unsigned microseconds);
 uint32_t time_now();  // seconds since 1970
 uint64_t clock_ms();  // milliseconds since some point in the past
 
-// Signals. From signals_hold on, those that would end the run (HUP, INT, TERM, QUIT; not one that
-// was ignored at the start) and a stop from the terminal (TSTP) are held back; SIGPIPE and SIGXFSZ
-// are ignored. signals_pending returns the number of an ending signal that has come, or 0.
+// Signals. From signals_hold on, those that would end the run (HUP, INT, TERM, QUIT and all others
+// that are no fault of the program; not one that was ignored at the start) and a stop from the
+// terminal (TSTP) are held back; SIGPIPE and SIGXFSZ are ignored. signals_pending returns the
+// number of an ending signal that has come, or 0.
 void signals_hold();
 int signals_pending();
 // Where the run may stop: it does, until it is continued, if a stop has come.
@@ -40,8 +41,12 @@ void signals_let_in(bool in);
 [[noreturn]] void end_by_signal(int number);
 [[noreturn]] void raise_default(int number);  // its last step
 
-// Shows what is typed at the terminal of standard input, or not. 0, or -1 with errno.
+// Hides what is typed at the terminal of standard input, and keeps it from being stopped; then
+// shows it as before. 0, or -1 with errno.
 int terminal_echo(bool on);
+
+// From here on the process leaves no core file, which could hold a password. 0, or -1 with errno.
+int core_off();
 
 // Who else uses the way to the BMC. lock_ports returns a handle to what stands for the ports, or
 // -1; lock_try locks that or the kernel's device: 0, or -1 with errno (EWOULDBLOCK: another process

@@ -1,8 +1,11 @@
 // What a process has on every machine, real or simulated: signals and a terminal.
+#include <sys/resource.h>
 #include <termios.h>
 #include <unistd.h>
+
 #include <csignal>
 #include <cstdlib>
+#include <ctime>
 
 #include "platform/platform.h"
 
@@ -10,21 +13,42 @@ namespace platform {
 
 namespace {
 
-constexpr int ENDING_SIGNALS[] = {SIGHUP, SIGINT, SIGTERM, SIGQUIT};
+// All signals that would end a process and are no fault of the program; those for real-time use,
+// which have no names, come on top.
+constexpr int ENDING_SIGNALS[] = {SIGHUP,  SIGINT,  SIGTERM,   SIGQUIT, SIGALRM, SIGUSR1,  SIGUSR2,
+                                  SIGXCPU, SIGPROF, SIGVTALRM, SIGPWR,  SIGIO,   SIGSTKFLT};
 constexpr int FILE_SIGNALS[] = {SIGPIPE, SIGXFSZ};  // the call fails; that is enough
-constexpr unsigned REMINDER_S = 1;
+constexpr time_t REMINDER_S = 1;
 
-sigset_t held;  // the ending signals that were not ignored, and a stop
+sigset_t held;  // the ending signals that were not ignored, the reminder, and a stop
 volatile sig_atomic_t noted = 0;
+timer_t reminder;
+bool has_reminder = false;
+termios shown;  // the terminal's settings before the echo was switched off
 
-// A call that begins to block just after the signal came would not see it: SIGALRM reminds it.
+int reminder_signal() {
+  return SIGRTMAX;
+}
+
+void set_reminder(time_t seconds) {
+  const itimerspec times = {{seconds, 0}, {seconds, 0}};
+  if (has_reminder) timer_settime(reminder, 0, &times, nullptr);
+}
+
+// A call that begins to block just after the signal came would not see it: it is reminded.
 void note(int number) {
   noted = number;
-  ::alarm(REMINDER_S);
+  set_reminder(REMINDER_S);
 }
 
 void remind(int) {
-  ::alarm(REMINDER_S);
+}
+
+void create_reminder() {
+  sigevent event{};
+  event.sigev_notify = SIGEV_SIGNAL;
+  event.sigev_signo = reminder_signal();
+  has_reminder = timer_create(CLOCK_MONOTONIC, &event, &reminder) == 0;
 }
 
 void set_handler(int number, void (*handler)(int)) {
@@ -37,6 +61,16 @@ void set_handler(int number, void (*handler)(int)) {
 bool is_ignored(int number) {
   struct sigaction action {};
   return sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+void hold_one(int number, void (*handler)(int)) {
+  if (is_ignored(number)) return;
+  if (handler != nullptr) set_handler(number, handler);
+  sigaddset(&held, number);
+}
+
+bool is_waiting(const sigset_t& waiting, int number) {
+  return sigismember(&held, number) == 1 && sigismember(&waiting, number) == 1;
 }
 
 void let_in_one(int number) {
@@ -52,13 +86,10 @@ void let_in_one(int number) {
 void signals_hold() {
   sigemptyset(&held);
   for (const int number : FILE_SIGNALS) set_handler(number, SIG_IGN);
-  for (const int number : ENDING_SIGNALS) {
-    if (is_ignored(number)) continue;
-    set_handler(number, note);
-    sigaddset(&held, number);
-  }
-  set_handler(SIGALRM, remind);
-  if (!is_ignored(SIGTSTP)) sigaddset(&held, SIGTSTP);
+  for (const int number : ENDING_SIGNALS) hold_one(number, note);
+  for (int number = SIGRTMIN; number < reminder_signal(); number++) hold_one(number, note);
+  hold_one(reminder_signal(), remind);
+  hold_one(SIGTSTP, nullptr);
   sigprocmask(SIG_BLOCK, &held, nullptr);
 }
 
@@ -67,28 +98,39 @@ int signals_pending() {
   sigset_t waiting;
   if (sigpending(&waiting) != 0) return 0;
   for (const int number : ENDING_SIGNALS) {
-    if (sigismember(&held, number) == 1 && sigismember(&waiting, number) == 1) noted = number;
+    if (is_waiting(waiting, number)) noted = number;
+  }
+  for (int number = SIGRTMIN; number < reminder_signal(); number++) {
+    if (is_waiting(waiting, number)) noted = number;
   }
   return noted;
 }
 
 void signals_stop_here() {
   sigset_t waiting;
-  const bool stop = sigpending(&waiting) == 0 && sigismember(&waiting, SIGTSTP) == 1 &&
-                    sigismember(&held, SIGTSTP) == 1;
-  if (stop) let_in_one(SIGTSTP);
+  if (sigpending(&waiting) == 0 && is_waiting(waiting, SIGTSTP)) let_in_one(SIGTSTP);
 }
 
 void signals_let_in(bool in) {
-  if (!in) ::alarm(0);
+  if (in && !has_reminder) create_reminder();
+  if (in && noted != 0) set_reminder(REMINDER_S);
   sigprocmask(in ? SIG_UNBLOCK : SIG_BLOCK, &held, nullptr);
+  if (!in && noted != 0) set_reminder(0);
 }
 
 int terminal_echo(bool on) {
-  termios settings{};
-  if (tcgetattr(STDIN_FILENO, &settings) != 0) return -1;
-  settings.c_lflag = on ? settings.c_lflag | ECHO : settings.c_lflag & ~static_cast<tcflag_t>(ECHO);
+  if (on) return tcsetattr(STDIN_FILENO, TCSAFLUSH, &shown);
+  if (tcgetattr(STDIN_FILENO, &shown) != 0) return -1;
+  termios settings = shown;
+  settings.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+  // A shell that takes over after a stop would show what is typed afterwards.
+  settings.c_cc[VSUSP] = _POSIX_VDISABLE;
   return tcsetattr(STDIN_FILENO, TCSAFLUSH, &settings);
+}
+
+int core_off() {
+  const rlimit none = {0, 0};
+  return setrlimit(RLIMIT_CORE, &none);
 }
 
 void raise_default(int number) {

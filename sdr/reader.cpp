@@ -9,6 +9,7 @@
 #include "sdr/sdr.h"
 #include "textfile/lines.h"
 #include "textfile/tokenizer.h"
+#include "transport/interrupt.h"
 
 namespace {
 
@@ -34,6 +35,8 @@ constexpr unsigned FILE_HEADER_SIZE = 16;
 constexpr uint8_t BLOCK_MARKER = 0x5A;
 constexpr unsigned MARK_SIZE = 2;
 constexpr unsigned SMALLEST_BLOCK = 8;
+
+constexpr unsigned PIECES_UNSEEN = 256;  // of a text file, between two looks for a signal
 
 // What the next line of a text file may be.
 enum Text_state { BEFORE_OPENING, BEFORE_TYPE, BEFORE_LENGTH, IN_DATA };
@@ -136,7 +139,8 @@ bool load_text(FILE* file, sdr_repository* repository) {
   reader.repository = repository;
   reader.lines.file = file;
   reader.lines.room = LINE_ROOM;
-  while (next_line(&reader.lines)) {
+  for (unsigned pieces = 1; next_line(&reader.lines); pieces++) {
+    if (pieces % PIECES_UNSEEN == 0) interrupt_point();
     char cleaned[LINE_ROOM];
     process_string(reader.lines.text, cleaned);
     if (cleaned[0] != '\0' && !read_text_line(&reader, cleaned)) return false;

@@ -103,7 +103,10 @@ int device_select(int handle, bool* readable) {
     sim::pause(WAIT_US);
     return fail_with(EINTR);
   }
-  if (machine.kernel_faults.select_errno != 0) return fail_with(machine.kernel_faults.select_errno);
+  const int reason = machine.kernel_faults.select_errno;
+  // A call that was interrupted is made again, and then waits.
+  if (reason == EINTR) machine.kernel_faults.select_errno = 0;
+  if (reason != 0) return fail_with(reason);
   *readable = !machine.device_queue.empty() && !machine.kernel_faults.not_readable;
   return *readable ? 1 : 0;
 }

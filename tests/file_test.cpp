@@ -140,7 +140,7 @@ TEST_F(Files, nothing_that_the_run_did_not_create_is_removed_or_overwritten) {
   fs::remove(path);
   fs::create_directory(path);
   EXPECT_FALSE(dump_close(file));
-  EXPECT_EQ(errno, EISDIR);
+  EXPECT_EQ(errno, EEXIST);
   EXPECT_EQ(files(), 1U);
 }
 
@@ -230,6 +230,34 @@ TEST_F(Files, what_another_user_put_into_a_folder_that_others_may_write_is_refus
   const int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK);
   EXPECT_EQ(dumps(path), ELOOP);
   close(reader);
+}
+
+TEST_F(Files, a_link_of_another_user_to_a_folder_is_not_followed_in_a_shared_one) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can play other users";
+  fs::create_directory(place + "/ours");
+  fs::create_directory_symlink("ours", place + "/link");
+  EXPECT_EQ(dumps(place + "/link//dump"), 0);
+  EXPECT_EQ(dumps(place + "/./ours/../link/dump"), 0);
+  EXPECT_EQ(dumps(place + "/link/none/dump"), ENOENT);
+  ASSERT_EQ(chmod(place.c_str(), 01777) | lchown((place + "/link").c_str(), 1234, 0), 0);
+  EXPECT_EQ(dumps(place + "/link/dump"), ELOOP);
+  EXPECT_EQ(dumps(place + "/ours/dump"), 0);
+}
+
+TEST_F(Files, a_file_that_came_while_the_dump_was_written_stays) {
+  for (const bool there : {false, true}) {
+    fs::remove(path);
+    if (there) old_file(path);
+    FILE* file = dump_open(path.c_str());
+    ASSERT_NE(file, nullptr);
+    fs::remove(path);
+    old_file(place + "/other");
+    fs::rename(place + "/other", path);
+    EXPECT_FALSE(dump_close(file));
+    EXPECT_EQ(errno, EEXIST);
+    EXPECT_EQ(content_of(path), "old");
+    EXPECT_EQ(files(), 1U);
+  }
 }
 
 // With the limit at what the file has, and one byte lower.

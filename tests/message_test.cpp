@@ -130,7 +130,9 @@ TEST(Kernel, a_failure_and_a_response_of_any_length_read_as_what_came) {
   machine().bmc.faults = sim::faults("answer bytes=" + std::string(2 * 257, '0'));
   check(TARGET, "Error receiving message: Message too long\n20 1C 46 " + sim::hex_text(Bytes(256)));
   check(DEVICE_ID, "Error sending command: Input/output error\n" + none, {.send_errno = EIO});
-  check(DEVICE_ID, "Select fail\n" + none, {.select_errno = EINTR});
+  check(DEVICE_ID, "Select fail\n" + none, {.select_errno = EBADF});
+  check(DEVICE_ID, "20 1C 01 00 20 01 01 23 51 BF 57 01 00 03 00 00 00 00 00",
+        {.select_errno = EINTR});
   check(DEVICE_ID, "Error no data available\n" + none, {.not_readable = true});
   check(DEVICE_ID, "Error receiving message: Input/output error\n" + none, {.receive_errno = EIO});
 }

@@ -56,6 +56,9 @@ void process_cfg(const char* path) {
   Lines lines = {};
   lines.file = file;
   lines.room = LINE_ROOM;
-  while (next_script_line(&lines)) run_line(lines.text, lines.number);
+  while (next_script_line(&lines)) {
+    interrupt_point();
+    run_line(lines.text, lines.number);
+  }
   std::fclose(file);
 }

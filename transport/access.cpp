@@ -67,7 +67,8 @@ bool take_turn_on_device(int handle) {
 }
 
 void warn_of_owner(uint16_t commandPort, uint16_t dataPort) {
-  FILE* list = platform::port_owners();
+  static bool warned = false;
+  FILE* list = warned ? nullptr : platform::port_owners();
   if (list == nullptr) return;
   const uint16_t ports[] = {commandPort, dataPort};
   char line[OWNER_LINE_SIZE];
@@ -78,6 +79,7 @@ void warn_of_owner(uint16_t commandPort, uint16_t dataPort) {
   }
   std::fclose(list);
   if (!owned) return;
+  warned = true;
   notice("the ports %X and %X belong to the kernel's driver %s: use --open", commandPort, dataPort,
          owner);
 }

@@ -29,10 +29,12 @@ const Texts TEXTS[] = {
      "give the same command again (-e 18 02 leaves the downloader)"},
     {"the sensor records are written first, because the BMC's own are erased",
      "the BMC has only some of its sensor records: give the same command again"},
+    {"the BMC is reset first, because that ends an update of its sensor records",
+     "the sensor records are written, but the BMC may not be reset: -e 18 02 resets it"},
     {"the inventory is written first, because half an inventory cannot be read",
      "the inventory is only partly written: give the same command again"},
-    {"the address is set first, because its source is set already",
-     "the address may not be set: give the same option again"},
+    {"the address and its source are set first, because they belong together",
+     "the address or its source may not be set: give the same option again"},
 };
 
 Unfinished under_way = Unfinished::start;
@@ -47,6 +49,7 @@ const Texts& texts() {
 void end_as_interrupted() {
   const int number = platform::signals_pending();
   if (number == 0) return;
+  if (!said) notice("%s: the run had come to its end", ::strsignal(number));
   std::fflush(nullptr);
   platform::end_by_signal(number);
 }

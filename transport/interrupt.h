@@ -9,6 +9,7 @@ enum class Unfinished {
   downloader,  // the card is in its downloader, its flash as it was
   firmware,    // the flash is being programmed
   sdr,         // the sensor records are erased
+  sdr_reset,   // they are written, and the BMC is to be reset
   fru,         // an inventory is being written
   address,     // one of two LAN settings that belong together
 };

@@ -77,7 +77,7 @@ int kernel_send(std::span<const uint8_t> request) {
 int kernel_wait() {
   bool readable = false;
   int result = platform::device_select(driverHandle, &readable);
-  while (result < 0 && errno == EINTR && interrupted()) {
+  while (result < 0 && errno == EINTR) {
     wait_point();
     result = platform::device_select(driverHandle, &readable);
   }
