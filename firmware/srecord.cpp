@@ -13,6 +13,8 @@
 #include <span>
 #include <string_view>
 
+#include "transport/interrupt.h"
+
 namespace {
 
 constexpr unsigned COUNT_DIGITS = 2;  // index of the byte count
@@ -23,6 +25,7 @@ constexpr unsigned LONGEST_RECORD = ADDRESS_DIGITS + 2 * 255;
 // One more shows that a line is longer than any record.
 constexpr unsigned RECORD_ROOM = LONGEST_RECORD + 1;
 constexpr unsigned NOT_HEX = 0x100;
+constexpr unsigned LINES_UNSEEN = 4096;  // checked between two looks for a signal
 
 constexpr char NOT_A_DIGIT[] = "a character is not a hexadecimal digit";
 constexpr char COUNT_TOO_SMALL[] = "the byte count is below 5";
@@ -30,6 +33,7 @@ constexpr char LINE_TOO_SHORT[] = "the line is shorter than its byte count";
 constexpr char LINE_TOO_LONG[] = "the line is longer than its byte count";
 constexpr char OUT_OF_ORDER[] = "the data is out of ascending order";
 constexpr char OUT_OF_SPACE[] = "the data runs past the last address";
+constexpr char INTERRUPTED[] = "a signal ended the check";
 constexpr char FILE_NOT_READABLE[] = "the file cannot be read";
 
 struct Data_record {
@@ -132,6 +136,7 @@ const char* srecord_fault(FILE* file, unsigned* line_number) {
   *line_number = 1;
   for (; read_line(file, line); ++*line_number) {
     Data_record record;
+    if (*line_number % LINES_UNSEEN == 0 && interrupted()) return INTERRUPTED;
     if (!is_data_record(line)) continue;
     const char* reason = parse_record(line, &record);
     if (reason == nullptr) reason = check_order(record, &next);

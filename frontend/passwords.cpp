@@ -67,7 +67,8 @@ bool read_twice(unsigned user, char typed[TYPED_SIZE]) {
 bool ask_password(unsigned slot, char password[PASSWORD_LIMIT + 1]) {
   char typed[TYPED_SIZE] = {};
   const bool terminal = isatty(STDIN_FILENO) != 0;
-  const bool typed_one = terminal ? read_twice(slot + 1, typed) : read_typed(typed);
+  const bool read = terminal ? read_twice(slot + 1, typed) : read_typed(typed);
+  const bool typed_one = read && typed[0] != '\0';
   const bool fits = std::strlen(typed) <= PASSWORD_LIMIT;
   if (typed_one && fits) std::memcpy(password, typed, PASSWORD_LIMIT);
   explicit_bzero(typed, sizeof typed);
