@@ -43,7 +43,7 @@ bool is_standard_output(const char* path) {
   return stat(path, &there) == 0 && fstat(STDOUT_FILENO, &output) == 0 && same_file(there, output);
 }
 
-// Something else may have taken the place of what was looked at.
+// Something else may stand there since it was looked at: only what was looked at is opened.
 int open_direct(const Dump_target& target) {
   const int flags = target.open_file ? WRITING | O_TRUNC : WRITING | O_NOFOLLOW;
   const int handle = openat(target.folder, target.name, flags);
@@ -59,7 +59,7 @@ void new_name(char name[TEMPORARY_SIZE], unsigned attempt) {
   static const char LETTERS[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
   constexpr uint32_t COUNT = sizeof LETTERS - 1;
   uint32_t number = 0;
-  // Without chance the number of the process will do: a name is taken only when it is free.
+  // Without random bytes the number of the process will do: only a name that is free is used.
   if (getrandom(&number, sizeof number, GRND_NONBLOCK) != sizeof number) {
     number = static_cast<uint32_t>(getpid()) + attempt;
   }
@@ -116,7 +116,7 @@ FILE* begin(Way way, FILE* file) {
   return file;
 }
 
-// Forgets the dump; errno stays.
+// Forgets the dump; errno is not changed.
 void end_dump() {
   const int reason = errno;
   forget_target(&dump.target);
@@ -145,8 +145,8 @@ bool flush(FILE* file) {
   return false;
 }
 
-// What cannot be brought to the disk is lost at the next power failure; some file systems have no
-// disk.
+// Bytes that are not on the disk are lost at a power failure. A file system without a disk refuses
+// the call, which is no failure.
 bool sync(FILE* file) {
   if (fsync(fileno(file)) == 0) return true;
   return errno == EINVAL || errno == EROFS || errno == ENOSYS || errno == EOPNOTSUPP;

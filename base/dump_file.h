@@ -12,16 +12,16 @@
 // | a regular file, or nothing            | beside it, and takes its place when whole: mode and  |
 // |                                       | owner are the old file's, a new one's mode is 0600   |
 //
-// Links are followed. Refused are, with ELOOP: a link or file of another user in a folder that
-// others may write; with EMLINK: a file with several names (hard links).
+// Links are followed. Refused with ELOOP: a link or a file of another user in a folder that others
+// may write to; with EMLINK: a file with several names (hard links).
 // One dump at a time. A file that the run did not create is never removed.
 FILE* dump_open(const char* path);
 
-// Ends the dump in `file`: true when every byte of it was taken and it has its place; otherwise
-// false with errno, and the file is as it was before.
+// Ends the dump in `file`: true when every byte was written and the dump stands at its path;
+// otherwise false with errno, and the file at the path is as it was before.
 bool dump_close(FILE* file);
 
-// Gives the dump in `file` up: the file is as it was before. errno stays.
+// Gives up the dump in `file`: the file at its path is as it was before. errno is not changed.
 void dump_drop(FILE* file);
 
 // For a process that ends in the middle of a dump: drops the one that is open, if any.

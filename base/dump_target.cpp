@@ -35,7 +35,7 @@ bool step_into(Dump_target* target, const char* folder) {
   return true;
 }
 
-// Others may put a link or a file into such a folder, and what is theirs may lead anywhere.
+// Others may put a link or a file into such a folder, and it may lead anywhere.
 bool may_be_planted(const Dump_target& target) {
   struct stat folder;
   if (fstat(target.folder, &folder) != 0) return true;
@@ -45,8 +45,8 @@ bool may_be_planted(const Dump_target& target) {
   return shared && target.status.st_uid != ours;
 }
 
-// The links that lead to the open files of a process have a text that may lead to nothing, or to
-// another file. Only the kernel's own folders have such links.
+// The text of a link to an open file of a process may name nothing, or another file. Only the
+// kernel's own folders have such links.
 bool leads_to_open_file(const Dump_target& target, const char* text) {
   struct statfs system;
   if (fstatfs(target.folder, &system) != 0 || system.f_type != PROC_FILE_SYSTEM) return false;

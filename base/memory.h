@@ -9,7 +9,7 @@
 // A zeroed array of `count` items, at least one; null when there is no memory.
 template <typename T>
 std::unique_ptr<T[]> make_owned(std::size_t count) {
-  // nothrow: a full machine must end in a message, not in an exception.
+  // nothrow: memory that runs out must end in a message, not in an exception.
   return std::unique_ptr<T[]>(new (std::nothrow) T[count > 0 ? count : 1]());
 }
 

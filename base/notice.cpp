@@ -12,7 +12,7 @@ namespace {
 
 void print_line(const char* format, va_list arguments) {
   progress_end();
-  std::fflush(stdout);  // what was said before stands before it
+  std::fflush(stdout);  // earlier output must stand before it
   std::fputs("qarn: ", stderr);
   std::vfprintf(stderr, format, arguments);
   std::fputc('\n', stderr);

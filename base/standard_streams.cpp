@@ -14,15 +14,15 @@
 
 namespace {
 
-// An open takes the lowest number that is free: the closed stream's own, when those below are open.
+// An open file gets the lowest free number: that of the closed stream, if those below are in use.
 void open_null(int stream) {
   const int mode = stream == STDIN_FILENO ? O_RDONLY : O_WRONLY;
   if (open("/dev/null", mode | O_NOCTTY) >= 0) return;
-  // Without /dev the number is taken all the same; what is written to a folder is lost, too.
+  // Without /dev the root folder takes the number, so that no other file gets it.
   if (open("/", O_RDONLY | O_DIRECTORY) < 0) std::abort();
 }
 
-// The write that failed was long ago, and its reason is gone: looks whether it can be seen still.
+// The write that failed was long ago, and errno has changed since: the reason, if it still holds.
 int reason_of_failure() {
   errno = 0;
   if (write(STDOUT_FILENO, "", 0) < 0) return errno;

@@ -1,9 +1,8 @@
-#!/ usr / bin / env python3
-""
-    "Prints what qarn and its peers cost on the same work, side by side in a guest, as a markdown table.
+#!/usr/bin/env python3
+"""Prints what qarn and its peers cost on the same work, side by side in a guest, as a markdown table.
 
-    Usage : bench /
-            compare.py-- qarn PATH-- static PATH-- bmc PATH[--only TEXT] One guest a job; one instruction takes one nanosecond of the guest's time, so processor time counts instructions.
+Usage: bench/compare.py --qarn PATH --static PATH --bmc PATH [--only TEXT]
+One guest a job; one instruction takes one nanosecond of the guest's time, so processor time counts instructions.
 """
 
 import argparse
@@ -21,7 +20,7 @@ import cases_storage
 import machine
 
 KCS, KERNEL = "own KCS driver", "/dev/ipmi0"
-#One instruction takes one nanosecond; a debug port takes the marks around what is measured.
+# One instruction takes one nanosecond; a debug port takes the marks around what is measured.
 QEMU = ["-icount", "shift=0,sleep=off", "-chardev", "null,id=marks",
         "-device", "isa-debugcon,iobase=0xe9,chardev=marks",
         "-trace", "memory_region_ops_read", "-trace", "memory_region_ops_write", "-D"]
@@ -90,7 +89,7 @@ def between_marks(trace):
             counts.append([0, 0])
         elif "'ipmi-kcs'" in line:
             counts[-1][0] += 1
-#WRITE_START in the command register begins a request
+            # WRITE_START in the command register begins a request
             at_command = int(re.search(r"addr (0x\w+)", line)[1], 16) % 2 == 1
             counts[-1][1] += "_write" in line and "value 0x61 " in line and at_command
     return counts[1::2]
@@ -98,11 +97,9 @@ def between_marks(trace):
 
 def measure(job, options, folder):
     """[(tool, path, the least of each measure)] of one guest."""
-    runs, steps = job.runs(), {
-}
-    for
-      number, (before, _, _, command)in enumerate(runs) : steps |= {(number, step): step for step in before
-      }
+    runs, steps = job.runs(), {}
+    for number, (before, _, _, command) in enumerate(runs):
+        steps |= {(number, step): step for step in before}
         for repeat in range(job.repeats):
             steps[number, repeat] = f"rm -rf /.freeipmi; measure {command}"
     files = {"bin/qarn": options.qarn, "bin/qarn-static": options.static, "bin/measure": folder / "measure",
@@ -114,7 +111,7 @@ def measure(job, options, folder):
         printed = [seen[number, repeat] for repeat in range(job.repeats)]
         if "\nstatus " in "".join(printed):
             raise RuntimeError(f"{command}: {printed[0]}")
-#the least of each : a run of a millisecond may meet a timer tick, or the path's first use
+        # the least of each: a run of a millisecond may meet a timer tick, or the path's first use
         costs = [(*map(int, text.split()[-3:]), *next(counts)) for text in printed]
         rows.append((tool, path, Cost(*map(min, zip(*costs)))))
     return rows

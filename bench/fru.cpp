@@ -73,7 +73,7 @@ double requests_so_far() {
   return static_cast<double>(std::count(lines.begin(), lines.end(), '\n'));
 }
 
-// A dump file written and read back; beside it, the requests of a dump and of an update.
+// A dump file is written and read back; counted are the requests of a dump and of an update.
 void text_round_trip(benchmark::State& state, const sim::Bytes& image) {
   const std::string path = scratch(".fru");
   serve_image(image);

@@ -1,4 +1,4 @@
-// What the kernel tells of a process's memory.
+// How much memory a process takes, as the kernel reports it.
 #pragma once
 #include <fstream>
 #include <string>

@@ -2,15 +2,18 @@
 #include "sdr/sdr.h"
 
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
+#include <string>
 
 #include "bench/paths.h"
 
 namespace {
 
-const char* const PATH = "/tmp/qarn_bench.sdr";
+const std::string FILE_NAME = "/tmp/qarn_bench_" + std::to_string(getpid()) + ".sdr";
+const char* const PATH = FILE_NAME.c_str();
 
 // `count` full sensor records of 59 bytes.
 void fill(sdr_repository* repository, uint32_t count) {

@@ -62,7 +62,7 @@ void BM_get_sel(benchmark::State& state) {
     benchmark::DoNotOptimize(list.records.get());
   }
   state.SetItemsProcessed(state.iterations() * int64_t{sim::SEL_MOST});
-  // In a thread of its own memory is new: what other benchmarks left free is not used again.
+  // A new thread has a heap of its own: it cannot use again what other benchmarks have freed.
   double peak = 0;
   std::thread([&peak] { peak = peak_bytes(); }).join();
   state.counters["peak_bytes_an_entry"] = peak / sim::SEL_MOST;

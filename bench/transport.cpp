@@ -68,7 +68,7 @@ std::string sibling(const char* program) {
 }
 
 // The most memory that the process has at once, in kB; 0 when that cannot be seen. It is stopped
-// just before its end: what rusage tells afterwards has the memory of this process in it too.
+// just before its end, because the peak that rusage reports afterwards includes this process's own.
 double peak_of(const std::string& program) {
   const pid_t child = fork();
   if (child == 0) {

@@ -15,7 +15,7 @@ void sdrDump(const char* path);
 void fruUpdate(const char* path);
 void fruDump(const char* path);
 
-// --seldump. 1, or 0: after the reason, or for a null path.
+// --seldump. 1, or 0: after printing why, or for a null path.
 int dumpSel(const char* path);
 
 // -u, --save and --verify, of the file that flashfilename names. 1 when the BMC is back in normal
@@ -40,6 +40,6 @@ void display_lan(const IpCfg& lan);
 // is one; its address is then in the record.
 bool match_host_address(IpCfg* lan);
 
-// -i, -m, -g, -n and --arp, in this order, as far as they were given. With -a, -m sets the MAC
-// address that was read, and -i the address that was `matched`, if any, whatever their values are.
+// -i, -m, -g, -n and --arp, those that were given, in this order. With -a, -m sets the MAC address
+// that was read, and -i the IP address that was `matched`, if any; their own values do not count.
 void set_lan(const Options& options, bool matched, IpCfg* lan);

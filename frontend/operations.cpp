@@ -36,7 +36,7 @@ char digit(unsigned value) {
   return "0123456789ABCDEF"[value & 0x0F];
 }
 
-// What a terminal would obey instead of showing it; a NUL ends the name.
+// True for a character that a terminal would obey instead of showing it; a NUL ends the name.
 bool is_control(char c) {
   const uint8_t byte = static_cast<uint8_t>(c);
   return (byte > 0 && byte < 0x20) || (byte >= 0x7F && byte < 0xA0);

@@ -5,7 +5,7 @@
 // Prints the identity line (Get Device ID, IPMI v2.0 table 20-2). 1, or 0 when the BMC refused.
 int show_fw_version();
 
-// Prints the names of user IDs 1 to 5 (Get User Name, table 22-31); ends at the first refusal.
+// Prints the names of user IDs 1 to 5 (Get User Name, table 22-31), up to the first refusal.
 void DispalyUsersName();
 
 // Sets the password of user ID index + 1 to 16 bytes (Set User Password, table 22-32). 1 when the

@@ -102,7 +102,7 @@ int take_password(const Given& given, Options* options) {
   char* password = options->password[slot];
   std::memset(password, 0, sizeof options->password[slot]);
   if (length > 0) std::memcpy(password, given.value, std::min<size_t>(length, PASSWORD_LIMIT));
-  // Other users see the arguments of a process.
+  // Other users can see the arguments of a process.
   if (length > 0) explicit_bzero(optarg, length);
   options->set_password[slot] = 1;
   options->password_given[slot] = given.value != nullptr ? 1 : 0;
@@ -155,8 +155,8 @@ struct Row {
   int (*handler)(const Given&, Options*);  // checks the value first, or stores it in its own way
 };
 
-// One row an option. getopt's complaints list the long names in this order. --arp without a value
-// is refused with the usage text, -r without one by getopt: two rows.
+// One row an option. getopt's messages list the long names in this order. --arp and -r are two
+// rows: without a value, the first is refused with the usage text, the second by getopt.
 const Row ROWS[] = {
     {'s', "sdr", VALUE, &Options::sdr_update, &Options::sdr_path, nullptr},
     {'c', "cfg", VALUE, nullptr, &Options::script_path, nullptr},
@@ -190,7 +190,7 @@ const Row ROWS[] = {
     {'d', nullptr, NONE, &Options::display, nullptr, nullptr},
     {'h', nullptr, NONE, nullptr, nullptr, give_help},
     {'?', nullptr, NONE, nullptr, nullptr,
-     give_help},  // also what is no option, or lacks its value
+     give_help},  // getopt returns it also for an unknown option or a missing value
 };
 
 constexpr int NUMBER_BASE = 256;  // beyond all letters

@@ -13,7 +13,7 @@
 
 namespace {
 
-// With the line end, and one character more than may be: that shows that it is too long.
+// A password and one character more, which shows that it is too long; a line end; a terminator.
 constexpr unsigned TYPED_SIZE = PASSWORD_LIMIT + 3;
 
 // Takes a carriage return off the end of a line. False when a NUL would end the password early.
@@ -23,8 +23,8 @@ bool end_typed(char* typed, unsigned length) {
   return whole;
 }
 
-// Reads up to the end of a line, byte by byte: what follows the line stays for others. False when
-// there is none. A character beyond the room is dropped.
+// Reads one line, byte by byte, so that what follows it can be read by others. False when there is
+// no line. A character beyond the room is dropped.
 bool read_typed(char typed[TYPED_SIZE]) {
   std::memset(typed, 0, TYPED_SIZE);
   const Signals_let_in while_waiting;

@@ -1,9 +1,8 @@
-// Passwords that are asked for instead of standing on the command line.
+// Passwords that are asked for instead of being given on the command line.
 #pragma once
 
 struct Options;
 
-// Fills the slots of the password options that came without a value: from the terminal of standard
-// input, unseen and twice, else a line of standard input each. False after a line that says why:
-// the run ends before the BMC is touched.
+// Asks for each password whose option came without a value: on a terminal twice, and not shown,
+// otherwise one line of standard input each. False after a line that says why the run must end.
 bool ask_passwords(Options* options);

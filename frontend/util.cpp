@@ -166,7 +166,7 @@ int run_actions(const Options& options) {
 int main(int argc, char** argv) {
   prepare_standard_streams();
   hold_signals();
-  // A log must show how far a run came that now waits for a dead BMC.
+  // By lines, so that a log shows how far a run came that now waits for a dead BMC.
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
   show_version();
   if (argc <= 1) {

@@ -3,7 +3,6 @@
 // length.
 #include <cerrno>
 #include <iterator>
-#include "frontend/actions.h"
 
 #include "firmware/flash.h"
 #include "frontend/actions.h"
@@ -73,7 +72,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   // No fault in three of four inputs.
   sim::machine().kernel_faults = {device == 0xC0 ? EIO : 0, device == 0xC1 ? EINTR : 0,
                                   device == 0xC2, device == 0xC3 ? EMSGSIZE : 0};
-  // Answers longer than the driver's room; not so many as a flash of 4 GB takes.
+  // Answers longer than the driver's room; 64 of them, for a flash of 4 GB is read with millions.
   const sim::Fault longer = {sim::FaultKind::lengthen, -1, -1, 0, 64, 0x100U + device};
   if (device > 0xC3) sim::machine().bmc.faults = {longer};
   ACTIONS[action]();

@@ -1,4 +1,4 @@
-// What the fuzz targets share: an input taken apart, files, a fresh machine, a broken promise.
+// What the fuzz targets share: taking an input apart, files, a fresh machine, a check.
 #pragma once
 #include <cstdint>
 #include <cstdlib>
@@ -34,7 +34,7 @@ inline const char* file(const char* name, const std::string& content) {
   return name;
 }
 
-// A promise that does not hold is a finding.
+// A condition that does not hold is a finding: the process aborts.
 inline void require(bool holds) {
   if (!holds) std::abort();
 }

@@ -17,7 +17,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   optind = 0;  // starts over
   Options options{};
   parse_options(static_cast<int>(words.size()) - 1, words.data(), &options);
-  // The slots of one array lie side by side: no sanitizer sees one password run into the next.
+  // No sanitizer sees it when one password runs into the next in the same array.
   for (const auto& password : options.password)
     fuzz::require(std::memchr(password, 0, sizeof password) != nullptr);
   fuzz::require(options.raw_count <= RAW_ROOM && sim::transcript().empty());

@@ -17,7 +17,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   KCS_bounds = {8, 2};
   if (Init_Interface("KCS", 0xCAC, 0xCA8, 0) != 0) return 0;
   for (unsigned round = 0; round < 3; round++) {
-    // Exactly as long as promised, so that a byte too many is seen.
+    // Exactly as long as a response may be, so that the sanitizer sees one byte more.
     std::vector<uint8_t> request(length, address);
     std::vector<uint8_t> response(129);
     if (Send_Req(request.data(), length) != 0) continue;

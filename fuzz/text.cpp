@@ -10,9 +10,9 @@
 
 namespace {
 
-// A record whose image can be built is the same once a device has it. Not so internal use data,
-// whose length a device does not tell, and a custom field of one byte, whose type/length byte C1
-// is an end mark.
+// A record whose image can be built must be the same when it is read back from a device. Left out
+// are internal use data, whose length cannot be read from a device, and custom fields of one byte,
+// whose type/length byte C1 is also the end mark.
 void write_and_read_back(fru_info* fru) {
   uint8_t room[FRU_IMAGE_ROOM];
   fru->common_header[FRU_HEADER_FORMAT] = 1;  // only its low half is read back
@@ -49,7 +49,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   destroy_fru_dev(&dev);
   if (reader == 3) process_cfg(fuzz::file("fuzz.cfg", text));
   if (reader < 2 || reader == 4) sdrDump("/dev/null");
-  // The list of interfaces has whatever is in their names.
+  // Any bytes may stand in the list of interfaces, as a name.
   sim::machine().interfaces = {{text, {0, 1, 2, 3, 4, 5}, {192, 0, 2, 1}}};
   char address[16];
   if (reader == 5) getIpfromMAC("00:01:02:03:04:05", address);

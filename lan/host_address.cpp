@@ -22,7 +22,7 @@ bool is_digit(char c) {
   return c >= '0' && c <= '9';
 }
 
-// The end of a ":NUMBER" that a second colon follows, as in the alias eth0:1; else null.
+// The second colon of an alias like "eth0:1:", of which `colon` is the first; null if it has none.
 const char* alias_end(const char* colon) {
   const char* p = colon + 1;
   while (is_digit(*p)) p++;

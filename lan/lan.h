@@ -23,7 +23,7 @@ int readIpCfg(IpCfg* record);
 // in err_message.
 int writeIpCfg(const IpCfg* record);
 
-// Set one parameter, an address after switching the source to static. Nothing is reported; null
+// Set one parameter; before an address the source is set to static. A refusal is not reported; null
 // sends nothing.
 void setIp(const IpCfg* record);
 void setMac(const IpCfg* record);

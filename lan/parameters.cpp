@@ -65,7 +65,7 @@ int set_source(uint8_t source) {
   return set_parameter(IP_SOURCE, {&source, 1});
 }
 
-// An address that DHCP could overwrite at once: the source goes first, whatever becomes of it.
+// The source is set first, because DHCP would overwrite the address; its result does not count.
 void set_static(uint8_t selector, const uint8_t address[4]) {
   now_under_way(Unfinished::address);
   set_source(SOURCE_STATIC);

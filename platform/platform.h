@@ -18,8 +18,8 @@ int device_open(const char* path);
 int device_close(int handle);
 int device_send(int handle, ipmi_req* request);       // IPMICTL_SEND_COMMAND
 int device_receive(int handle, ipmi_recv* received);  // IPMICTL_RECEIVE_MSG_TRUNC
-// Waits without limit until the handle can be read, signals let in; select's own result (-1 with
-// errno). `readable` says whether the handle is marked afterwards.
+// Waits without limit until the handle can be read; a signal ends the wait. select's own result (-1
+// with errno). `readable` says whether the handle is marked afterwards.
 int device_select(int handle, bool* readable);
 
 void sleep(unsigned seconds);
@@ -33,9 +33,10 @@ uint64_t clock_ms();  // milliseconds since some point in the past
 // number of an ending signal that has come, or 0.
 void signals_hold();
 int signals_pending();
-// Where the run may stop: it does, until it is continued, if a stop has come.
+// Called where the run may stop. If a stop from the terminal has come, it does, until it is
+// continued.
 void signals_stop_here();
-// Between true and false a signal is noted, and ends what blocks with EINTR, once a second.
+// From true to false signals are let in: one is noted, and makes a blocking call fail with EINTR.
 void signals_let_in(bool in);
 // Ends the process by the signal, as a shell expects it to.
 [[noreturn]] void end_by_signal(int number);

@@ -35,7 +35,8 @@ void set_reminder(time_t seconds) {
   if (has_reminder) timer_settime(reminder, 0, &times, nullptr);
 }
 
-// A call that begins to block just after the signal came would not see it: it is reminded.
+// The signal does not end a call that begins to block just after it; the reminder, which then comes
+// every second, does.
 void note(int number) {
   noted = number;
   set_reminder(REMINDER_S);

@@ -49,7 +49,7 @@ void add_field_comment(comment_section* section, const char* line) {
 void read_comments(sdr_comments* comments) {
   *comments = {
       {{FULL_SENSOR, FULL_SENSOR_FIELDS, 0, {}}, {COMPACT_SENSOR, COMPACT_SENSOR_FIELDS, 0, {}}}};
-  bool other = false;  // what is no file has no end
+  bool other = false;  // not used: a FIFO or a device is treated like no file
   FILE* file = regular_open("util.dat", &other);
   if (file == nullptr) return;
   char line[COMMENT_LINE_SIZE];

@@ -22,7 +22,7 @@ const char LENGTH[] = "_REC_LEN";
 const char CLOSING[] = ")";
 const char BINARY_ENDING[] = ".dat";
 
-// A binary file. What is no mark of a block is passed over, two bytes at a time.
+// A binary file. Where no block begins, bytes are skipped two at a time.
 //
 // | offset | size | content                                                  |
 // |--------|------|----------------------------------------------------------|
@@ -45,9 +45,9 @@ struct Text_reader {
   sdr_repository* repository;
   Text_state state;
   Lines lines;
-  std::array<uint8_t, LENGTH_LIMIT> record;  // being read; what has not come yet is zero
-  unsigned length;                           // of it, header included
-  unsigned count;                            // bytes of it so far
+  std::array<uint8_t, LENGTH_LIMIT> record;  // the one that is being read; zero after `count`
+  unsigned length;                           // of the record, header included
+  unsigned count;                            // bytes of the record so far
   unsigned culprit;  // the line to blame when the record's length byte is wrong
 };
 
@@ -73,8 +73,8 @@ const char* append_from_file(sdr_repository* repository, std::span<const uint8_t
   return nullptr;
 }
 
-// The value after the keyword and one separator, most significant byte first; what is too large
-// for a length stays too large.
+// The value after the keyword and one separator, most significant byte first; a value that is too
+// large for a length is returned as some other one that is too large.
 unsigned length_value(const char* text) {
   if (std::strlen(text) < sizeof LENGTH) return 0;
   uint8_t content[CONTENT_SIZE];

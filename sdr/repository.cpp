@@ -45,7 +45,7 @@ uint32_t timestamp(std::span<const uint8_t, 4> bytes) {
   return value;
 }
 
-// Zeros when the BMC gives none: the request that follows then shows whether it needs one.
+// Zeros when the BMC gives none; it refuses the next request if it needs one.
 Id reserve_repository() {
   const uint8_t request[] = {BMC_ADDRESS, NETFN_STORAGE, RESERVE_SDR};
   Response response;
@@ -70,8 +70,7 @@ bool get_repository_info(sdr_repository* repository) {
   return true;
 }
 
-// The response data for `count` bytes of the record, of which `needed` came at least; null when
-// they did not.
+// The response data for `count` bytes of the record; null when fewer than `needed` came.
 std::span<const uint8_t> ask_part(Id record, unsigned offset, unsigned count, unsigned needed,
                                   Response* response) {
   const Id reservation = reserve_repository();
@@ -91,7 +90,8 @@ std::span<const uint8_t> ask_part(Id record, unsigned offset, unsigned count, un
 bool read_rest_of_body(Id id, std::span<uint8_t> body, unsigned done) {
   const unsigned total = SDR_HEADER_SIZE + static_cast<unsigned>(body.size());
   while (done < total) {
-    // Beyond the reach of the offset byte, the record's last bytes come with some before them.
+    // The offset byte does not reach the last bytes of a long record: they are read together with
+    // some that are there already.
     const unsigned offset = done <= OFFSET_LIMIT ? done : total - CHUNK;
     const unsigned count = std::min(total - offset, CHUNK);
     Response response;
@@ -173,7 +173,7 @@ bool write_failed(Id record) {
   return false;
 }
 
-// Header and body side by side in `room`.
+// Puts header and body one after the other into `room`.
 std::span<const uint8_t> lay_out(const sdr_entry& entry, std::span<uint8_t, RECORD_LIMIT> room) {
   std::ranges::copy(header_of(entry), room.begin());
   std::ranges::copy(body_of(entry), room.subspan(SDR_HEADER_SIZE).begin());
@@ -194,7 +194,7 @@ bool add_in_parts(const sdr_entry& entry) {
   uint8_t room[RECORD_LIMIT];
   const auto record = lay_out(entry, room);
   const unsigned total = static_cast<unsigned>(record.size());
-  // The offset byte reaches no further.
+  // The offset is one byte.
   if (total > OFFSET_LIMIT + 1) return write_failed({entry.record_id_ls, entry.record_id_ms});
 
   Id id = {0, 0};  // the BMC gives it with the first fragment
@@ -221,7 +221,7 @@ bool add_in_parts(const sdr_entry& entry) {
   }
 }
 
-// Without Partial Add the first failure ends the writing; with it the other records go on.
+// Without Partial Add the first failure ends the writing; with it the other records are written.
 bool add_records(const sdr_repository& repository) {
   const bool in_parts = has_partial_add();
   bool complete = true;

@@ -37,15 +37,15 @@ struct sdr_repository {
 
 // Reads the whole repository. 1, or 0 with the reason in err_message.
 int init_sdr(sdr_repository* repository);
-// Reads the record under the cursor, appends it and moves the cursor. 1, or 0 with err_message; a
-// record of which only the beginning could be read stays, with zeros for the rest.
+// Reads the record with the ID next_id, appends it and sets next_id to the one after it. 1, or 0
+// with err_message; of a record that breaks off the beginning is appended, with zeros for the rest.
 int get_sdr(sdr_repository* repository);
 // Erases the BMC's repository and adds every entry in order. 1, or 0 with err_message; an entry
 // without its body fails before anything is erased.
 int Write_Sdr(sdr_repository* repository);
 
-// Loads a text file, or a binary one whose name ends in ".dat". 1 (also without any record), or 0
-// when it could not be opened or, after a line that says where and why, not be trusted.
+// Loads a text file, or a binary one whose name ends in ".dat". 1, even without any record; 0 when
+// it could not be opened, or is refused, after a line that says where and why.
 int FileToSdr(const char* path, sdr_repository* repository);
 // Writes the records as text. 1, or 0 when the file could not be opened or not be written whole.
 int SdrToFile(const char* path, const sdr_repository* repository);

@@ -13,7 +13,7 @@ struct User {
 
 inline constexpr unsigned USER_COUNT = 5;
 
-// A management controller's own matters; a target on the IPMB has them too.
+// What every management controller has, the BMC as well as a target on the IPMB.
 struct App {
   // Get Device ID response data: device ID and revision, firmware revisions 1 and 2, IPMI version,
   // device support, manufacturer (3), product (2), auxiliary revision (4).

@@ -47,7 +47,7 @@ Answer answer(Bmc& bmc, const Bytes& request);
 // What the model answers, no faults: NetFn as the request's byte has it, LUN 0.
 Reply dispatch(Bmc& bmc, uint8_t netfn, uint8_t command, const Bytes& data);
 
-// Whether the BMC is off the wire now.
+// Whether the BMC is unreachable now, as after a reset.
 bool is_away(const Bmc& bmc);
 // Whether SMS_ATN is raised.
 bool attention(const Bmc& bmc);

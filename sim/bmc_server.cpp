@@ -1,4 +1,4 @@
-// qarn-bmc: the simulated BMC behind a loopback socket, for a virtual machine.
+// qarn-bmc: the simulated BMC as a server on a loopback socket, for a virtual machine.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>

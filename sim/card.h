@@ -11,7 +11,7 @@ struct Card {
   uint8_t block_size = 128;
   uint8_t chunk_size = 32;
   std::string access_code = "DOWNLOAD";
-  // After a reset: off the wire for so long, and with an update in progress until ready.
+  // After a reset: unreachable for so long, then for so long with "update in progress" reported.
   uint64_t away_us = 3000000;
   uint64_t ready_us = 7000000;
 
@@ -25,8 +25,8 @@ struct Card {
   unsigned chunks = 0;  // of that block, so far
 };
 
-// The flash as it is now. A new card's holds noise, the same for every card, and is erased behind
-// that.
+// The flash as it is now. That of a new card holds random bytes, the same for every card, and is
+// erased after them.
 Bytes& card_flash(Card& card);
 
 std::span<const Command> card_commands();

@@ -17,7 +17,7 @@ constexpr uint32_t ANY = UINT32_MAX;
 struct Setting {
   const char* name;
   const char* form;     // of its value
-  const char* initial;  // what holds without it
+  const char* initial;  // what it is when the variable is not set
   const char* effect;   // for people
   // False when the value is not understood; then it holds the part that is not.
   bool (*set)(std::string& value);
@@ -66,7 +66,7 @@ FruDevice& fru() {
   return bmc().fru.devices[0];
 }
 
-// In this order they are carried out: the first starts over, the last reads what was kept.
+// They take effect in this order: the first makes a new machine, the last reads what was kept.
 constexpr Setting SETTINGS[] = {
     {"QARN_SIM", "card|plain|none|help", "card",
      "the BMC of this server: a daughter card, one without the card's downloader, or none",

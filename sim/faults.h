@@ -37,7 +37,7 @@ struct Fault {
 // When a kind acts on a request.
 enum class FaultPoint {
   byte,      // byte number `value` of the request arrives, from 0, which is NetFn/LUN
-  arrival,   // the request is whole, and is carried out after it
+  arrival,   // the request is whole; it is carried out after the fault has acted
   instead,   // the request is not carried out; of several such faults the first one acts
   answered,  // the request was carried out, or refused
 };
@@ -53,10 +53,10 @@ struct FaultRow {
 // All rows, in the order in which people read them.
 std::span<const FaultRow> fault_kinds();
 
-// The faults that a text describes, "KIND [KEY=VALUE]...; ...". Keys: netfn (not shifted) and cmd,
-// hexadecimal, say which requests are hit, any when left out; skip how many of these pass first and
-// times how many are hit then, decimal, 0 and 1 when left out (times=0: all); value and bytes are
-// hexadecimal. On a text that is not understood: a line on standard error, and the process aborts.
+// The faults that a text describes, "KIND [KEY=VALUE]...; ...". Which requests are hit: netfn (not
+// shifted) and cmd, hexadecimal; any without them. How many: first `skip` of these pass (decimal; 0
+// without it), then `times` are hit (1 without it; 0: all). Value and bytes are hexadecimal.
+// A text that is not understood aborts the process, after a line on standard error.
 std::vector<Fault> faults(const std::string& text);
 
 // The same, appended to `list`. False when the text is not understood: then `wrong` is the part of

@@ -28,7 +28,7 @@ Reply area_info(Bmc& bmc, const Bytes& data) {
   return {COMPLETED, {static_cast<uint8_t>(size), static_cast<uint8_t>(size >> 8), 0}};
 }
 
-// What lies behind the end is not returned; an offset behind the end is refused.
+// Returns no bytes after the end of the contents; an offset at or after it is refused.
 Reply read_answer(Bmc& bmc, const Bytes& data) {
   if (data.size() != 4) return {INVALID_LENGTH, {}};
   const FruDevice* device = find_device(bmc, data[0]);
@@ -104,7 +104,7 @@ void store(const FruStore& from, State& state) {
   }
 }
 
-// Devices that the state does not name are gone; the others keep their manners.
+// Removes the devices that the state does not name; what else is set for the others stays.
 void restore(FruStore& to, const State& state) {
   std::map<uint8_t, FruDevice> devices;
   for (const auto& [name, contents] : state) {

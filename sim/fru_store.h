@@ -6,7 +6,7 @@ namespace sim {
 
 struct FruDevice {
   Bytes contents;             // what reads and writes reach
-  int claimed_size = -1;      // what Get FRU Inventory Area Info tells; -1: the truth
+  int claimed_size = -1;      // what Get FRU Inventory Area Info reports; -1: the real size
   unsigned answer_limit = 0;  // a read returns at most so many bytes; 0: as many as asked
   int protected_from = -1;    // writes that reach this offset are refused with 0x80; -1: none
   uint8_t refusal = 0;        // completion code of every read and write, e.g. 0x81: busy

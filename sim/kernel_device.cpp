@@ -11,7 +11,7 @@ namespace platform {
 
 namespace {
 
-constexpr int HANDLE = 10000;          // no real handle
+constexpr int HANDLE = 10000;          // a number that no real handle has
 constexpr uint64_t WAIT_US = 1000000;  // for an answer, between two signals
 
 int fail_with(int reason) {
@@ -38,12 +38,12 @@ int check_request(const ipmi_req& request) {
   if (request.msg.data_len + 2 > IPMI_MAX_MSG_LENGTH) return EMSGSIZE;
   if (request.msg.data_len > 0 && request.msg.data == nullptr) return EFAULT;
   if (request.msg.netfn >= 0x40 || (netfn & RESPONSE_BIT) != 0) return EINVAL;
-  // The kernel keeps the receive queue to itself.
+  // Only the kernel itself uses the receive queue.
   const bool messaging = request.msg.cmd == GET_MESSAGE || request.msg.cmd == SEND_MESSAGE;
   return netfn == NETFN_APP && messaging ? EINVAL : 0;
 }
 
-// The kernel's driver retries and then answers an unspecified error itself.
+// After an error on the way the kernel's driver answers "unspecified error" itself.
 sim::Answer serve_over_driver(const sim::Bytes& request) {
   sim::Bytes arrived;
   for (const uint8_t byte : request) {
@@ -94,7 +94,7 @@ int device_send(int handle, ipmi_req* request) {
   return 0;
 }
 
-// A BMC that never answers would block here for ever; the caller is told instead.
+// With a BMC that never answers the kernel blocks here for ever; this one returns 0 at once.
 int device_select(int handle, bool* readable) {
   *readable = false;
   if (!is_open(handle)) return fail_with(EBADF);

@@ -15,7 +15,7 @@ namespace {
 constexpr uint8_t NOTHING = 0xFF;
 constexpr uint16_t POKE_PORT = 0xE6;
 constexpr uint64_t SECOND_US = 1000000;
-constexpr int SOCKET = 20000;  // no real handle
+constexpr int SOCKET = 20000;  // a number that no real handle has
 constexpr int LOCK = 20001;
 constexpr size_t NAME_LIMIT = 15;
 
@@ -54,7 +54,7 @@ FILE* file_of(const std::string& text) {
   return file;
 }
 
-// Copies what there is of `from` into the zeroed `to`.
+// Copies `from`, which may be shorter, into the zeroed `to`.
 void copy_bytes(const sim::Bytes& from, uint8_t* to, size_t room) {
   std::memset(to, 0, room);
   std::copy_n(from.begin(), std::min(from.size(), room), to);

@@ -1,14 +1,14 @@
-// What the sensor records and the event log of the simulated BMC have in common: how they tell
-// about themselves, reservations, and the request that erases them.
+// What the sensor records and the event log of the simulated BMC have in common: the information
+// about them, reservations, and the request that erases them.
 #pragma once
 #include "sim/types.h"
 
 namespace sim {
 
-inline constexpr size_t REPOSITORY_MOST = 65535;  // records, and bytes told to be free
+inline constexpr size_t REPOSITORY_MOST = 65535;  // records, and the most bytes reported as free
 
 struct Repository {
-  int claimed = -1;  // what the BMC tells instead of the number of records; -1: the truth
+  int claimed = -1;               // reported as the number of records; -1: the real number
   size_t room = REPOSITORY_MOST;  // records that fit
   uint16_t reservation = 0;       // the last one given; 0: none
   uint32_t added = 0x6553F180;    // time of the last addition and of the last erase

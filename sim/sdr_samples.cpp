@@ -22,7 +22,7 @@ constexpr uint8_t ASCII = 0xC0;  // type of an ID string; its length is in the l
 constexpr uint8_t THRESHOLDS = 0x01;
 constexpr uint8_t SENSOR_SPECIFIC = 0x6F;
 
-// What tells one analog sensor of the board from another. A reading is (M x raw) x 10^R.
+// The values in which the board's analog sensors differ. A reading is (M x raw) x 10^R.
 struct Analog {
   const char* name;
   uint8_t number, entity, instance;
@@ -42,7 +42,7 @@ const Analog ANALOG[] = {
     {"CPU Fan", 0x05, 0x1D, 1, 0x04, 0x12, 60, 0x00, 60, {255, 255, 255}, {5, 8, 12}},
 };
 
-// What tells one discrete sensor from another.
+// The values in which the discrete sensors differ.
 struct Discrete {
   const char* name;
   uint8_t number, entity, instance;

@@ -11,8 +11,7 @@ namespace {
 
 constexpr char NONE[] = "none";
 
-// Has `take` look at each part of the list; on the first that it refuses, `value` becomes that
-// part.
+// Calls `take` for each part of the list; `value` becomes the first part that it refuses.
 template <typename Take>
 bool for_each_part(std::string& value, Take take) {
   for (const std::string& part : split(value, ';')) {

@@ -1,4 +1,4 @@
-// What every part of the simulated server speaks in: bytes, replies, commands, contents, the clock.
+// The types that all parts of the simulated server share: bytes, replies, commands, clock.
 #pragma once
 #include <cstdint>
 #include <map>
@@ -42,7 +42,7 @@ struct Answer {
   int read_error = -1;
 };
 
-// The server's clock. Only pauses move it, or who owns it.
+// The server's clock. It moves only in a pause, or when its owner sets it.
 struct Clock {
   uint64_t now_us = 0;          // since the start
   uint32_t epoch = 1700000000;  // the start, in seconds since 1970

@@ -23,7 +23,7 @@ constexpr uint8_t ATTENTION_ON = 0x01;
 constexpr uint8_t ATTENTION_OFF = 0x00;
 constexpr size_t SMALLEST_MESSAGE = 4;  // sequence, NetFn/LUN, command, checksum
 
-// A signal that interrupts it is one that ends the server.
+// When a signal interrupts the call, the server is to end.
 bool send_all(int handle, const Bytes& bytes) {
   size_t sent = 0;
   while (sent < bytes.size()) {
@@ -51,7 +51,7 @@ bool send_frame(int handle, const Bytes& bytes, uint8_t end) {
   return send_all(handle, wire);
 }
 
-// A request that is too short, or whose checksum is wrong, is dropped as the wire's noise.
+// A request that is too short, or whose checksum is wrong, is ignored.
 bool serve_message(VmLink& link, const Bytes& message) {
   if (message.size() < SMALLEST_MESSAGE || checksum_of(message) != 0) return true;
   const Bytes request(message.begin() + 1, message.end() - 1);

@@ -7,7 +7,7 @@ namespace sim {
 inline constexpr uint8_t MESSAGE_END = 0xA0;
 inline constexpr size_t FRAME_ROOM = 1024;
 
-// One connection: what has arrived of a frame, and what the other side was told.
+// One connection: what has arrived of a frame, and what was sent to the other side about SMS_ATN.
 struct VmLink {
   int handle = -1;  // a connected socket
   Bytes frame = {};

@@ -11,8 +11,8 @@ ENDED = "OK\nreset and wait\nExit Downloader......OK\n"
 
 
 def save_update_verify(checks):
-    """Behind the kernel's driver the BMC is taken for the card, whatever its ports. The flash is written by whole
-    portions of 4096 bytes: gaps in the image, and what it lacks at its end, are erased."""
+    """Over the kernel's driver every BMC is taken for the card, whatever its ports. The flash is written in portions
+    of 4096 bytes: bytes that are missing in the image or at its end are erased."""
     content = random.Random(7).randbytes(5000)
     image = (content[:700] + b"\xFF" * 301 + content[1001:]).ljust(2 * 4096, b"\xFF")
     srecords = checks.file("image.mot", b"")

@@ -1,4 +1,4 @@
-"""A virtual machine with a real kernel, real KCS ports and a BMC behind them: boot it, run steps, read their output."""
+"""A virtual machine with a real kernel, real KCS ports and a BMC: boot it, run steps, read their output."""
 
 import contextlib
 import functools
@@ -147,8 +147,8 @@ def both_paths(*rows):
 
 
 def boot(steps, bmc=(), port=0xCA2, files=(), seconds=300):
-    """Boot a guest and run {step: shell text}; returns {step: what it printed}, with "status N" behind it if not 0.
-    bmc: QEMU arguments, of a BMC whose KCS data register shall be at `port`; files: as for archive()."""
+    """Boot a guest and run {step: shell text}; returns {step: what it printed}, then "status N" if it is not 0.
+    bmc: QEMU arguments, of a BMC whose KCS data register is to be at `port`; files: as for archive()."""
     scripts = {f"steps/{number:03}": step.encode() for number, step in enumerate(steps.values())}
     kcs = ["-device", f"isa-ipmi-kcs,bmc=bmc0,ioport={port:#x},irq=0"] if bmc else []
     with tempfile.TemporaryDirectory(prefix="qarn-system-") as folder:

@@ -76,7 +76,7 @@ TEST_F(Files, an_older_dump_survives_whatever_stops_the_new_one) {
     machine().bmc.faults = {a.fault};
     run({a.option, path});
     EXPECT_EQ(content_of(path), "old") << a.option;
-    // Nothing but a power cut leaves the new file there.
+    // Only a power cut leaves the unfinished new file in the folder.
     EXPECT_EQ(files(), a.fault.kind == power_cut ? 2U : 1U) << a.option;
     fs::remove_all(place);
     fs::create_directory(place);
@@ -260,7 +260,7 @@ TEST_F(Files, a_file_that_came_while_the_dump_was_written_stays) {
   }
 }
 
-// With the limit at what the file has, and one byte lower.
+// The limit is the file's size, then one byte less.
 TEST_F(Files, a_definition_file_beyond_the_limit_is_refused) {
   const std::string records = "_SDR (\n_SDR_TYPE 01\n_REC_LEN 06\n01 00 51 01 01 AA\n)\n# end";
   const std::string block("\x5A\x08\x01\x00\x51\x01\x01\xAA", 8);
@@ -289,7 +289,7 @@ TEST_F(Files, a_definition_file_beyond_the_limit_is_refused) {
     EXPECT_NE(run({option, "/dev/zero"}).out.find("line 1: the file is too long\n"),
               std::string::npos);
   }
-  // The rest of a line that is dropped with its comment counts, too.
+  // The rest of a comment counts, although it is not kept.
   EXPECT_NE(run({"--cfg", file_with("long", "# " + std::string(200000, 'x'))}).out.find("too long"),
             std::string::npos);
   file_limit = usual;

@@ -16,7 +16,7 @@ int qarn_main(int argc, char** argv);
 
 namespace {
 
-// Removed with all its files when the test program ends; a child only borrows it.
+// Removed with all its files when the test program ends, but not when a child of it ends.
 struct Folder {
   std::string path = testing::TempDir() + "qarn_test_XXXXXX";
   pid_t owner = mkdtemp(path.data()) != nullptr ? getpid() : 0;

@@ -1,4 +1,4 @@
-// What every test needs: a simulated machine, whole commands in a child process, files, console
+// What all tests share: a simulated machine, whole commands in a child process, files, console
 // text.
 #pragma once
 #include <functional>
@@ -15,9 +15,9 @@ struct RunResult {
   std::string traffic;  // sim::transcript() of the child
 };
 
-// Runs "qarn WORDS...", standard error a file, or a terminal when `on_terminal` is set. Afterwards
-// sim::machine().bmc holds what the child's BMC held at its end (what a state file keeps, that is:
-// not its queue, clock and faults).
+// Runs "qarn WORDS..."; standard error is a file, or a terminal when `on_terminal` is set.
+// Afterwards sim::machine().bmc holds what the child's BMC held at its end, as far as a state file
+// keeps it: not the queue, the clock and the faults.
 RunResult run(const std::vector<std::string>& words, bool on_terminal = false);
 
 // What a run said (RunResult::out) or sent (RunResult::traffic) after the identity of the BMC.

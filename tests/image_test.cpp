@@ -48,7 +48,7 @@ TEST(Image, record_is_placed_or_refused_with_its_line) {
       // A portion ends within a record.
       {"S306FFF03FFF2100\n" + srecords(0xFFF04000, noise(5000)),
        portion("FFF03FFF", "!" + noise(4095)) + portion("FFF04FFF", noise(5000).substr(4095))},
-      // A gap is erased, a long one closes the portion. The last line has no end.
+      // A gap is read as FF, after a long one a new portion begins. The last line has no line end.
       {srecords(0x10000, "start") + srecords(0x10FA0, "near") + "S306000113884600",
        portion("00010000", padded("start", 4000) + "near") + portion("00011388", "F")},
       {"S30600001000AA00\nS306000010G1BB00", "2: a character is not a hexadecimal digit\n"},
@@ -85,7 +85,7 @@ TEST(Update, ends_when_the_image_becomes_unreadable) {
     serve_card(old_flash(8192, 64));
     const std::string path = file_with(name, image);
     flashfilename = path.c_str();
-    harm = [] {  // the file's handle becomes a folder's
+    harm = [] {  // the handle of the file now leads to a folder, which cannot be read
       const int folder = open(".", O_RDONLY | O_DIRECTORY);
       dup2(folder, fileno(fp));
       close(folder);

@@ -60,8 +60,8 @@ std::string joined(const std::vector<std::string>& lines, size_t count) {
   return text;
 }
 
-// A long run of requests that differ in their address only is tried at every 32nd of them;
-// QARN_TEST_ALL in the environment: at all.
+// Of many requests in a row that differ only in their address every 32nd is tried, or all of them
+// when QARN_TEST_ALL is in the environment.
 bool everything() {
   return std::getenv("QARN_TEST_ALL") != nullptr;
 }
@@ -72,14 +72,14 @@ bool is_tried(const std::vector<std::string>& requests, size_t k) {
   return !in_row || k % 32 == 5 || requests.size() < 40 || everything();
 }
 
-// The ways that an action may take once a signal has come.
+// What an action does once a signal has come.
 struct Expected {
-  const char* goes_on_from;  // the first request from which on it goes to its end; "": none
-  std::string leaves_by;     // what it still sends when it ends before the next request
+  const char* goes_on_from;  // from this request on it is carried out to its end; "": never
+  std::string leaves_by;     // what it sends before it ends, when it is not
   const char* pair = "-";    // the first request of two that belong together
 };
 
-// One run of some words without a fault, and what it left.
+// One run without a fault: its arguments, and what it left.
 struct Whole {
   std::vector<std::string> words;
   std::vector<std::string> sent;
@@ -94,7 +94,7 @@ Whole whole_run(const std::vector<std::string>& words) {
   return {words, requests_of(result.traffic), result.status, contents(), content_of(words.back())};
 }
 
-// The same words on a fresh server with a fault at request `k`.
+// The same arguments on a fresh server, with a fault at request `k`.
 RunResult run_with(const Whole& whole, const std::string& fault, size_t k) {
   small_server();
   machine().bmc.faults = sim::faults(fault + " skip=" + std::to_string(k));

@@ -50,7 +50,8 @@ TEST_F(Kcs, a_response_is_read_whole_up_to_its_limit_with_the_accesses_it_must_c
     EXPECT_EQ(send({0x18, 0x46, 0x02}), KCS_OK);
     const bool fits = length <= 128;
     EXPECT_EQ(KCS_Get_BMC_Resp(&response), fits ? KCS_OK : KCS_RESP_OVERFLOW) << length;
-    // 5 a byte and 10 on the way out; 5 a byte and 4 on the way in, 2 when one more is offered.
+    // Port accesses: 5 a byte and 10 for the request; 5 a byte and 4 for the response, or 2 if it
+    // is too long.
     EXPECT_EQ(machine().port_reads + machine().port_writes, 25 + (fits ? 5 * length + 4 : 642));
     EXPECT_EQ(response.length, fits ? length : 18) << "as it was";
     EXPECT_EQ(received[fits ? length - 1 : 127], 0x5A);
@@ -60,7 +61,7 @@ TEST_F(Kcs, a_response_is_read_whole_up_to_its_limit_with_the_accesses_it_must_c
 }
 
 TEST_F(Kcs, init_finds_out_at_once_that_nothing_is_there) {
-  machine().ports = {{0xCA9, DATA}};  // shares its data port with the pair asked for
+  machine().ports = {{0xCA9, DATA}};  // its data port is also that of the pair that is tried
   platform::outb(0x61, 0xCA9);
   machine().port_reads = machine().port_writes = 0;
   EXPECT_EQ(KCS_Intf_Init(COMMAND, DATA, 0), KCS_NO_DEVICE);
@@ -74,7 +75,7 @@ TEST_F(Kcs, init_finds_out_at_once_that_nothing_is_there) {
 }
 
 TEST_F(Kcs, init_from_any_state_and_an_error_at_any_byte_leave_the_interface_idle) {
-  // In the middle of a write, of a read, in ERROR_STATE, in an abort before its byte and after it.
+  // In the middle of a write; of a read; in ERROR_STATE; in an abort, before its byte and after it.
   const Bytes beginnings[] = {{0x61}, {0x61, 0x18, 0x62, 1}, {0x62}, {0x60}, {0x60, 0}};
   for (const Bytes& writes : beginnings) {
     for (const uint8_t value : writes) platform::outb(value, value >= 0x60 ? COMMAND : DATA);
@@ -82,7 +83,8 @@ TEST_F(Kcs, init_from_any_state_and_an_error_at_any_byte_leave_the_interface_idl
     EXPECT_EQ(platform::inb(COMMAND) & 0xC1, 0) << "idle, and nothing left in the output buffer";
     EXPECT_TRUE(works());
   }
-  // Three of the request, then of the response, whose first is seen by the write transfer already.
+  // At each byte of the request, 0 to 2, then of the response. The write transfer ends with the
+  // state in which the first byte of the response is offered.
   for (unsigned at = 0; at < 3 + 19; at++) {
     const bool reading = at >= 3;
     const std::string byte = sim::hex_text({static_cast<uint8_t>(reading ? at - 3 : at)});
@@ -116,7 +118,7 @@ TEST_F(Kcs, a_wait_lasts_ten_seconds_beside_its_polls) {
 }
 
 TEST_F(Kcs, an_abort_ends_with_a_wait_that_fails_or_after_five_attempts) {
-  // Two reads of init, one of the abort's own wait, four an attempt that meets WRITE_STATE.
+  // Reads of the status: two in init, one when the abort begins, four in each attempt.
   for (const unsigned good : {2U, 3U, 7U, 11U, 15U, 19U, 1000U}) {
     sim::reset(sim::Kind::card);
     machine().port_stream = Bytes(good, 0x80);

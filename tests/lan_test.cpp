@@ -62,8 +62,8 @@ TEST_F(Lan, the_mac_address_that_the_card_reports_is_taken) {
 TEST_F(Lan, a_failed_read_ends_the_run_and_a_failed_write_the_writing_both_with_the_reason) {
   const struct {
     const char* unread;
-    const char*
-        too_short;  // the answer loses its last byte; a completion code and a revision are first
+    // The answer without its last byte: a completion code, the parameter's revision, its data.
+    const char* too_short;
     const char* unset;
   } steps[] = {
       {" Get IP Address Fail\n", "value=5", "Set IP Address Fail"},
@@ -94,12 +94,12 @@ TEST_F(Lan, a_failed_read_ends_the_run_and_a_failed_write_the_writing_both_with_
 TEST_F(Lan, the_first_interface_with_its_mac_gives_the_bmc_its_address) {
   const sim::Bytes mac = machine().bmc.lan.parameters[5];
   auto& interfaces = machine().interfaces;
-  interfaces = {{"lo", mac, {127, 0, 0, 1}}};  // does not count
+  interfaces = {{"lo", mac, {127, 0, 0, 1}}};  // ignored
   for (char i = 'a'; i < 'q'; i++) interfaces.push_back({{i}, sim::Bytes(6, 2), {127, 0, 0, 2}});
   interfaces.push_back({"eth1:1", mac, {10, 1, 2, 3}});
   interfaces.push_back({"eth2", mac, {10, 1, 2, 4}});
   EXPECT_EQ(qarn("-a"), READS + "status 0") << "only the first 16 are looked at";
-  interfaces[1].address.clear();  // does not count either
+  interfaces[1].address.clear();  // ignored, too
   machine().bmc.lan.parameters[4] = {3};
   EXPECT_EQ(
       qarn("-d -a -i 10.7.7.7 -m 2:2:2:2:2:2"),

@@ -7,7 +7,7 @@
 
 #include "tests/harness.h"
 
-// Allocations of the product until one fails; 0: none does. Shared with the child that runs it.
+// The number of the allocation that fails, counted down to 0; shared with the child that allocates.
 static int* const allocations_left = static_cast<int*>(
     mmap(nullptr, sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
 
@@ -24,12 +24,15 @@ namespace {
 struct Action {
   const char* option;
   const char* file;
-  std::string announced = "";  // said before memory can run out
-  std::string done;  // in the dump and the requests once the dump is whole, or the BMC is changed
-  std::vector<std::string> outcomes;  // while first the first allocation fails, at last none
+  std::string announced = "";  // printed before any allocation
+  // What a complete dump ends with, or the request that changes the BMC begins with.
+  std::string done;
+  // In order, when the first allocation fails, the second and so on; at last none fails. Equal ones
+  // that follow each other stand once.
+  std::vector<std::string> outcomes;
 };
 
-// Runs the action while the given allocation fails: "STATUS, done or not: what it says".
+// Runs the action, in which the given allocation fails: "STATUS, done or not: what it says".
 std::string outcome(const Action& action, int failing) {
   std::filesystem::remove("out");
   *allocations_left = failing;
@@ -89,7 +92,7 @@ TEST(Memory, that_runs_out_ends_an_action_with_its_message_and_nothing_half_done
   };
   for (const Action& action : actions) {
     std::vector<std::string> outcomes;
-    // A run that makes fewer allocations than the one to fail leaves some of the count.
+    // Until a run makes fewer allocations than `failing`, so that none of them failed.
     for (int failing = 1; failing == 1 || *allocations_left == 0; failing++) {
       const std::string next = outcome(action, failing);
       if (outcomes.empty() || outcomes.back() != next) outcomes.push_back(next);

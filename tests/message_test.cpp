@@ -65,7 +65,7 @@ TEST_F(Message, what_goes_wrong_on_the_way_to_a_target_is_said_and_returned) {
   EXPECT_EQ(ask(TARGET, "answer netfn=6 cmd=33 bytes=00001E0405060708"),
             "2C 1C 33 00 00 1E 04 05 06 07 08");
   EXPECT_EQ(ask({0x2C, 0x18, 0x47, 0x09}), "2C 1E 47 C7") << "11 bytes of Get Message are enough";
-  // Not repeated, as it is no time-out; the rest of a response that is too long is no response.
+  // An error that is not a time-out is not repeated; neither is a response that is too long.
   EXPECT_EQ(ask(TARGET, "write_error cmd=33 value=1"), "");
   EXPECT_EQ(ask(TARGET, "lengthen cmd=34 value=96"), "");
   machine().bmc.keep_sequence = machine().bmc.can_signal = false;
@@ -75,11 +75,12 @@ TEST_F(Message, what_goes_wrong_on_the_way_to_a_target_is_said_and_returned) {
 
 TEST_F(Message, each_step_gives_up_after_its_own_number_of_attempts) {
   EXPECT_EQ(ask(DEVICE_ID, "write_error times=2").size(), 3 * 19 - 1U);
-  // Init clears the time-out, so it is not repeated; nothing of what was read is an answer.
+  // The new initialisation clears the time-out, so it is not repeated; what was read does not
+  // count.
   EXPECT_EQ(ask(DEVICE_ID, "no_dummy"), "KCS Waiting for OBF set: Timeout!\n20");
   EXPECT_EQ(sim::transcript(), "18 01\n18 01\nsleep 50\nsleep 50\nsleep 50\n");
-  // IBF never clears after what the stream begins with, so each operation and each
-  // re-initialisation pokes once.
+  // After the beginning of the stream IBF is always set, so each transfer and each initialisation
+  // after it pokes once.
   const auto pokes = [](std::string stream, char status, const auto& step) {
     sim::reset(sim::Kind::card);
     stream.resize(5000, status);
@@ -123,7 +124,7 @@ TEST(Kernel, a_failure_and_a_response_of_any_length_read_as_what_came) {
   check({0x2C, 0x1A}, "request of 2 bytes has no command: not sent\n" + none);
   machine().bmc.faults = sim::faults("answer; shorten skip=1 value=3");
   check(DEVICE_ID, "-20 1C 01 FF");
-  check(TARGET, "20 1C 46 00 4F 70");  // address and LUN do not count
+  check(TARGET, "20 1C 46 00 4F 70");  // the kernel's device uses neither address nor LUN
   EXPECT_EQ(sim::transcript(), "18 01\n18 46 02\n");
   EXPECT_TRUE(response_part(response, RESPONSE_DATA, 2).data() == response.bytes + RESPONSE_DATA);
   EXPECT_TRUE(response_part(response, 4, 3).empty() && response_part(response, ~0U, 2).empty());

@@ -43,7 +43,7 @@ struct Sdr : testing::Test {
       record.insert(record.end(), data.begin(), data.end());
     }
   }
-  // What is said and sent when this is done with the file at `path`; with --open, also the reset.
+  // What a run with this option for the file at `path` says and sends; with --open, also the reset.
   std::string act(const char* action, const char* faults = "", const char* way = "--nrst") const {
     sim::machine().bmc.faults = sim::faults(faults);
     const RunResult result = run({way, action, path});
@@ -84,12 +84,12 @@ TEST_F(Sdr, are_read_sixteen_bytes_at_a_time_and_no_more_than_the_bmc_claims) {
   for (const auto& [size, last_request] : cases) {
     hold({body(size)});
     EXPECT_TRUE(act("--sdrdump").ends_with(std::string("28 22\n") + last_request)) << size;
-    // Looked at as text: the reader refuses a length over FF.
+    // Compared as text, because the reader refuses a length over FF.
     std::string lines = "// Record Length\n\n";
     for (const uint8_t byte : body(size)) lines += "   " + sim::hex_text({byte}) + "\n";
     EXPECT_TRUE(content_of(path).ends_with(lines + "\n\n)\n")) << size;
   }
-  // The walk ends with the chain or the claimed count, whichever comes first.
+  // Reading ends at the last record or at the claimed count, whichever comes first.
   hold({{1}, {2}, {3}});
   const char third[] = "28 23 03 00 03 00 00 10\n";
   const std::pair<int, const char*> claims[] = {
@@ -170,7 +170,7 @@ TEST_F(Sdr, failure_ends_the_writing_of_whole_records_but_not_of_parts) {
   EXPECT_EQ(written({Bytes(250)}, "answer cmd=25 bytes=00"), "1 held, Update successfully");
   // The answer to a record's last part need not repeat its ID.
   EXPECT_EQ(written({Bytes(20)}, "answer cmd=25 skip=2 bytes=00"), "1 held, Update successfully");
-  // All that is sent for two records.
+  // Everything that is sent for two records.
   hold({Bytes(11, 0xAA), Bytes(27, 0xCC)});
   act("--sdrdump");
   sends("records.sdr", content_of(path),
@@ -241,13 +241,13 @@ TEST_F(Sdr, are_written_as_people_spell_them_and_from_binary_blocks_two_bytes_ap
 }
 
 TEST_F(Sdr, text_has_a_byte_a_line_and_its_comments_from_util_dat_in_one_column) {
-  // The files that are supplied.
+  // The files in data/.
   std::filesystem::current_path("data");
   run({"--sdr", "sample.sdr"});
   act("--sdrdump");
   EXPECT_EQ(sdr->records.size(), 6U);
   EXPECT_NE(content_of(path).find("// ID string type (bits 7..6) and length"), std::string::npos);
-  // A section goes on where it stopped, and takes 43 lines in all.
+  // A section that is opened again is continued; it takes 43 lines in all.
   const std::string cut(1022, 'x');
   std::string comments =
       "<SDR_COMMENT_TYPE1>\r\n<SDR_COMMENT_TYPE2>\nno\n</SDR_COMMENT_TYPE2>\n<sdr_comment_TYPE1>\n"

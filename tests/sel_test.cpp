@@ -73,7 +73,7 @@ TEST(Sel, a_log_that_cannot_be_written_whole_gives_a_message_and_leaves_the_old_
   const SelList list{};
   rlimit limit = {16, RLIM_INFINITY};
   std::signal(SIGXFSZ, SIG_IGN);
-  ASSERT_EQ(prlimit(0, RLIMIT_FSIZE, &limit, &limit), 0);  // now it holds the one before
+  ASSERT_EQ(prlimit(0, RLIMIT_FSIZE, &limit, &limit), 0);  // `limit` is now the earlier one
   EXPECT_EQ(SelToFile2(path.c_str(), &list), 0) << "a file that finds no room";
   setrlimit(RLIMIT_FSIZE, &limit);
   EXPECT_EQ(content_of(path), "old");

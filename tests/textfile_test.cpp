@@ -65,13 +65,13 @@ TEST(Line, says_to_each_reader_what_it_says_without_its_comment_whatever_column_
     const char* success;
   } readers[] = {
       {"--cfg", "", "20 18 01", "", "send: 20 18 01 \n"},
-      // 31 bytes, and one more that another byte would displace.
+      // The last byte of the record would be dropped if the comment gave a byte more.
       {"--sdr", "_SDR\n_SDR_TYPE\n_REC_LEN 25\n01 00 51 C0 20\n", "AA", "BB\n", "successfully"},
       {"--fru", "_FRU_TITLE 'x'\n_DEV_ID 00\n_SEE_INTERNAL\n01\n", "AA", "", "successfully"}};
   std::string requests;
   while (requests.size() < 3 * LINE_ROOM) requests += " 20 18 02";
   for (const auto& [option, before, data, after, success] : readers) {
-    std::string expected;  // first of all without a comment
+    std::string expected;  // of the first file, which has no comments
     for (const std::string comment : {"", "//", "///", "#"}) {
       for (const std::string& text : {std::string(), std::string("A"), requests}) {
         if (comment.empty() && !text.empty()) continue;
@@ -101,7 +101,7 @@ TEST(Line, may_end_the_file_in_a_number_sign_or_a_slash_that_begins_no_comment) 
   for (const int room : {256, LINE_ROOM}) {
     for (int column = room - 8; column <= room + 6; column++) {
       const std::string data = "20 18 01" + std::string(static_cast<size_t>(column) - 9, ' ');
-      // One character alone in a piece of a long line is nothing.
+      // A character alone in a piece of a long line does not count.
       const std::string rest = column < room ? "\n" : "\n\n";
       EXPECT_EQ(bytes_of(data + "#", room), "20 18 01" + rest) << column;
       // A slash is a digit without a value.

@@ -23,7 +23,7 @@ int take(Lines* lines) {
   return EOF;
 }
 
-// The character that take gave last comes again.
+// Puts the last character of take back, so that it comes again.
 bool give_back(Lines* lines, int c) {
   if (std::ungetc(c, lines->file) != c) return false;
   lines->taken--;
@@ -43,12 +43,14 @@ int read_piece(Lines* lines) {
   return lines->too_long || std::ferror(lines->file) != 0 ? 0 : count;
 }
 
-// What comes after a piece that has no line end: more of the line, or of a comment in it.
+// After a piece without a line end: skips the rest of the line if a comment has begun, else notes
+// that the line goes on.
 void look_ahead(Lines* lines) {
   char& last = lines->text[lines->room - 2];
   int next = take(lines);
   const bool seen = has_comment(lines->text);
-  // With the character after it the last one may begin a comment, which the tokenizer cannot see.
+  // The last character may begin a comment whose second slash is the next one: the tokenizer, which
+  // sees only this piece, could not tell.
   const bool begins = next != EOF && (last == '#' || (!seen && last == '/' && next == '/'));
   if (begins) last = '\0';
   if (begins || seen) {

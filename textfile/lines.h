@@ -20,10 +20,10 @@ struct Lines {
   char text[LINE_ROOM];
 };
 
-// Reads on: a line with its line end, or a piece of one that is longer than the room; the pieces
-// share a number. A piece in which a comment begins, or after which one does, is the last of its
-// line. False at the end of the file, when it cannot be read (see the file's error mark), or when
-// it is too long, after a line that says so.
+// Reads the next line, with its line end, or a piece of one that is longer than the room; the
+// pieces share a number. A comment ends the pieces of its line: the rest is skipped. False at the
+// end of the file, when it cannot be read (then ferror is set), or when the file is too long, after
+// a line that says so.
 bool next_line(Lines* lines);
 
 // From the start of the file again. False when it cannot be read again.

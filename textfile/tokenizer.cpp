@@ -29,7 +29,7 @@ bool is_skipped(char c) {
   return is_blank(c) || c == '\r' || c == '\n' || c == '#';
 }
 
-// Letters beyond F count on; other characters are digits without a value.
+// Letters after F count on (G is 16); other characters are digits without a value.
 int digit_value(char c) {
   if (c >= '0' && c <= '9') return c - '0';
   if (c >= 'A' && c <= 'Z') return c - 'A' + 10;
@@ -47,7 +47,7 @@ void process_string(const char* line, std::span<char> cleaned) {
   while (start < text.size() && is_blank(text[start])) start++;
   std::size_t past = find_comment(text);
   while (past > start && is_blank(text[past - 1])) past--;
-  // A single character is nothing: as a rule it is the line end.
+  // A single character does not count: mostly it is the line end.
   if (past < start + 2) return;
   const std::string_view kept = text.substr(start, std::min(past - start, cleaned.size() - 1));
   std::ranges::copy(kept, cleaned.begin());

@@ -44,8 +44,8 @@ bool take_turn(int handle) {
   return false;
 }
 
-// A line of the list, "  0ca2-0ca2 : ipmi_si": the owner's name in `owner` when it is a driver and
-// one of the ports is among its own.
+// A line of the list is "  0ca2-0ca2 : ipmi_si". True when its owner is a driver and one of the
+// ports is among its own; `owner` is then its name.
 bool owns(const char* line, const uint16_t ports[2], char owner[OWNER_LINE_SIZE]) {
   unsigned first = 0;
   unsigned last = 0;

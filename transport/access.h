@@ -11,5 +11,5 @@ bool take_turn_on_device(int handle);
 // Prints a line when a driver of the kernel owns one of the two ports.
 void warn_of_owner(uint16_t commandPort, uint16_t dataPort);
 
-// After the privilege for the ports was refused: a hint, once, when the kernel is locked down.
+// When the privilege for the ports was refused: a hint, once, if the kernel is locked down.
 void hint_lockdown();

@@ -59,7 +59,7 @@ BMC_Intf& interface() {
   return SMS_BMC_Intf[current_intf];
 }
 
-// One exchange with the driver; a time-out stands or falls with the re-initialisation that follows.
+// One transfer. After a time-out the interface is initialised again, and its result is the result.
 int attempt(int (*operation)(BMC_Msg*), BMC_Msg* message) {
   const int result = operation(message);
   return result == KCS_TIMEOUT ? interface().init(0, 0, 0) : result;
@@ -69,7 +69,7 @@ int attempt_send(BMC_Msg* request) {
   return attempt(interface().send, request);
 }
 
-// Nothing of an earlier answer survives into this one.
+// No byte of an earlier answer is left in this one.
 int attempt_receive() {
   BMC_Msg& response = interface().response;
   std::memset(response.data, 0, KCS_RESPONSE_ROOM);
@@ -121,7 +121,7 @@ void Build_BMCReq(BMC_Msg* destination, const BMC_Msg* source) {
   destination->length = static_cast<uint8_t>(SEND_MESSAGE_HEADER + frame);
 }
 
-// Empties the receive message queue. 0, or -1. One count of retries serves both transfers.
+// Empties the receive message queue. 0, or -1. Request and answer share one count of retries.
 int Clear_RMQ() {
   uint8_t bytes[] = {NETFN_APP, CLEAR_MESSAGE_FLAGS, CLEAR_RECEIVE_QUEUE};
   BMC_Msg request = {sizeof bytes, BMC_ADDRESS, bytes};
@@ -140,7 +140,7 @@ int Clear_RMQ() {
   return result == KCS_OK && completed(interface().response) ? 0 : -1;
 }
 
-// Get Message, its answer left in the response record. 0, or -1.
+// Asks Get Message; its answer is in the response record. 0, or -1.
 int fetch_message() {
   uint8_t bytes[] = {NETFN_APP, GET_MESSAGE};
   BMC_Msg request = {sizeof bytes, BMC_ADDRESS, bytes};
@@ -156,14 +156,14 @@ int fetch_message() {
   return result == KCS_OK ? 0 : -1;
 }
 
-// Hands the response record out as it stands.
+// Copies the response record as it is.
 void copy_response(const BMC_Msg& from, uint8_t* response, unsigned* responseLength) {
   response[0] = from.rsSA;
   std::memcpy(response + 1, from.data, from.length);
   *responseLength = from.length + 1U;
 }
 
-// Hands the IPMB answer inside a Get Message answer out, without header, sequence and checksums.
+// Copies the IPMB answer inside a Get Message answer, without header, sequence and checksums.
 void unwrap_response(const BMC_Msg& from, uint8_t* response, unsigned* responseLength) {
   if (from.data[BRIDGED_SEQUENCE] >> 2 != PrevSeqNum) {
     std::puts("Sequence Number does not match!");
@@ -234,7 +234,7 @@ int Get_Resp(uint8_t* response, unsigned* responseLength) {
     result = attempt_receive();
     overflow = overflow || result == KCS_RESP_OVERFLOW;
   }
-  // Further attempts read the rest of a response that is too long: no response of its own.
+  // After a response that is too long, further attempts have read only the rest of it.
   if (result != KCS_OK || overflow) return -1;
 
   BMC_Msg& received = interface().response;
@@ -248,7 +248,7 @@ int Get_Resp(uint8_t* response, unsigned* responseLength) {
     copy_response(received, response, responseLength);
     return 0;
   }
-  // The count of attempts goes on: three waits when the first receive succeeded at once. Get
+  // The waits are counted with the attempts above: three when the first receive succeeded. Get
   // Message follows whether SMS_ATN came or not.
   while (KCS_Wait_SMSATN_S() == KCS_TIMEOUT && attempts < RECEIVE_ATTEMPTS) attempts++;
   if (fetch_message() != 0) return -1;

@@ -8,7 +8,7 @@ inline constexpr unsigned LONGEST_REQUEST = 131;  // to the BMC itself
 // code before the data).
 struct BMC_Msg {
   uint8_t length;  // bytes that data points to
-  uint8_t rsSA;    // responder of the request this record belongs to
+  uint8_t rsSA;    // address of the responder: who is asked, or who was
   uint8_t* data;
 };
 

@@ -14,7 +14,7 @@ namespace {
 
 constexpr uint64_t PATIENCE_MS = 10000;
 
-// By Unfinished: what comes first after a signal, and what is left when it cannot be done.
+// For each Unfinished: what is finished first after a signal, and what is left if that fails.
 struct Texts {
   const char* first;
   const char* left;
@@ -45,7 +45,7 @@ const Texts& texts() {
   return TEXTS[static_cast<unsigned>(under_way)];
 }
 
-// Whatever way the process ends, a shell sees the signal.
+// Runs at every end of the process, so that a shell sees the signal.
 void end_as_interrupted() {
   const int number = platform::signals_pending();
   if (number == 0) return;
@@ -56,7 +56,7 @@ void end_as_interrupted() {
 
 [[noreturn]] void end_run() {
   dump_abandon();
-  std::exit(EXIT_FAILURE);  // comes to end_as_interrupted
+  std::exit(EXIT_FAILURE);  // which calls end_as_interrupted
 }
 
 }  // namespace

@@ -14,11 +14,11 @@ enum class Unfinished {
   address,     // one of two LAN settings that belong together
 };
 
-// From main's start on signals are held back; a process that ends after one came ends by it.
+// Holds signals back from now on. When one has come, the process ends by it, however it ends.
 void hold_signals();
 
-// Says what is under way from here on; until the first call it is the start. A signal that has come
-// ends the run here when nothing was or is under way.
+// Sets what is under way from here on; until the first call it is `start`. A signal that has come
+// ends the run here when nothing was under way or nothing is now.
 void now_under_way(Unfinished what);
 
 // True when a signal has come: what is under way must come to its end, nothing else may begin. The
@@ -35,7 +35,7 @@ void interrupt_point();
 void wait_began();
 void wait_point();
 
-// After the interface has failed: a hint at what is left undone, if anything is.
+// After the interface has failed: prints a hint that says what is left undone, if anything is.
 void hint_unfinished();
 
 // While it lives, a signal ends a call that blocks on a file.

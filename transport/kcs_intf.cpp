@@ -79,8 +79,8 @@ int wait_status(uint8_t mask, uint8_t wanted) {
   return KCS_TIMEOUT;
 }
 
-// Wakes a BMC that holds IBF: KCS_TIMEOUT once its registers answer, KCS_NO_DEVICE if they never
-// do.
+// Wakes a BMC that does not clear IBF: KCS_TIMEOUT once its registers answer, KCS_NO_DEVICE if
+// they never do.
 int poke() {
   for (unsigned i = 0; i < POKES; i++) {
     platform::outb(POKE_VALUE, POKE_PORT);
@@ -146,7 +146,7 @@ int leave_error() {
   return result != KCS_OK ? result : static_cast<int>(KCS_STATE_ERROR);
 }
 
-// What follows each byte of a write transfer but the last.
+// Waits for the BMC after each byte of a write transfer but the last.
 int settle_write() {
   if (const int result = KCS_Wait_IBF_C(); result != KCS_OK) return result;
   if (read_state() != WRITE_STATE) return leave_error();
@@ -161,8 +161,8 @@ int KCS_Intf_Init(uint32_t commandPort, uint32_t dataPort, uint32_t timeout) {
   KCS_para.cmd_port = given ? commandPort : DEFAULT_CMD_PORT;
   KCS_para.data_port = given ? dataPort : DEFAULT_DATA_PORT;
   KCS_para.timeout = timeout != 0 ? timeout : DEFAULT_TIMEOUT;
-  // The status register decides alone: port pairs may share a data port, so data of another
-  // interface must not make this one look alive.
+  // Only the status register counts: port pairs may share a data port, and the data of another
+  // interface must not make this one look present.
   if (read_status() == NOTHING) return KCS_NO_DEVICE;
   KCS_para.state = read_state();
   if (KCS_para.state != IDLE_STATE) {

@@ -1,4 +1,4 @@
-// One IPMI request and its response, whichever way leads to the BMC.
+// One IPMI request and its response, over the kernel's IPMI device or over the ports.
 #include "transport/transaction.h"
 
 #include <cerrno>
@@ -34,7 +34,7 @@ void trace(std::span<const uint8_t> bytes) {
   std::putchar('\n');
 }
 
-// The KCS path has no failure return: a dead interface ends the run.
+// On the KCS path no failure is returned: an interface that fails ends the run.
 [[noreturn]] void give_up_on_bmc(const char* message) {
   progress_end();
   if (message != nullptr) std::puts(message);

@@ -46,17 +46,17 @@ struct Response {
   unsigned length;
 };
 
-// One request of which only the completion code counts: true when it is 0. `response` holds what
-// came, afresh.
+// One request of which only the completion code counts: true when it is 0. `response` is cleared,
+// then holds what came.
 bool exchange(std::span<const uint8_t> request, Response* response);
 
 // One request that must complete and bring at least `count` data bytes: all the data bytes that
-// came, in `response`; null (data() is, and the size is 0) otherwise.
+// came, in `response`; otherwise a span of size 0 whose data() is null.
 std::span<const uint8_t> ask(std::span<const uint8_t> request, unsigned count, Response* response);
 
 // The completion code, or 0xFF when the response holds none.
 uint8_t completion_code(const Response& response);
 
-// The bytes of a response byte string that arrived from `offset` on, at least `count`; null when
-// fewer did.
+// The bytes of a response byte string that arrived from `offset` on, at least `count`; when fewer
+// arrived, a span of size 0 whose data() is null.
 std::span<const uint8_t> response_part(const Response& response, unsigned offset, unsigned count);
