@@ -245,7 +245,7 @@ void check_card(const Run& run) {
   if (!bmc.card.in_downloader || by_hand) return;
   fuzz::require(is_firmware_action(run.options));
   if (run.said("no answer from the BMC for 10 seconds")) return;
-  if (run.result.status == NO_ANSWER) {
+  if (run.result.gave == NO_ANSWER) {
     const bool seen = run.input.process.terminals.find('2') != std::string::npos;
     return fuzz::require(!seen || run.said("may still be in its downloader"));
   }
@@ -267,7 +267,7 @@ void check_interface(const Run& run) {
   });
   if (used == machine.ports.end() || !machine.port_stream.empty()) return;
   if (used->phase == sim::KcsPhase::idle || used->phase == sim::KcsPhase::busy) return;
-  fuzz::require(run.result.status == NO_ANSWER);
+  fuzz::require(run.result.gave == NO_ANSWER);
   machine.bmc.faults.clear();
   machine.bmc.answer_stream.clear();
   machine.lock_holder = 0;
@@ -309,7 +309,7 @@ void check_files(const Run& run) {
   });
   for (const auto& entry : files::recursive_directory_iterator(".")) {
     const std::string name = entry.path().filename();
-    if (!entry.is_regular_file() || entry.is_symlink()) continue;
+    if (entry.is_symlink() || !entry.is_regular_file()) continue;
     if (name == fuzz::INPUT || name == fuzz::OUTPUT) continue;
     const std::string content = content_of(entry.path());
     const auto before = run.input.files.find(name);

@@ -126,7 +126,7 @@ int end(int status) {
     const int cut = status_of([&] { return last(), -1; });
     if (cut >= 0) return cut;
   }
-  return status & 0xFF;
+  return status;
 }
 
 // What a new process would have afresh.
@@ -159,8 +159,10 @@ Result run(const Process& process, std::vector<std::string> words, bool saving) 
     const Signals signals;
     Streams streams;
     try {
-      result.status = end(status_of(
-          [&] { return qarn_main(static_cast<int>(words.size()), arguments.data()); }));
+      result.gave = 0xFF & status_of([&] {
+        return qarn_main(static_cast<int>(words.size()), arguments.data());
+      });
+      result.status = end(result.gave);
       require(noted == 0 || result.status == 128 + noted);
     } catch (const Given_up&) {
       result.given_up = true;

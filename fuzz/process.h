@@ -18,7 +18,8 @@ struct Process {
 
 struct Result {
   bool given_up;  // it took more than most_work: nothing else is known
-  int status;     // as a shell sees it
+  int gave;       // exit status that the program gave
+  int status;     // as a shell sees it, a signal included
   std::string err;
 };
 
