@@ -136,6 +136,7 @@ void fruUpdate(const char* path) {
   }
   destroy_fru_dev(&dev);
   std::puts("Update successfully");
+  now_under_way(Unfinished::nothing);
 }
 
 int dumpSel(const char* path) {

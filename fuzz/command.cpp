@@ -1,6 +1,6 @@
-// Fuzz target: whole commands. The first line of the input has the words, the lines after it set the
-// simulated server (the variables of sim/environment.cpp) and the process (SETTINGS); what follows a
-// line "== NAME" is a file of that name, or what BYTES names.
+// Fuzz target: whole commands. The first line of the input has the words, the lines after it set
+// the simulated server (the variables of sim/environment.cpp) and the process (SETTINGS); what
+// follows a line "== NAME" is a file of that name, or what BYTES names.
 #include <fcntl.h>
 #include <getopt.h>
 #include <sys/stat.h>
@@ -8,13 +8,11 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <iterator>
 #include <map>
 
-#include "firmware/flash.h"
 #include "frontend/options.h"
 #include "fuzz/fuzz.h"
-#include "fuzz/process.h"
+#include "fuzz/outcome.h"
 #include "textfile/lines.h"
 #include "transport/kcs_intf.h"
 
@@ -22,31 +20,22 @@ namespace {
 
 namespace files = std::filesystem;
 
-constexpr unsigned MOST_WORK = 200000;
 constexpr uint32_t MOST_FLASH = 0x2000;
 constexpr uint32_t SMALL_FLASH = 0x1000;
-constexpr int NO_ANSWER = 255;
 
 struct Input {
   std::vector<std::string> words;
-  fuzz::Process process = {.most_work = MOST_WORK};
+  fuzz::Process process = {};
   std::map<std::string, std::string> files;  // by name
 };
 
 // The only words that may have a slash: what they lead to is harmless, and has an end or a limit.
 const char* const PATHS[] = {
-    "/dev/null",   "/dev/zero", "/dev/full",          "/dev/stdin",
-    "/dev/stdout", "./dump",    "/proc/self/fd/1", "folder/dump", "folder/../dump", "folder/", "/",
+    "/dev/null",       "/dev/zero",   "/dev/full",      "/dev/stdin", "/dev/stdout", "./dump",
+    "/proc/self/fd/1", "folder/dump", "folder/../dump", "folder/",    "/",
 };
 // Standard output by another name.
 const char* const OUTPUTS[] = {"/dev/stdout", "/proc/self/fd/1"};
-
-const char OLDER[] = "an older dump\n";
-
-template <typename List>
-bool is_among(const List& list, const std::string& text) {
-  return std::find(std::begin(list), std::end(list), text) != std::end(list);
-}
 
 // What a word may name: all of it, or the value of a long option.
 std::string value_of(const std::string& word) {
@@ -55,7 +44,7 @@ std::string value_of(const std::string& word) {
 }
 
 void make_harmless(std::string& word) {
-  if (!is_among(PATHS, value_of(word))) std::erase(word, '/');
+  if (!fuzz::is_among(PATHS, value_of(word))) std::erase(word, '/');
 }
 
 uint32_t number(const std::string& text) {
@@ -116,7 +105,7 @@ void limit_machine(const Input& input) {
   bmc.card.flash_size = std::min(bmc.card.flash_size, MOST_FLASH);
   // The broken pipe is not to be read from.
   const bool named = std::any_of(input.words.begin(), input.words.end(), [](auto& word) {
-    return is_among(OUTPUTS, value_of(word));
+    return fuzz::is_among(OUTPUTS, value_of(word));
   });
   std::erase_if(bmc.faults, [&](const sim::Fault& fault) {
     return fault.kind == sim::FaultKind::power_cut ||
@@ -141,7 +130,7 @@ Input take_apart(const std::string& text) {
   constexpr char MARK[] = "\n== ";
   constexpr size_t MARK_SIZE = sizeof MARK - 1;
   Input input;
-  input.files = {{"dump", OLDER}};
+  input.files = {{"dump", fuzz::OLDER}};
   size_t end = text.find(MARK);
   const std::vector<std::string> lines = sim::split(text.substr(0, end), '\n');
   if (!lines.empty()) input.words = sim::split(lines[0].c_str(), ' ');
@@ -163,8 +152,8 @@ Input take_apart(const std::string& text) {
 struct Folder {
   std::string path = files::current_path() / "command-XXXXXX";
   int outer = open(".", O_PATH | O_DIRECTORY | O_CLOEXEC);
-  int inner = mkdtemp(path.data()) != nullptr ? open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)
-                                              : -1;
+  int inner =
+      mkdtemp(path.data()) != nullptr ? open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC) : -1;
   ~Folder() {
     std::error_code ignored;
     files::remove_all(path, ignored);
@@ -188,34 +177,17 @@ struct Inside {
   Inside& operator=(const Inside&) = delete;
 };
 
-constexpr char HARD_LINKS[][5] = {"hard", "same"};
-
 void write_files(const Input& input) {
   for (const auto& [name, content] : input.files) fuzz::file(name.c_str(), content);
-  std::error_code ignored;  // a file of the input may have the name
+  std::error_code ignored;  // a file of the input may have the name of a link
+  files::remove(fuzz::HARD_LINKS[1]);
   files::create_directory("folder", ignored);
   files::create_symlink("dump", "link", ignored);
   files::create_symlink("absent", "nowhere", ignored);
   files::create_symlink("loop", "loop", ignored);
-  files::create_hard_link(fuzz::file(HARD_LINKS[0], OLDER), HARD_LINKS[1], ignored);
+  files::create_hard_link(fuzz::file(fuzz::HARD_LINKS[0], fuzz::OLDER), fuzz::HARD_LINKS[1],
+                          ignored);
 }
-
-std::string content_of(const files::path& path) {
-  std::ifstream stream(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-// A run that was asked for, and what became of it.
-struct Run {
-  const Input& input;
-  Options options;
-  bool parsed;
-  fuzz::Result result;
-
-  bool said(const char* text) const {
-    return result.err.find(text) != std::string::npos;
-  }
-};
 
 // What the tool makes of the words, in copies: it clears passwords.
 bool parse(std::vector<std::string> words, Options* options) {
@@ -234,94 +206,6 @@ bool parse(std::vector<std::string> words, Options* options) {
   return parsed == OPTIONS_ACCEPTED;
 }
 
-bool is_firmware_action(const Options& options) {
-  return (options.firmware_update | options.firmware_save | options.firmware_verify) != 0;
-}
-
-// The card leaves its downloader, or is at least asked to, unless the way to it is lost.
-void check_card(const Run& run) {
-  const sim::Bmc& bmc = sim::machine().bmc;
-  const bool by_hand = run.options.raw_count != 0 || run.options.script_path != nullptr;
-  if (!bmc.card.in_downloader || by_hand) return;
-  fuzz::require(is_firmware_action(run.options));
-  if (run.said("no answer from the BMC for 10 seconds")) return;
-  if (run.result.gave == NO_ANSWER) {
-    const bool seen = run.input.process.terminals.find('2') != std::string::npos;
-    return fuzz::require(!seen || run.said("may still be in its downloader"));
-  }
-  const std::string sent = sim::transcript();
-  const auto at = [&](const char* request) { return sent.rfind(request); };
-  // The kernel's driver does not hand on what it could not write.
-  const bool unwritten = std::any_of(bmc.faults.begin(), bmc.faults.end(), [](const auto& fault) {
-    return fault.kind == sim::FaultKind::write_error;
-  });
-  const bool asked = at("\n18 02\n") != std::string::npos && at("\n18 02\n") > at("\n20 02 ");
-  fuzz::require(asked || unwritten);
-}
-
-// The interface is idle, or the BMC holds it, or the next run finds its way.
-void check_interface(const Run& run) {
-  sim::Machine& machine = sim::machine();
-  const auto used = std::find_if(machine.ports.begin(), machine.ports.end(), [](const auto& kcs) {
-    return kcs.command_port == KCS_para.cmd_port && kcs.data_port == KCS_para.data_port;
-  });
-  if (used == machine.ports.end() || !machine.port_stream.empty()) return;
-  if (used->phase == sim::KcsPhase::idle || used->phase == sim::KcsPhase::busy) return;
-  fuzz::require(run.result.gave == NO_ANSWER);
-  machine.bmc.faults.clear();
-  machine.bmc.answer_stream.clear();
-  machine.lock_holder = 0;
-  machine.bmc.back_at_us = 0;
-  sim::clear_log();
-  const fuzz::Result next = fuzz::run({.most_work = MOST_WORK}, {"-e", "18", "01"}, false);
-  fuzz::require(next.status == 0 && sim::transcript().ends_with("18 01\n"));
-}
-
-bool is_whole_log(const std::string& dump) {
-  unsigned low = 0;
-  unsigned high = 0;
-  int head = 0;
-  const int found = std::sscanf(dump.c_str(), "_SEL\n_LOG_NUM   %2x%2x\n\n%n", &low, &high, &head);
-  constexpr size_t LINE = 48;
-  return found == 2 && dump.size() == static_cast<size_t>(head) + (high << 8 | low) * LINE;
-}
-
-// What a whole dump looks like; the inventory's has no end mark.
-bool is_whole(const std::string& dump) {
-  if (dump.starts_with("_SDR (\n")) return dump.ends_with("\n\n)\n");
-  if (dump.starts_with("_SEL\n")) return is_whole_log(dump);
-  if (dump.starts_with("_FRU\n")) return true;
-  return !dump.empty() && dump.size() % PORTION_SIZE == 0;
-}
-
-// Nothing but a dump changes a file, or leaves one, and it is whole.
-void check_files(const Run& run) {
-  const Options& options = run.options;
-  std::vector<std::string> targets;
-  for (const char* path : {options.sdr_dump != 0 ? options.sdr_path : nullptr,
-                           options.fru_dump_path, options.sel_path,
-                           options.firmware_save != 0 ? options.firmware_path : nullptr}) {
-    if (path != nullptr && run.parsed) targets.push_back(path);
-  }
-  // Where links and longer paths lead.
-  const bool elsewhere = std::any_of(targets.begin(), targets.end(), [](auto& path) {
-    return path == "link" || path == "nowhere" || path.find('/') != std::string::npos;
-  });
-  for (const auto& entry : files::recursive_directory_iterator(".")) {
-    const std::string name = entry.path().filename();
-    if (entry.is_symlink() || !entry.is_regular_file()) continue;
-    if (name == fuzz::INPUT || name == fuzz::OUTPUT) continue;
-    const std::string content = content_of(entry.path());
-    const auto before = run.input.files.find(name);
-    const bool was_there = before != run.input.files.end();
-    if (was_there && content == before->second) continue;
-    if (is_among(HARD_LINKS, name) && content == OLDER) continue;
-    const bool target =
-        is_among(targets, name) || (elsewhere && (name == "dump" || name == "absent"));
-    fuzz::require(target && !is_among(HARD_LINKS, name) && is_whole(content));
-  }
-}
-
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
@@ -334,13 +218,10 @@ int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   const Input input = take_apart({bytes, bytes + size});
   const Inside inside;
   write_files(input);
-  Run run = {.input = input, .options = {}, .parsed = false, .result = {}};
+  fuzz::Run run = {.process = input.process, .files = input.files};
   run.parsed = parse(input.words, &run.options);
   run.result = fuzz::run(input.process, input.words, run.options.firmware_save != 0);
   if (run.result.given_up) return 0;
-  fuzz::require(run.parsed || sim::transcript().empty());
-  check_files(run);
-  check_card(run);
-  check_interface(run);
+  fuzz::check(run);
   return 0;
 }

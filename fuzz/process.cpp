@@ -21,6 +21,8 @@ int qarn_main(int argc, char** argv);
 
 namespace {
 
+// Port reads, or looks for a signal, that a run may take.
+constexpr unsigned MOST_WORK = 200000;
 constexpr int ENDING_SIGNALS[] = {SIGHUP, SIGINT, SIGTERM, SIGQUIT, SIGTSTP};
 
 // Thrown where a process would end, or where the machine would be switched off.
@@ -101,10 +103,12 @@ struct Signals {
     struct sigaction action {};
     action.sa_sigaction = note;
     action.sa_flags = SA_SIGINFO;
-    for (size_t i = 0; i < std::size(before); i++) sigaction(ENDING_SIGNALS[i], &action, &before[i]);
+    for (size_t i = 0; i < std::size(before); i++)
+      sigaction(ENDING_SIGNALS[i], &action, &before[i]);
   }
   ~Signals() {
-    for (size_t i = 0; i < std::size(before); i++) sigaction(ENDING_SIGNALS[i], &before[i], nullptr);
+    for (size_t i = 0; i < std::size(before); i++)
+      sigaction(ENDING_SIGNALS[i], &before[i], nullptr);
   }
   Signals(const Signals&) = delete;
   Signals& operator=(const Signals&) = delete;
@@ -135,7 +139,6 @@ void forget_run(bool saving) {
   noted = 0;
   looks = 0;
   progress_end();
-  dump_abandon();
   if (saving) fp = nullptr;  // it was the dump
   close_image();
   flashfilename = "";
@@ -160,12 +163,13 @@ Result run(const Process& process, std::vector<std::string> words, bool saving) 
     Streams streams;
     try {
       result.gave = 0xFF & status_of([&] {
-        return qarn_main(static_cast<int>(words.size()), arguments.data());
-      });
+                      return qarn_main(static_cast<int>(words.size()), arguments.data());
+                    });
       result.status = end(result.gave);
       require(noted == 0 || result.status == 128 + noted);
     } catch (const Given_up&) {
       result.given_up = true;
+      dump_abandon();
     }
     result.err = streams.said();
   }
@@ -199,7 +203,7 @@ void signals_hold() {
 }
 
 int signals_pending() {
-  if (++looks > now.most_work || sim::machine().port_reads > now.most_work) throw Given_up{};
+  if (++looks > MOST_WORK || sim::machine().port_reads > MOST_WORK) throw Given_up{};
   if (looks > now.looks && noted == 0) noted = now.signal;
   return noted;
 }

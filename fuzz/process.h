@@ -1,5 +1,5 @@
-// The process around a whole command, in place of platform/process.cpp and base/process_end.cpp: its
-// signals and terminals are data, and its end comes back to the fuzz target.
+// The process around a whole command, in place of platform/process.cpp and base/process_end.cpp:
+// its signals and terminals are data, and its end comes back to the fuzz target.
 #pragma once
 #include <string>
 #include <vector>
@@ -13,18 +13,17 @@ struct Process {
   bool full = false;      // standard output is a device that is full
   int signal = 0;         // comes while the run goes on; 0: none
   unsigned looks = 0;     // so many looks for a signal come before it
-  unsigned most_work = 0;  // port reads or looks for a signal that a run may take
 };
 
 struct Result {
-  bool given_up;  // it took more than most_work: nothing else is known
+  bool given_up;  // it took too long: nothing else is known
   int gave;       // exit status that the program gave
   int status;     // as a shell sees it, a signal included
   std::string err;
 };
 
-// Runs "qarn WORDS..." in the current folder, standard input and output the files INPUT and OUTPUT in
-// it. `saving`: it saves a firmware.
+// Runs "qarn WORDS..." in the current folder, standard input and output the files INPUT and OUTPUT
+// in it. `saving`: it saves a firmware.
 Result run(const Process& process, std::vector<std::string> words, bool saving);
 inline constexpr char INPUT[] = "stdin";
 inline constexpr char OUTPUT[] = "stdout";
