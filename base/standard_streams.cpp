@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "base/notice.h"
+#include "base/process_end.h"
 
 namespace {
 
@@ -49,5 +50,5 @@ void prepare_standard_streams() {
   for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; stream++) {
     if (fcntl(stream, F_GETFD) < 0 && errno == EBADF) open_null(stream);
   }
-  std::atexit(tell_of_failure);
+  at_process_end(tell_of_failure);
 }

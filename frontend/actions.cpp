@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "base/error_text.h"
+#include "base/process_end.h"
 #include "firmware/flash.h"
 #include "frontend/operations.h"
 #include "frontend/options.h"
@@ -26,7 +27,7 @@ constexpr int STATUS_FRU_FAILED = 1;
 
 [[noreturn]] void end_fru_action(fru_dev* dev) {
   destroy_fru_dev(dev);
-  std::exit(STATUS_FRU_FAILED);
+  end_process(STATUS_FRU_FAILED);
 }
 
 // A file may be a FIFO or a device that never ends: a signal ends the wait for it.
@@ -137,6 +138,7 @@ void fruUpdate(const char* path) {
   }
   destroy_fru_dev(&dev);
   std::puts("Update successfully");
+  now_under_way(Unfinished::nothing);
 }
 
 int dumpSel(const char* path) {

@@ -32,7 +32,7 @@ constexpr int STATUS_NO_BMC = -1;
 
 constexpr uint8_t ORBE_CARD = 1;
 constexpr uint8_t ORBE_OTHER = 2;
-uint8_t orbeType = ORBE_CARD;
+uint8_t orbeType;
 
 const char* const DEVICES[] = {"/dev/ipmi0", "/dev/ipmi/0", "/dev/ipmidev/0"};
 
@@ -179,6 +179,7 @@ int main(int argc, char** argv) {
   if (holds_passwords(options)) platform::core_off();
   if (options.prompt != 0 && !ask_passwords(&options)) return STATUS_REFUSED;
   set_switches(options);
+  orbeType = ORBE_CARD;
 
   if (!(openIpmiFlag != 0 ? open_device() : open_ports())) return close_device(STATUS_NO_BMC);
   now_under_way(Unfinished::nothing);

@@ -256,7 +256,6 @@ int write_fru_dev(fru_dev* dev) {
     if (write_fru_info(&records[i]) != 1) result = 0;
   }
   progress_end();
-  now_under_way(Unfinished::nothing);
   return result;
 }
 

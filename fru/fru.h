@@ -166,7 +166,7 @@ int GetMultirecord(std::span<const uint8_t> area, fru_info* fru, fru_fault* faul
 
 // Build and write images (Get FRU Inventory Area Info 0x10, Write FRU Data 0x12). write_fru_dev
 // checks every image before it writes the first device; 1 when all are written or there are no
-// records, else 0.
+// records, else 0. Its caller says when nothing is under way any more.
 int write_fru_dev(fru_dev* dev);
 // 1, -1 when the device refuses, -2 when it is too small, 0 when the model does not fit an image.
 int write_fru_info(fru_info* fru);

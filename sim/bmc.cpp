@@ -74,10 +74,8 @@ Reply dispatch(Bmc& bmc, uint8_t netfn, uint8_t command, const Bytes& data) {
 Answer answer(Bmc& bmc, const Bytes& request) {
   const std::vector<const Fault*> hit = hit_faults(bmc.faults, request);
   Answer result = {.bytes = {COMPLETED}};
-  if (!bmc.answer_stream.empty()) {
-    result.bytes = next_answer(bmc);
-  } else if (!fail_on_arrival(hit, result)) {
-    result.bytes = ask_model(bmc, request);
+  if (!fail_on_arrival(hit, result)) {
+    result.bytes = bmc.answer_stream.empty() ? ask_model(bmc, request) : next_answer(bmc);
   }
   for (const Fault* fault : hit) {
     if (row_of(*fault).point == FaultPoint::answered) row_of(*fault).act(*fault, result);

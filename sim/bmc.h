@@ -35,7 +35,7 @@ struct Bmc {
   uint64_t back_at_us = 0;
 
   std::vector<Fault> faults;
-  // When not empty, answers every request instead of the model: a length byte, then so many bytes
+  // When not empty, answers in place of the model: a length byte, then so many bytes
   // (completion code, data); refuses with 0xCB once used up. For fuzzing.
   Bytes answer_stream;
   size_t answer_used = 0;

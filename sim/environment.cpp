@@ -175,6 +175,13 @@ void print_help() {
 
 }  // namespace
 
+bool set_variable(const std::string& name, std::string value) {
+  for (const Setting& setting : SETTINGS) {
+    if (setting.name == name) return setting.set(value);
+  }
+  return false;
+}
+
 void configure_from_environment() {
   for (const Setting& setting : SETTINGS) {
     const char* text = std::getenv(setting.name);

@@ -65,5 +65,7 @@ void finish();
 
 // Sets the machine up from environment variables; ends the process with status 2 on a wrong one.
 void configure_from_environment();
+// What one such variable sets. False when there is none of that name, or it has no such value.
+bool set_variable(const std::string& name, std::string value);
 
 }  // namespace sim

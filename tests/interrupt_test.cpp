@@ -204,6 +204,13 @@ TEST_F(Interrupted, an_inventory_goes_in_whole_once_its_first_bytes_are_written)
   run({"--wfru", inventory});
   check("--fru " + inventory, {"28 12", ""});
   check("--open --fru " + inventory, {"28 12", ""});
+  for (const auto& [fault, outcome] :
+       {std::pair{"", "Update successfully\n"},
+        std::pair{"; refuse cmd=12 skip=1 value=80", "Update FRU fail\n"}}) {
+    small_server();
+    machine().bmc.faults = sim::faults(std::string("signal cmd=12 value=2") + fault);
+    EXPECT_TRUE(run({"--fru", inventory}).out.ends_with(outcome)) << fault;
+  }
 }
 
 TEST_F(Interrupted, the_card_never_stays_in_its_downloader) {

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <span>
 
 #include "textfile/lines.h"
@@ -12,6 +13,9 @@
 #include "transport/transaction.h"
 
 namespace {
+
+// Closed whichever way the script ends.
+using Script = std::unique_ptr<FILE, int (*)(FILE*)>;
 
 void show_bytes(const char* label, std::span<const uint8_t> bytes) {
   std::printf("%s: ", label);
@@ -38,9 +42,9 @@ void run_line(const char* line, unsigned number) {
 }
 
 // A script may be a FIFO or a terminal: a signal ends the wait for its next line.
-FILE* open_script(const char* path) {
+Script open_script(const char* path) {
   const Signals_let_in while_waiting;
-  return std::fopen(path, "re");
+  return {std::fopen(path, "re"), std::fclose};
 }
 
 bool next_script_line(Lines* lines) {
@@ -51,14 +55,13 @@ bool next_script_line(Lines* lines) {
 }  // namespace
 
 void process_cfg(const char* path) {
-  FILE* file = open_script(path);
-  if (file == nullptr) return;
+  const Script script = open_script(path);
+  if (!script) return;
   Lines lines = {};
-  lines.file = file;
+  lines.file = script.get();
   lines.room = LINE_ROOM;
   while (next_script_line(&lines)) {
     interrupt_point();
     run_line(lines.text, lines.number);
   }
-  std::fclose(file);
 }

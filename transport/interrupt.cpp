@@ -8,6 +8,7 @@
 
 #include "base/dump_file.h"
 #include "base/notice.h"
+#include "base/process_end.h"
 #include "platform/platform.h"
 
 namespace {
@@ -56,14 +57,16 @@ void end_as_interrupted() {
 
 [[noreturn]] void end_run() {
   dump_abandon();
-  std::exit(EXIT_FAILURE);  // which calls end_as_interrupted
+  end_process(EXIT_FAILURE);  // which calls end_as_interrupted
 }
 
 }  // namespace
 
 void hold_signals() {
+  under_way = Unfinished::nothing;
+  said = false;
   platform::signals_hold();
-  std::atexit(end_as_interrupted);
+  at_process_end(end_as_interrupted);
 }
 
 void now_under_way(Unfinished what) {

@@ -3,10 +3,10 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "base/dump_file.h"
+#include "base/process_end.h"
 #include "base/progress.h"
 #include "platform/platform.h"
 #include "transport/bmc.h"
@@ -40,7 +40,7 @@ void trace(std::span<const uint8_t> bytes) {
   if (message != nullptr) std::puts(message);
   hint_unfinished();
   dump_abandon();  // half a dump must not pass for a whole one
-  std::exit(-1);
+  end_process(-1);
 }
 
 int kcs_transaction(std::span<const uint8_t> request, uint8_t* response, unsigned* responseLength) {

@@ -1,0 +1,136 @@
+// What must hold after a whole command.
+#include "fuzz/outcome.h"
+
+#include <filesystem>
+
+#include "firmware/flash.h"
+#include "fuzz/fuzz.h"
+#include "transport/kcs_intf.h"
+
+namespace {
+
+namespace files = std::filesystem;
+
+constexpr int NO_ANSWER = 255;
+
+std::string content_of(const files::path& path) {
+  std::ifstream stream(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+bool said(const fuzz::Run& run, const char* text) {
+  return run.result.err.find(text) != std::string::npos;
+}
+
+bool is_firmware_action(const Options& options) {
+  return (options.firmware_update | options.firmware_save | options.firmware_verify) != 0;
+}
+
+// The card leaves its downloader, or is at least asked to, unless the way to it is lost.
+void check_card(const fuzz::Run& run) {
+  const sim::Bmc& bmc = sim::machine().bmc;
+  const bool by_hand = run.options.raw_count != 0 || run.options.script_path != nullptr;
+  if (!bmc.card.in_downloader || by_hand) return;
+  fuzz::require(is_firmware_action(run.options));
+  if (said(run, "no answer from the BMC for 10 seconds")) return;
+  if (run.result.gave == NO_ANSWER) {
+    const bool seen = run.process.terminals.find('2') != std::string::npos;
+    return fuzz::require(!seen || said(run, "may still be in its downloader"));
+  }
+  const std::string sent = sim::transcript();
+  const auto at = [&](const char* request) { return sent.rfind(request); };
+  // The kernel's driver does not hand on what it could not write.
+  const bool unwritten = std::any_of(bmc.faults.begin(), bmc.faults.end(), [](const auto& fault) {
+    return fault.kind == sim::FaultKind::write_error;
+  });
+  const bool asked = at("\n18 02\n") != std::string::npos && at("\n18 02\n") > at("\n20 02 ");
+  fuzz::require(asked || unwritten);
+}
+
+// The interface is idle, or the BMC holds it, or the next run finds its way.
+void check_interface(const fuzz::Run& run) {
+  sim::Machine& machine = sim::machine();
+  const auto used = std::find_if(machine.ports.begin(), machine.ports.end(), [](const auto& kcs) {
+    return kcs.command_port == KCS_para.cmd_port && kcs.data_port == KCS_para.data_port;
+  });
+  if (used == machine.ports.end() || !machine.port_stream.empty()) return;
+  if (used->phase == sim::KcsPhase::idle || used->phase == sim::KcsPhase::busy) return;
+  fuzz::require(run.result.gave == NO_ANSWER);
+  machine.bmc.faults.clear();
+  machine.bmc.answer_stream.clear();
+  machine.lock_holder = 0;
+  machine.bmc.back_at_us = 0;
+  sim::clear_log();
+  const fuzz::Result next = fuzz::run({}, {"-e", "18", "01"}, false);
+  fuzz::require(next.status == 0 && sim::transcript().ends_with("18 01\n"));
+}
+
+bool is_whole_log(const std::string& dump) {
+  unsigned low = 0;
+  unsigned high = 0;
+  int head = 0;
+  const int found = std::sscanf(dump.c_str(), "_SEL\n_LOG_NUM   %2x%2x\n\n%n", &low, &high, &head);
+  constexpr size_t LINE = 48;
+  return found == 2 && dump.size() == static_cast<size_t>(head) + (high << 8 | low) * LINE;
+}
+
+// Whether the BMC answers, and what it answers is true.
+bool is_sound(const sim::Machine& machine) {
+  const auto& faults = machine.bmc.faults;
+  return machine.bmc.answer_stream.empty() && machine.port_stream.empty() &&
+         std::all_of(faults.begin(), faults.end(), [](const sim::Fault& fault) {
+           return sim::row_of(fault).point == sim::FaultPoint::arrival;
+         });
+}
+
+// The card's flash, in whole portions.
+bool is_whole_flash(const std::string& dump) {
+  if (dump.empty() || dump.size() % PORTION_SIZE != 0) return false;
+  const sim::Bytes& flash = sim::card_flash(sim::machine().bmc.card);
+  return !is_sound(sim::machine()) || dump.starts_with(std::string(flash.begin(), flash.end()));
+}
+
+// What a whole dump looks like; the inventory's has no end mark.
+bool is_whole(const std::string& dump) {
+  if (dump.starts_with("_SDR (\n")) return dump.ends_with("\n\n)\n");
+  if (dump.starts_with("_SEL\n")) return is_whole_log(dump);
+  if (dump.starts_with("_FRU\n")) return true;
+  return is_whole_flash(dump);
+}
+
+// Nothing but a dump changes a file, or leaves one, and it is whole.
+void check_files(const fuzz::Run& run) {
+  const Options& options = run.options;
+  std::vector<std::string> targets;
+  for (const char* path :
+       {options.sdr_dump != 0 ? options.sdr_path : nullptr, options.fru_dump_path, options.sel_path,
+        options.firmware_save != 0 ? options.firmware_path : nullptr}) {
+    if (path != nullptr && run.parsed) targets.push_back(path);
+  }
+  // Where links and longer paths lead.
+  const bool elsewhere = std::any_of(targets.begin(), targets.end(), [](auto& path) {
+    return path == "link" || path == "nowhere" || path.find('/') != std::string::npos;
+  });
+  for (const auto& entry : files::recursive_directory_iterator(".")) {
+    const std::string name = entry.path().filename();
+    if (entry.is_symlink() || !entry.is_regular_file()) continue;
+    if (name == fuzz::INPUT || name == fuzz::OUTPUT) continue;
+    const std::string content = content_of(entry.path());
+    const auto before = run.files.find(name);
+    const bool was_there = before != run.files.end();
+    if (was_there && content == before->second) continue;
+    if (fuzz::is_among(fuzz::HARD_LINKS, name) && content == fuzz::OLDER) continue;
+    const bool target =
+        fuzz::is_among(targets, name) || (elsewhere && (name == "dump" || name == "absent"));
+    fuzz::require(target && !fuzz::is_among(fuzz::HARD_LINKS, name) && is_whole(content));
+  }
+}
+
+}  // namespace
+
+void fuzz::check(const Run& run) {
+  require(run.parsed || sim::transcript().empty());
+  check_files(run);
+  check_card(run);
+  check_interface(run);
+}
