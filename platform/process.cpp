@@ -38,7 +38,7 @@ void set_reminder(time_t seconds) {
 // The signal does not end a call that begins to block just after it; the reminder, which then comes
 // every second, does.
 void note(int number) {
-  noted = number;
+  if (noted == 0) noted = number;  // the first one is said, and ends the process
   set_reminder(REMINDER_S);
 }
 
