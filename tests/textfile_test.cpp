@@ -73,8 +73,8 @@ TEST(Line, reads_the_same_with_a_comment_in_any_column) {
 }
 
 // What a script says, and what reaches the BMC.
-std::string scripted(const std::string& path, const char* option = "--nrst") {
-  const RunResult result = run({"--cfg", path, option});
+std::string scripted(const std::string& path) {
+  const RunResult result = run({"--cfg", path, "--nrst"});
   EXPECT_EQ(result.status, 0);
   return after_identity(result.out) + after_identity(result.traffic);
 }
@@ -93,18 +93,6 @@ TEST(Script, sends_each_line_and_names_one_that_is_no_request) {
   EXPECT_EQ(scripted("no-such-file"), "");
   EXPECT_TRUE(
       scripted("data/sample.cfg").ends_with("\n18 01\n18 46 02\n30 02 01 03 00 00\n28 40\n"));
-}
-
-TEST(Script, reaches_another_controller_on_the_ports_and_the_bmc_itself_through_the_kernel) {
-  sim::reset(sim::Kind::card);
-  sim::machine().bmc.targets[0x2C].users[1].name = "Far";
-  const std::string path = file_with("script.cfg", "20 28 40\n2C 18 46 02\n");
-  EXPECT_NE(scripted(path).find("\nrecv: 2C 1E 46 00 46 61 72 00 "), std::string::npos);
-  sim::machine().bmc.faults = sim::faults("silent cmd=40");
-  EXPECT_EQ(scripted(path, "--open"),
-            "send: 20 28 40 \nError no data available\nrecv: \n\n"
-            "send: 2C 18 46 02 \nrecv: 20 1C 46 00 4F 70 65 72 61 74 6F 72 00 00 00 00 00 00 00 00 "
-            "\n\n28 40\n18 46 02\n");
 }
 
 }  // namespace
