@@ -145,6 +145,8 @@ TEST(Update, is_whole_or_over_at_once_and_repaired_by_the_next) {
       const RunResult result = run({"-u", RAW});
       EXPECT_EQ(result.status, status) << request;
       EXPECT_EQ(in_words(result.traffic).ends_with(RESET), status == 0) << request;
+      EXPECT_EQ(result.out.find(" Cannot enter downloader\n") != std::string::npos,
+                before == 0 && status == 0);
       EXPECT_EQ(flash_content(), std::string("........") + programmed) << fault << request;
       updates(RAW, ".OK\n", FIRST + BLOCK);
       EXPECT_EQ(flash_content(), UPDATED) << fault << request;

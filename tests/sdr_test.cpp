@@ -144,7 +144,6 @@ TEST_F(Sdr, failure_ends_the_writing_of_whole_records_but_not_of_parts) {
   sdr->first_id = 0x0102;
   EXPECT_EQ(written(three, "refuse cmd=25 skip=3 value=C4"), "2 held, Write Sdr Record 00 00 fail");
   EXPECT_EQ(written(three, "refuse cmd=25 skip=4 value=C4"), "2 held, Write Sdr Record 03 01 fail");
-  EXPECT_EQ(written(three, "shorten cmd=25 skip=3 value=2"), "2 held, Write Sdr Record 00 00 fail");
   // A BMC that takes the empty Partial Add has the command, too.
   EXPECT_EQ(written({Bytes(250)}, "answer cmd=25 bytes=00"), "1 held, Update successfully");
   // The answer to a record's last part need not repeat its ID.
@@ -206,7 +205,6 @@ TEST_F(Sdr, are_written_as_people_spell_them_and_from_binary_blocks_two_bytes_ap
   sends("a", "_SDR_TYPE\n" + other + begun + " AA BB", one);
   sends("a", begun + " AA\n_SDR_TYPE\n" + other, filled);
   sends("a", begun + " AA\nBB CC DD\nEE\n" + other, one);
-  sends("a", begun + " AA\n)\n" + other, filled);
   sends("a", "noise\n" + begun, "28 24 01 02 51 C0 02 00 00\n");
   sends("a", begun + " AA // " + std::string(3000, 'B') + "\nBB", one);
   sends("a.DAT", HEAD + "Z\x07xx" + BLOCK + BLOCK + "Z", one + one);
