@@ -101,10 +101,10 @@ TEST_F(Sdr, are_read_sixteen_bytes_at_a_time_and_no_more_than_the_bmc_claims) {
 }
 
 TEST_F(Sdr, dump_that_cannot_be_read_or_written_whole_is_no_file) {
-  const std::string second = "Get SDR Record 02 00 Fail\n";
+  const std::string second = "Get SDR Record 02 00 Fail\n28 20\n";
   const std::pair<const char*, std::string> cases[] = {
-      {"refuse cmd=20 value=C0", "Get Sdr Repository Fail\n"},
-      {"shorten cmd=20 value=E", "Get Sdr Repository Fail\n"},
+      {"refuse cmd=20 value=C0", "Get Sdr Repository Fail\n28 20\n"},
+      {"shorten cmd=20 value=E", "Get Sdr Repository Fail\n28 20\n"},
       {"shorten cmd=23 skip=2 value=7", second},
       {"shorten cmd=23 skip=2 value=12", second},
       {"refuse cmd=23 skip=3 value=FF", second},
