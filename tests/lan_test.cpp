@@ -100,10 +100,4 @@ TEST_F(Lan, the_first_interface_with_its_mac_gives_the_bmc_its_address) {
   EXPECT_EQ(qarn("-a"), READS + "status 0");
 }
 
-TEST(Interface, a_count_right_after_the_colon_is_no_part_of_the_name) {
-  char name[INTERFACE_NAME_SIZE];
-  EXPECT_STREQ(get_name(name, "  eth0:1500 12\n"), "1500 12\n");
-  EXPECT_STREQ(name, "eth0");
-}
-
 }  // namespace
