@@ -16,15 +16,16 @@ def record_set():
     """Sensor records of every type with a name, names of 0 to 16 characters, and one of a maker's own type."""
     # types, and the bytes before the name, the last of which holds the name's length
     kinds = [(0x01, 43), (0x02, 27), (0x03, 12), (0x10, 11), (0x11, 11), (0x12, 11)]
-    records = [bytes([1, 0, 0x51, 0xC0, 9]) + bytes(range(1, 10))]
+    yield bytes([1, 0, 0x51, 0xC0, 9]) + bytes(range(1, 10))
     for number in range(2, 41):
         kind, fixed = kinds[number % len(kinds)]
-        name = (f"Fan {number:02}" + "-more-to-it"[:number % 12])[:0 if number == 5 else 16].encode()
+        name = b"" if number == 5 else (b"Fan %02d" % number + b"-more-to-it"[:number % 12])[:16]
         # owner 0x20, LUN 0, sensor number; then values that tell the bytes of one record from those of another
         values = ((number + at) & 0x7F for at in range(fixed - 4))
-        body = bytes([0x20, 0, number, *values, 0xC0 | len(name)]) + name
-        records.append(bytes([number, 0, 0x51, kind, len(body)]) + body)
-    return records
+        yield bytes([number, 0, 0x51, kind, fixed + len(name), 0x20, 0, number, *values, 0xC0 | len(name)]) + name
+
+
+RECORDS = list(record_set())
 
 
 def sdr_bytes(text):
@@ -34,11 +35,8 @@ def sdr_bytes(text):
 
 
 def records_in(text):
-    raw, records = text.encode("latin-1"), []
-    while len(raw) > 4:
-        records.append(raw[:5 + raw[4]])
-        raw = raw[5 + raw[4]:]
-    return records
+    raw = text.encode("latin-1")
+    return [raw[:5 + raw[4]], *records_in(text[5 + raw[4]:])] if len(raw) > 4 else []
 
 
 def entry(number):
@@ -59,10 +57,8 @@ def log_of(held):
 
 def peer_reads(step, command, wanted, split, start):
     """Compared from this byte on: the BMC gives what is added an ID of its own, and entries a time."""
-    def cut(items):
-        return [item[start:] for item in items]
-
-    return step, READ.format(command), cut(wanted), lambda text: cut(split(text))
+    return (step, READ.format(command), [item[start:] for item in wanted],
+            lambda text: [item[start:] for item in split(text)])
 
 
 SDR = ("dump", DUMP.format("sdr"), lambda seen: records_in(seen["records"]), sdr_bytes)
@@ -78,26 +74,28 @@ def area(fixed, texts, codes):
     return summed((bytes([1, units]) + body).ljust(units * 8 - 1, b"\0"))
 
 
-def inventory(maker=b"Maker", custom=(), codes=(3,), internal=b""):
+LONGEST = [b"%02d" % number + b"x" * 61 for number in range(14)]
+
+
+def inventory(maker, codes=(3,), internal=b""):
     """A device's bytes: an internal use area, every other area, and records of several types and lengths."""
     codes, records = itertools.cycle(codes), b""
     for kind, form, content in ((0xC1, 2, bytes(range(11))), (0x00, 2, bytes(24)), (0xC2, 0x82, b"\xFF" * 255)):
         records += summed(bytes([kind, form, len(content), -sum(content) & 0xFF])) + content
-    areas = [
+    areas = [area(fixed, texts, codes) for fixed, texts in (
         (b"\x11", [b"CP", b"CS", b"custom one", b"two"]),
-        (b"\x19\x80\x1A\x9B", [maker, b"Board", b"B0001", b"P-100", b"", b"board custom", *custom]),
-        (b"\x19", [maker, b"Server", b"S-1", b"1.0", b"X0001", b"", b"", b"custom", b"another"])]
-    parts = [internal, *(area(fixed, texts, codes) for fixed, texts in areas), records]
+        (b"\x19\x80\x1A\x9B", [maker, b"Board", b"B0001", b"P-100", b"", b"board custom", *LONGEST]),
+        (b"\x19", [maker, b"Server", b"S-1", b"1.0", b"X0001", b"", b"", b"custom", b"another"]))]
+    parts = [internal, *areas, records]
     starts = itertools.accumulate(map(len, parts), initial=8)
     offsets = [start // 8 if part else 0 for start, part in zip(starts, parts)]
     return summed(bytes([1, *offsets, 0])) + b"".join(parts)
 
 
-LONGEST = [b"%02d" % number + b"x" * 61 for number in range(14)]
-OURS, EDITED = (inventory(maker, LONGEST).decode("latin-1") for maker in (b"Maker", b"MAKER"))
+OURS, EDITED = (inventory(maker).decode("latin-1") for maker in (b"Maker", b"MAKER"))
 READ_FRU = READ.format("fru read 0") + f" | head -c {len(OURS)}"
 # Odd type codes and an internal use area are what other tools write; we write type 3 and no internal area.
-OTHER = inventory(b"Maker", LONGEST, (3, 0, 1, 2), b"\1" + bytes(range(7)))
+OTHER = inventory(b"Maker", (3, 0, 1, 2), b"\1" + bytes(range(7)))
 
 
 def check_all(checks, bmc, entries, failure, before=(), after=(), files=()):
@@ -108,7 +106,7 @@ def check_all(checks, bmc, entries, failure, before=(), after=(), files=()):
     checks.guest(bmc, [
         *before, ("update", write_back.format(""), FRU_UPDATED),
         *both_paths(SDR, ("log", DUMP.format("sel"), lambda seen: log_of(seen["entries"]))),
-        peer_reads("records", "sdr dump", record_set(), records_in, 2),
+        peer_reads("records", "sdr dump", RECORDS, records_in, 2),
         peer_reads("entries", "sel writeraw", entries, entries_in, 10),
         ("read", READ_FRU, OURS), ("edit", edit, FRU_UPDATED), ("read edited", READ_FRU, EDITED), *after,
         ("write", WRITE, "writing SDR......\n" + failure)], files=files)
@@ -121,7 +119,7 @@ def all_of_qemu(checks):
     script = "".join(f"20 28 44 {record.hex()}\n" for record in [*entries, entries[0]]).encode()
     sample = Path(__file__).parent.parent.joinpath("data/sample.fru").read_bytes()
     sample = sample.replace(b"C8 'SRV00007'", b"CB 'NEW-SERIAL-'").replace(b"C9 'ASSET-123'", b"C0")
-    records, image = checks.file("sdr", b"".join(record_set())), checks.file("inventory", OTHER)
+    records, image = checks.file("sdr", b"".join(RECORDS)), checks.file("inventory", OTHER)
     bmc = qemu_bmc(sdrfile=records, fruareasize=4096, frudatafile=image)
     before = [("empty", DUMP.format("sel"), log_of("")),
               ("one more", "qarn --cfg fill | tail -n 2", "recv: 20 2C 44 C4 \n\n")]
@@ -137,20 +135,19 @@ def all_of_qemu(checks):
 def all_of_independent_simulator(checks):
     """It dies when it is asked for the state of an erase."""
     entries = [entry(number) for number in range(300)]
-    with ipmi_sim(record_set(), OTHER, entries) as bmc:
+    with ipmi_sim(RECORDS, OTHER, entries) as bmc:
         check_all(checks, bmc, entries, "Clear SDR Fail\n")
 
 
 def writing(checks):
     """Written over KCS from the binary form; dumped, edited and written back with --open, each record by its own ID."""
-    records = record_set()
     # a heading of 16 bytes, then each record with a mark and the length of the whole
-    binary = bytes(16) + b"".join(b"Z" + bytes([len(record) + 2]) + record for record in records)
-    renamed = [record.replace(b"Fan 03", b"Pump03") for record in records]
+    binary = bytes(16) + b"".join(b"Z" + bytes([len(record) + 2]) + record for record in RECORDS)
+    renamed = [record.replace(b"Fan 03", b"Pump03") for record in RECORDS]
     for how, partial_add in (("in parts", b"01"), ("whole", b"00")):
         with qarn_bmc(checks.bmc, "--state", checks.file("state", b"sdr.partial_add %s\n" % partial_add)) as bmc:
             checks.guest(bmc, [
                 ("write " + how, "qarn --nrst --sdr our.dat | tail -n +3", SDR_UPDATED), SDR, ("load", "load", ""),
-                peer_reads("records", "sdr dump", records, records_in, 2),
+                peer_reads("records", "sdr dump", RECORDS, records_in, 2),
                 ("write back " + how, "sed -i \"s/'Fan 03/'Pump03/\" sdr; " + WRITE, SDR_UPDATED),
                 peer_reads("renamed", "sdr dump", renamed, records_in, 2)], files={"work/our.dat": binary})

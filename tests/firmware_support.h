@@ -37,18 +37,17 @@ inline std::string srecords(uint32_t address, const std::string& bytes) {
 struct Flash {
   uint32_t base = 0xFFFFFFF0, size = 16, start = 0xFFFFFFF8;
   uint8_t block = 4, chunk = 1;
-  std::string content = "................";
 };
 
+// A fresh card; its flash holds a '.' in each byte.
 inline void serve_card(const Flash& flash) {
   sim::reset(sim::Kind::card);
-  sim::machine().bmc.card = {flash.base, flash.size, flash.start, flash.block, flash.chunk};
-  sim::machine().bmc.card.flash.assign(flash.content.begin(), flash.content.end());
-}
-
-// Old bytes only, in blocks of one chunk.
-inline Flash old_flash(uint32_t size, uint8_t block) {
-  return {0, size, 0, block, block, std::string(size, '.')};
+  sim::machine().bmc.card = {.flash_base = flash.base,
+                             .flash_size = flash.size,
+                             .update_start = flash.start,
+                             .block_size = flash.block,
+                             .chunk_size = flash.chunk,
+                             .flash = sim::Bytes(flash.size, '.')};
 }
 
 // What the flash holds.
@@ -86,15 +85,11 @@ struct Action {
   std::string option;
   std::string title;
   std::string path;
+  std::string exit_said = "OK\n";
+  std::string exit_asked = RESET;
 
   void says(const std::string& said, const std::string& asked,
             const std::string& faults = "") const {
-    says_and_leaves(said, asked, "OK\n", RESET, faults);
-  }
-  // The same when the way out differs: what it says and asks.
-  void says_and_leaves(const std::string& said, const std::string& asked,
-                       const std::string& exit_said, const std::string& exit_asked,
-                       const std::string& faults) const {
     sim::machine().bmc.faults = sim::faults(faults);
     const RunResult result = run({option, path});
     EXPECT_EQ(after_identity(result.out), title + " File " + path + "\nEnter Downloader......OK\n" +
@@ -106,16 +101,16 @@ struct Action {
 };
 
 inline Action save(const std::string& path) {
-  return {"--save", "Read firmware and Save to", path};
+  return {.option = "--save", .title = "Read firmware and Save to", .path = path};
 }
 
 inline Action verification(const std::string& path) {
-  return {"--verify", "Verify firmware with the", path};
+  return {.option = "--verify", .title = "Verify firmware with the", .path = path};
 }
 
 inline void updates(const std::string& path, const std::string& said, const std::string& asked,
                     const std::string& faults = "") {
-  const Action update = {"-u", "Update Firmware with", path};
+  const Action update = {.option = "-u", .title = "Update Firmware with", .path = path};
   update.says("Flashing now\n" + said, asked, faults);
 }
 

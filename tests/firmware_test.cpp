@@ -28,7 +28,7 @@ TEST(Update, sends_blocks_in_chunks) {
 // ports carry.
 TEST(Update, ends_with_the_image_or_with_the_flash) {
   const auto programs = [](const std::string& path, const std::string& programmed) {
-    serve_card(old_flash(0x2400, 128));
+    serve_card({.base = 0, .size = 0x2400, .start = 0, .block = 128, .chunk = 128});
     run({"-ou", path});
     EXPECT_EQ(flash_content(), programmed + std::string(0x2400 - programmed.size(), '.'));
   };
@@ -46,18 +46,16 @@ TEST(Update, sends_a_block_again_up_to_eight_times) {
                                                        {"answer bytes=0001", "sleep 1000000 "}};
   for (const auto& [fault, pause] : cases) {
     const std::string faults = fault + " netfn=8 cmd=5 times=";
-    std::string again[8];  // what follows so many ends of the block that fail
-    for (unsigned i = 1; i < 8; i++) {
-      const std::string wait_us = std::to_string(2000 + 10000 * i);
-      again[i] = again[i - 1] + pause + "chunk chunk chunk chunk sleep " + wait_us + " end ";
-    }
-    for (const unsigned times : {1U, 7U}) {
+    std::string asked = FIRST;
+    for (unsigned failures = 1; failures < 8; failures++) {
+      const std::string wait_us = std::to_string(2000 + 10000 * failures);
+      asked += pause + "chunk chunk chunk chunk sleep " + wait_us + " end ";
       serve_card({});
-      updates(RAW, ".OK\n", FIRST + again[times] + BLOCK, faults + std::to_string(times));
+      updates(RAW, ".OK\n", asked + BLOCK, faults + std::to_string(failures));
       EXPECT_EQ(flash_content(), UPDATED);
     }
     serve_card({});
-    fails_to_update(RAW, ".", FIRST + again[7], faults + "8");
+    fails_to_update(RAW, ".", asked, faults + "8");
     EXPECT_NE(flash_content(), UPDATED);
   }
 }
@@ -82,30 +80,34 @@ TEST(Update, refuses_what_does_not_fit_before_the_first_chunk) {
   const std::string none = "image: it has no data between update start and end of the flash";
   const Flash low = {.base = 0, .size = 0x2000, .start = 8};
   refuses(low, none, "01234567");
-  refuses(low, none, "S1051000AABB00\r\n");
-  refuses(low, none, srecords(0x2000, "behind the flash"));
+  refuses(low, none, srecords(0x2000, "after the flash"));
   refuses(low, "image: data at 00000007 is below the update start 00000008", srecords(7, "x"));
   refuses(low, "image: data at 00001FFA does not begin with a block of 4 bytes",
           srecords(8, "x") + srecords(0x1FFA, "x"));
 }
 
-TEST(Actions, say_what_differs_and_what_stopped_them) {
-  const std::string fifo = path_of("fifo.mot");
-  EXPECT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-  const std::string shut = "cannot open the data file: ";
-  serve_card({});
-  verification("missing").says(shut + "missing\n", "");
-  verification(fifo).says(shut + fifo + "\ncannot use the image: it is not a regular file\n", "");
+TEST(Verify, names_the_address_of_each_byte_that_differs) {
   const std::string portion = "information " + repeated(256, "read ");
+  serve_card({});
   verification(file_with("cut", "01234567......"))
       .says("Verify now\n.data wrong at E\ndata wrong at F\nOK\n", portion);
   verification(file_with("fw.mot", srecords(0xFFFFFFF8, "x......x")))
       .says("Verify now\n.data wrong at FFFFFFF8\ndata wrong at FFFFFFFF\nOK\n", portion);
-  save("/dev/full").says("cannot write the whole flash to /dev/full\n", portion);
+}
+
+TEST(Actions, name_what_stopped_them) {
   const std::string file = path_of("file");
+  const std::string fifo = path_of("fifo.mot");
+  EXPECT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const std::string shut = "cannot open the data file: ";
+  const std::string unknown = "cannot get flash update information\n";
+  serve_card({});
+  verification("missing").says(shut + "missing\n", "");
+  verification(fifo).says(shut + fifo + "\ncannot use the image: it is not a regular file\n", "");
+  save("/dev/full")
+      .says("cannot write the whole flash to /dev/full\n", "information " + repeated(256, "read "));
   save(file).says("cannot read the flash at FFFFFFF0\n", "information read ",
                   "shorten netfn=8 cmd=3 value=11");
-  const std::string unknown = "cannot get flash update information\n";
   save(file).says(unknown, "information ", "refuse netfn=8 cmd=1 value=9");
   EXPECT_EQ(content_of(file), "(no file)");
   fails_to_update(RAW, unknown, "information ", "shorten netfn=8 cmd=1 value=10");
@@ -126,44 +128,42 @@ TEST(Update, ends_with_the_address_of_the_chunk_or_block_that_is_not_taken) {
 TEST(Update, is_whole_or_over_at_once_and_repaired_by_the_next) {
   const struct {
     const char* request;
-    const char* fault;
+    unsigned before;           // requests that pass first
     const char* when_refused;  // the flash from the update's start on
     const char* when_power_is_cut;
-  } cases[] = {{"enter", "skip=0", "........", "........"},
-               {"information", "skip=1", "........", "........"},
-               {"first chunk", "skip=2", "........", "........"},
-               {"second chunk", "skip=3", "........", "s\xFF......"},
-               {"end of the first block", "skip=6", "stuvwxyz", "st......"},
-               {"first chunk of the second block", "skip=7", "stuv....", "stuv...."},
-               {"last chunk", "skip=10", "stuv....", "stuvwx.."},
-               {"end of the last block", "skip=11", "stuvwxyz", "stuvwx.."}};
-  const auto update = [](const std::string& faults, const std::string& programmed) {
-    serve_card({});
-    sim::machine().bmc.faults = sim::faults(faults);
-    const RunResult result = run({"-u", RAW});
-    EXPECT_EQ(flash_content(), "........" + programmed) << faults;
-    updates(RAW, ".OK\n", FIRST + BLOCK);
-    EXPECT_EQ(flash_content(), UPDATED) << faults;
-    return result;
-  };
-  for (const auto& [request, fault, when_refused, when_power_is_cut] : cases) {
-    const RunResult refused = update(std::string("refuse netfn=8 value=c0 ") + fault, when_refused);
-    EXPECT_EQ(refused.status, 0) << request;
-    EXPECT_TRUE(in_words(refused.traffic).ends_with(RESET)) << request;
-    const bool outside = refused.out.find(" Cannot enter downloader\n") != std::string::npos;
-    EXPECT_EQ(outside, request == std::string("enter"));
-    EXPECT_EQ(update(std::string("power_cut netfn=8 ") + fault, when_power_is_cut).status, 137);
+  } cases[] = {{"enter", 0, "........", "........"},
+               {"first chunk", 2, "........", "........"},
+               {"second chunk", 3, "........", "s\xFF......"},
+               {"end of the first block", 6, "stuvwxyz", "st......"},
+               {"first chunk of the second block", 7, "stuv....", "stuv...."},
+               {"end of the last block", 11, "stuvwxyz", "stuvwx.."}};
+  for (const auto& [request, before, when_refused, when_power_is_cut] : cases) {
+    for (const auto& [fault, programmed, status] :
+         {std::tuple("refuse value=c0", when_refused, 0), {"power_cut", when_power_is_cut, 137}}) {
+      serve_card({});
+      sim::machine().bmc.faults = sim::faults(fault + (" netfn=8 skip=" + std::to_string(before)));
+      const RunResult result = run({"-u", RAW});
+      EXPECT_EQ(result.status, status) << request;
+      EXPECT_EQ(in_words(result.traffic).ends_with(RESET), status == 0) << request;
+      EXPECT_EQ(result.out.find(" Cannot enter downloader\n") != std::string::npos,
+                before == 0 && status == 0);
+      EXPECT_EQ(flash_content(), std::string("........") + programmed) << fault << request;
+      updates(RAW, ".OK\n", FIRST + BLOCK);
+      EXPECT_EQ(flash_content(), UPDATED) << fault << request;
+    }
   }
 }
 
 TEST(Exit, resets_and_waits_until_the_card_runs_normally) {
-  const std::string polls = "cold_reset sleep 4000000 " + repeated(10, "sleep 2000000 identity ");
-  const std::string never = "Firmware cannot return normal state\n";
-  serve_card({});
-  const auto leaves = [](const std::string& said, const std::string& asked, const char* faults) {
-    save(".").says_and_leaves("cannot open the data file: .\n", "information ", said, asked,
-                              faults);
+  const auto leaves = [](const char* said, const std::string& asked, const char* faults) {
+    Action action = save(".");
+    action.exit_said = said;
+    action.exit_asked = asked;
+    action.says("cannot open the data file: .\n", "information ", faults);
   };
+  const std::string polls = "cold_reset sleep 4000000 " + repeated(10, "sleep 2000000 identity ");
+  const char never[] = "Firmware cannot return normal state\n";
+  serve_card({});
   leaves("OK\n", "cold_reset warm_" + RESET.substr(5), "refuse netfn=6 cmd=2 value=c3");
   leaves("Cannot exit downloader\n", "cold_reset warm_reset ",
          "refuse netfn=6 skip=1 times=0 value=c3");
@@ -173,21 +173,16 @@ TEST(Exit, resets_and_waits_until_the_card_runs_normally) {
 
 TEST(Save, writes_whole_portions_that_verify_takes_back) {
   const std::string path = path_of("whole");
-  const auto takes_portions = [&](uint32_t size, unsigned portions) {
-    serve_card({.base = 0U - size,
-                .size = size,
-                .start = 128U - size,
-                .block = 128,
-                .chunk = 32,
-                .content = noise(size)});
+  for (const auto& [size, portions] : {std::pair(4096U, 1U), {5000U, 2U}}) {
+    serve_card({.base = 0U - size, .size = size, .start = 128U - size, .block = 128, .chunk = 32});
+    const std::string content = noise(size);
+    sim::machine().bmc.card.flash.assign(content.begin(), content.end());
     const std::string asked = "information " + repeated(portions * 256, "read ");
     const std::string dots(portions, '.');
     save(path).says(dots, asked);
-    EXPECT_EQ(content_of(path), padded(noise(size), portions * 4096));
+    EXPECT_EQ(content_of(path), padded(content, portions * 4096));
     verification(path).says("Verify now\n" + dots + "OK\n", asked);
-  };
-  takes_portions(4096, 1);
-  takes_portions(5000, 2);
+  }
 }
 
 }  // namespace

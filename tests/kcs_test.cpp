@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "platform/platform.h"
 #include "tests/harness.h"
 #include "transport/bmc.h"
@@ -44,17 +46,19 @@ struct Kcs : testing::Test {
 };
 
 TEST_F(Kcs, a_response_is_read_whole_up_to_its_limit_with_the_accesses_it_must_cost) {
-  for (const unsigned length : {3U, 128U, 129U, 300U}) {
+  constexpr unsigned FOR_A_BYTE = 5;  // accesses, each way
+  constexpr unsigned OUT = 3 * FOR_A_BYTE + 10;
+  constexpr unsigned FULL = KCS_RESPONSE_ROOM;
+  for (const unsigned length : {3U, FULL, FULL + 1, 300U}) {
     machine().bmc.faults = sim::faults("answer bytes=" + times(length - 2, "5A"));
     machine().port_reads = machine().port_writes = 0;
     EXPECT_EQ(send({0x18, 0x46, 0x02}), KCS_OK);
-    const bool fits = length <= 128;
+    const bool fits = length <= FULL;
     EXPECT_EQ(KCS_Get_BMC_Resp(&response), fits ? KCS_OK : KCS_RESP_OVERFLOW) << length;
-    // Port accesses: 5 a byte and 10 for the request; 5 a byte and 4 for the response, or 2 if it
-    // is too long.
-    EXPECT_EQ(machine().port_reads + machine().port_writes, 25 + (fits ? 5 * length + 4 : 642));
+    const unsigned in = std::min(length, FULL) * FOR_A_BYTE + (fits ? 4 : 2);
+    EXPECT_EQ(machine().port_reads + machine().port_writes, OUT + in);
     EXPECT_EQ(response.length, fits ? length : 18) << "as it was";
-    EXPECT_EQ(received[fits ? length - 1 : 127], 0x5A);
+    EXPECT_EQ(received[fits ? length - 1 : FULL - 1], 0x5A);
     EXPECT_TRUE(works()) << "the rest of a long response must not spoil the next request";
   }
   EXPECT_EQ(sim::transcript(), times(4, "18 46 02\n18 01\n")) << "no pause if all goes well";
@@ -83,16 +87,15 @@ TEST_F(Kcs, init_from_any_state_and_an_error_at_any_byte_leave_the_interface_idl
     EXPECT_EQ(platform::inb(COMMAND) & 0xC1, 0) << "idle, and nothing left in the output buffer";
     EXPECT_TRUE(works());
   }
-  // At each byte of the request, 0 to 2, then of the response. The write transfer ends with the
-  // state in which the first byte of the response is offered.
-  for (unsigned at = 0; at < 3 + 19; at++) {
-    const bool reading = at >= 3;
-    const std::string byte = sim::hex_text({static_cast<uint8_t>(reading ? at - 3 : at)});
-    machine().bmc.faults =
-        sim::faults((reading ? "read_error value=" : "write_error value=") + byte);
-    EXPECT_EQ(send({0x18, 0x46, 0x02}), at <= 3 ? KCS_STATE_ERROR : KCS_OK) << at;
-    EXPECT_TRUE(at <= 3 || KCS_Get_BMC_Resp(&response) == KCS_STATE_ERROR) << at;
-    EXPECT_TRUE(works());
+  // The response's first byte is seen by the write transfer already.
+  for (const std::string kind : {"write_error", "read_error"}) {
+    for (uint8_t at = 0; at < (kind == "write_error" ? 3 : 19); at++) {
+      machine().bmc.faults = sim::faults(kind + " value=" + sim::hex_text({at}));
+      const bool fails_at_once = kind == "write_error" || at == 0;
+      EXPECT_EQ(send({0x18, 0x46, 0x02}), fails_at_once ? KCS_STATE_ERROR : KCS_OK) << kind << at;
+      EXPECT_TRUE(fails_at_once || KCS_Get_BMC_Resp(&response) == KCS_STATE_ERROR) << kind << at;
+      EXPECT_TRUE(works());
+    }
   }
 }
 
@@ -118,12 +121,13 @@ TEST_F(Kcs, a_wait_lasts_ten_seconds_beside_its_polls) {
 }
 
 TEST_F(Kcs, an_abort_ends_with_a_wait_that_fails_or_after_five_attempts) {
-  // Reads of the status: two in init, one when the abort begins, four in each attempt.
-  for (const unsigned good : {2U, 3U, 7U, 11U, 15U, 19U, 1000U}) {
+  constexpr uint8_t WRITING = 0x80, WRITING_BUSY = 0x82;
+  constexpr unsigned BEFORE = 3, OF_AN_ATTEMPT = 4;  // status reads
+  for (unsigned attempts = 0; attempts <= 5; attempts++) {
     sim::reset(sim::Kind::card);
-    machine().port_stream = Bytes(good, 0x80);
-    machine().port_stream.resize(2000, 0x82);
-    EXPECT_EQ(KCS_Intf_Init(COMMAND, DATA, 0), good < 19 ? KCS_TIMEOUT : KCS_ABORT_FAILED) << good;
+    machine().port_stream = Bytes(BEFORE + attempts * OF_AN_ATTEMPT, WRITING);
+    machine().port_stream.resize(2000, WRITING_BUSY);
+    EXPECT_EQ(KCS_Intf_Init(COMMAND, DATA, 0), attempts < 4 ? KCS_TIMEOUT : KCS_ABORT_FAILED);
   }
   EXPECT_EQ(sim::transcript(), times(5, "sleep 200000\n"));
 }

@@ -4,9 +4,7 @@
 #include <gtest/gtest.h>
 #include <filesystem>
 
-#include "platform/platform.h"
 #include "tests/harness.h"
-#include "transport/transaction.h"
 
 namespace {
 
@@ -75,13 +73,11 @@ struct Sdr : testing::Test {
 
 TEST_F(Sdr, are_read_sixteen_bytes_at_a_time_and_no_more_than_the_bmc_claims) {
   // Requests: reservation (2), record ID (2), offset, count.
-  const struct {
-    unsigned body_size;
-    const char* last_request;
-  } cases[] = {{0, "28 23 01 00 00 00 00 10\n"},   {11, "28 23 01 00 00 00 00 10\n"},
-               {27, "28 23 02 00 00 00 10 10\n"},  {28, "28 23 03 00 00 00 20 01\n"},
-               {245, "28 23 10 00 00 00 F0 0A\n"}, {255, "28 23 11 00 00 00 F4 10\n"}};
-  for (const auto& [size, last_request] : cases) {
+  const std::pair<unsigned, const char*> sizes[] = {{0, "28 23 01 00 00 00 00 10\n"},
+                                                    {28, "28 23 03 00 00 00 20 01\n"},
+                                                    {245, "28 23 10 00 00 00 F0 0A\n"},
+                                                    {255, "28 23 11 00 00 00 F4 10\n"}};
+  for (const auto& [size, last_request] : sizes) {
     hold({body(size)});
     EXPECT_TRUE(act("--sdrdump").ends_with(std::string("28 22\n") + last_request)) << size;
     // Compared as text, because the reader refuses a length over FF.
@@ -100,56 +96,39 @@ TEST_F(Sdr, are_read_sixteen_bytes_at_a_time_and_no_more_than_the_bmc_claims) {
   }
   // An ID with one byte FF is not yet the end of the chain.
   sdr->claimed = -1;
-  sdr->records = {{0x00FF, {0xFF, 0x00, 0x51, 0xC0, 0}},
-                  {0xFF00, {0x00, 0xFF, 0x51, 0xC0, 0}},
-                  {0xFFFE, {0xFE, 0xFF, 0x51, 0xC0, 0}}};
-  EXPECT_TRUE(act("--sdrdump", "", "--open").ends_with("28 23 03 00 FE FF 00 10\n"));
+  sdr->records = {{0x00FF, {0xFF, 0x00, 0x51, 0xC0, 0}}, {0xFFFE, {0xFE, 0xFF, 0x51, 0xC0, 0}}};
+  EXPECT_TRUE(act("--sdrdump", "", "--open").ends_with("28 23 02 00 FE FF 00 10\n"));
 }
 
 TEST_F(Sdr, dump_that_cannot_be_read_or_written_whole_is_no_file) {
-  const auto fails = [this](const char* faults, const std::string& said, const char* sent = "") {
-    EXPECT_TRUE(act("--sdrdump", faults).starts_with(said + "28 20\n" + sent)) << faults;
-    EXPECT_EQ(content_of(path), "(no file)") << faults;
-  };
+  const std::string second = "Get SDR Record 02 00 Fail\n28 20\n";
+  const std::pair<const char*, std::string> cases[] = {
+      {"refuse cmd=20 value=C0", "Get Sdr Repository Fail\n28 20\n"},
+      {"shorten cmd=20 value=E", "Get Sdr Repository Fail\n28 20\n"},
+      {"shorten cmd=23 skip=2 value=7", second},
+      {"shorten cmd=23 skip=2 value=12", second},
+      {"refuse cmd=23 skip=3 value=FF", second},
+      {"shorten cmd=23 skip=3 value=6", second},
+      // The second part of a record needs a reservation.
+      {"refuse cmd=22 times=0 value=C1",
+       "Get SDR Record 00 00 Fail\n28 20\n28 22\n28 23 00 00 00 00 00 10\n28 22\n"
+       "28 23 00 00 00 00 10 0"}};
   hold({Bytes(15), Bytes(15), Bytes(15)});
-  fails("refuse cmd=20 value=C0", "Get Sdr Repository Fail\n");
-  fails("shorten cmd=20 value=E", "Get Sdr Repository Fail\n");
-  fails("shorten cmd=23 skip=2 value=7", "Get SDR Record 02 00 Fail\n");
-  fails("shorten cmd=23 skip=2 value=12", "Get SDR Record 02 00 Fail\n");
-  fails("refuse cmd=23 skip=3 value=FF", "Get SDR Record 02 00 Fail\n");
-  fails("shorten cmd=23 skip=3 value=6", "Get SDR Record 02 00 Fail\n");
-  // The second part of a record needs a reservation.
-  fails("refuse cmd=22 times=0 value=C1", "Get SDR Record 00 00 Fail\n",
-        "28 22\n28 23 00 00 00 00 00 10\n28 22\n28 23 00 00 00 00 10 0");
+  for (const auto& [faults, said] : cases) {
+    EXPECT_TRUE(act("--sdrdump", faults).starts_with(said)) << faults;
+    EXPECT_EQ(content_of(path), "(no file)") << faults;
+  }
   for (const std::string& file : {std::string("/dev/full"), path_of("")}) {
     path = file;
     EXPECT_TRUE(act("--sdrdump").starts_with("Writting File " + file + " fail\n28 20\n")) << file;
   }
 }
 
-TEST_F(Sdr, that_were_read_stay_when_the_next_cannot_be_read_and_what_came_of_it_too) {
-  hold({body(20), body(20), body(20)});
-  sim::machine().bmc.faults = sim::faults("refuse cmd=23 skip=3 value=C0");
-  openIpmiFlag = 1;
-  driverHandle = platform::device_open("/dev/ipmi0");
-  sdr_repository repository{};
-  EXPECT_EQ(init_sdr(&repository), 0);
-  openIpmiFlag = 0;
-  const auto entries = entries_of(repository);
-  ASSERT_EQ(entries.size(), 2U);
-  Bytes begun = body(20);
-  std::fill(begun.begin() + 16 - SDR_HEADER_SIZE, begun.end(), uint8_t{0});
-  EXPECT_TRUE(std::ranges::equal(body_of(entries[0]), body(20)));
-  EXPECT_TRUE(std::ranges::equal(body_of(entries[1]), begun));
-  EXPECT_EQ(entries[1].record_id_ls, 2);
-  freespace(&repository);
-}
-
 TEST_F(Sdr, are_not_added_unless_the_erase_completes) {
   EXPECT_EQ(written({{1}}, "refuse cmd=27 value=C5"), "1 held, Clear SDR Fail");
-  EXPECT_EQ(written({{1}}, "refuse cmd=27 skip=1 value=C5"), "0 held, Clear SDR Fail");
-  EXPECT_EQ(written({{1}}, "shorten cmd=27 skip=1 value=1"), "0 held, Clear SDR Fail");
-  EXPECT_EQ(written({{1}}, "answer cmd=27 skip=1 bytes=0002"), "0 held, Clear SDR Fail");
+  for (const char* faults : {"refuse cmd=27 skip=1 value=C5", "shorten cmd=27 skip=1 value=1",
+                             "answer cmd=27 skip=1 bytes=0002"})
+    EXPECT_EQ(written({{1}}, faults), "0 held, Clear SDR Fail");
   sdr->erase_polls = 4;
   EXPECT_EQ(written({{1}}), "1 held, Update successfully");
   sdr->erase_polls = 5;
@@ -165,7 +144,6 @@ TEST_F(Sdr, failure_ends_the_writing_of_whole_records_but_not_of_parts) {
   sdr->first_id = 0x0102;
   EXPECT_EQ(written(three, "refuse cmd=25 skip=3 value=C4"), "2 held, Write Sdr Record 00 00 fail");
   EXPECT_EQ(written(three, "refuse cmd=25 skip=4 value=C4"), "2 held, Write Sdr Record 03 01 fail");
-  EXPECT_EQ(written(three, "shorten cmd=25 skip=3 value=2"), "2 held, Write Sdr Record 00 00 fail");
   // A BMC that takes the empty Partial Add has the command, too.
   EXPECT_EQ(written({Bytes(250)}, "answer cmd=25 bytes=00"), "1 held, Update successfully");
   // The answer to a record's last part need not repeat its ID.
@@ -206,17 +184,14 @@ TEST_F(Sdr, file_that_is_wrong_is_refused_with_its_place_and_costs_no_repository
   std::string many = "_SDR (\n";
   for (unsigned i = 0; i < 65536; i++) many += "_SDR_TYPE\n_REC_LEN 05\n01 00 51 C0 00\n";
   refuses("a", start + " 06\n01 00 51\n\nC0 02 AA\n)\n", "line 6" + fifth);
-  refuses("a", start + " 06\n01\n00\n51\nC0\n02\nAA\n)\n", "line 8" + fifth);
   refuses("a", start + " 06\n01 00\n_SDR_TYPE 01\n", "line 4" + fifth);
   refuses("a", start + " 06", "line 3" + fifth);
-  refuses("a", start + " 04\n", "line 3: record length under 05\n");
   refuses("a", start + "// 06\n", "line 3: record length under 05\n");
   refuses("a", start + " 0100\n", "line 3: record length over FF\n");
   refuses("a", start + " 1 00 00 00 00 06\n", "line 3: record length over FF\n");
   refuses("a", many, "line 196609: more than 65535 records\n");
   refuses("a.dat", HEAD + BLOCK + "Z\x09.", "offset 25: the block runs past the end of the file\n");
   refuses("a.dat", HEAD + "Z\x09\x01\x02\x51\xC0\x03\xAA\xBB", "offset 16" + fifth);
-  refuses(".", "", "");
   refuses("absent/a", "", "");
 }
 
@@ -230,13 +205,11 @@ TEST_F(Sdr, are_written_as_people_spell_them_and_from_binary_blocks_two_bytes_ap
   sends("a", "_SDR_TYPE\n" + other + begun + " AA BB", one);
   sends("a", begun + " AA\n_SDR_TYPE\n" + other, filled);
   sends("a", begun + " AA\nBB CC DD\nEE\n" + other, one);
-  sends("a", begun + " AA\n)\n" + other, filled);
   sends("a", "noise\n" + begun, "28 24 01 02 51 C0 02 00 00\n");
   sends("a", begun + " AA // " + std::string(3000, 'B') + "\nBB", one);
   sends("a.DAT", HEAD + "Z\x07xx" + BLOCK + BLOCK + "Z", one + one);
   sends("a.dat", HEAD + "Z\x08\x01\x02\x51\xC0\x01\xAA", "28 24 01 02 51 C0 01 AA\n");
   sends("a.dat", HEAD + "x" + BLOCK, "");
-  sends("a.dat", "", "");
   sends("a.data", HEAD + BLOCK, "");
 }
 
@@ -247,12 +220,10 @@ TEST_F(Sdr, text_has_a_byte_a_line_and_its_comments_from_util_dat_in_one_column)
   act("--sdrdump");
   EXPECT_EQ(sdr->records.size(), 6U);
   EXPECT_NE(content_of(path).find("// ID string type (bits 7..6) and length"), std::string::npos);
-  // A section that is opened again is continued; it takes 43 lines in all.
-  const std::string cut(1022, 'x');
+  // A section goes on where it stopped, and takes 43 lines in all.
   std::string comments =
       "<SDR_COMMENT_TYPE1>\r\n<SDR_COMMENT_TYPE2>\nno\n</SDR_COMMENT_TYPE2>\n<sdr_comment_TYPE1>\n"
-      "top\n\n</SDR_COMMENT_TYPE2>\n</SDR_COMMENT_TYPE1>\nno\n<SDR_COMMENT_TYPE1>\n" +
-      cut + cut + "\n";
+      "top\n\n</SDR_COMMENT_TYPE2>\n</SDR_COMMENT_TYPE1>\nno\n<SDR_COMMENT_TYPE1>\n";
   for (unsigned i = 0; i < 50; i++) comments += "line " + std::to_string(i) + "\n";
   hold({body(43, 43), body(15, 11)}, 0x01);
   sdr->records[2][3] = 0x12;
@@ -264,10 +235,11 @@ TEST_F(Sdr, text_has_a_byte_a_line_and_its_comments_from_util_dat_in_one_column)
   std::string text = content_of(path);
   while (text.find(blanks) != std::string::npos) text.replace(text.find(blanks), 35, "\t");
   EXPECT_TRUE(text.starts_with("_SDR (\n\n_SDR_TYPE    01\n"));
-  const std::string start = "41\t// top\n   42\n   43\t// </SDR_COMMENT_TYPE2>\n   44\t// " + cut;
-  EXPECT_NE(text.find("\n\n   " + start + "\n   45\t// xxx"), std::string::npos) << text;
+  EXPECT_NE(
+      text.find("\n\n   41\t// top\n   42\n   43\t// </SDR_COMMENT_TYPE2>\n   44\t// line 0\n"),
+      std::string::npos);
   EXPECT_EQ(text.substr(text.find("   C0\t")),
-            "   C0\t// line 37\n\n_SDR_TYPE    12\n_REC_LEN     14\n\n   02\t// Record ID LSB\n"
+            "   C0\t// line 39\n\n_SDR_TYPE    12\n_REC_LEN     14\n\n   02\t// Record ID LSB\n"
             "   00\t// Record ID MSB\n   51\t// SDR Version\n   12\t// Record Type\n"
             "   0F\t// Record Length\n\n   41\t// Device Slave Address\n   42\t// Channel Number\n"
             "   43\n   44\n   45\n   46\n   47\n   48\n   49\n   4A\n   C4\n"
