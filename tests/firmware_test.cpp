@@ -83,7 +83,7 @@ TEST(Update, refuses_what_does_not_fit_before_the_first_chunk) {
   const Flash low = {.base = 0, .size = 0x2000, .start = 8};
   refuses(low, none, "01234567");
   refuses(low, none, "S1051000AABB00\r\n");
-  refuses(low, none, srecords(0x2000, "behind the flash"));
+  refuses(low, none, srecords(0x2000, "after the flash"));
   refuses(low, "image: data at 00000007 is below the update start 00000008", srecords(7, "x"));
   refuses(low, "image: data at 00001FFA does not begin with a block of 4 bytes",
           srecords(8, "x") + srecords(0x1FFA, "x"));
