@@ -5,10 +5,10 @@
 #include <cstdio>
 
 // Opens `path` for reading if it leads to a regular file; anything else is not touched, nor waited
-// for. Null with errno otherwise; `*other` tells whether something else is there.
+// for. Null with errno otherwise; `*other` is true when something else is there.
 FILE* regular_open(const char* path, bool* other);
 
-// What tells that a file was changed after it was looked at.
+// What shows that a file was changed after it was looked at.
 struct File_state {
   bool known;  // false: it could not be looked at
   off_t size;

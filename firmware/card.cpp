@@ -15,7 +15,7 @@ static_assert(sizeof QARN_ACCESS_CODE == CODE_SIZE + 1);
 constexpr unsigned REQUEST_FLAGS = REQUEST_DATA + 4;
 constexpr unsigned REQUEST_CHUNK = REQUEST_DATA + 5;
 
-constexpr unsigned READ_BYTES = 5;  // of a response; one byte without use before it
+constexpr unsigned READ_BYTES = 5;  // where they begin in a response, after an unused byte
 
 // Flash update information, from RESPONSE_DATA on.
 constexpr unsigned INFORMATION_SIZE = 16;
@@ -28,7 +28,7 @@ constexpr uint8_t CHUNK_RECEIVED = 1;  // completion code
 constexpr uint8_t BLOCK_PROGRAMMED = 0;
 constexpr uint8_t BLOCK_AGAIN = 1;
 
-constexpr unsigned REVISION = 6;  // of the firmware; one later in an answer that is not App's
+constexpr unsigned REVISION = 6;  // index of the firmware revision; one more unless NetFn is App
 constexpr uint8_t UPDATING = 0x80;
 
 uint32_t number_at(std::span<const uint8_t> bytes, unsigned index) {

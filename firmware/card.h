@@ -14,7 +14,7 @@
 #include "firmware/flash.h"
 
 inline constexpr unsigned FLASH_READ_SIZE = 16;    // bytes of one Read flash
-inline constexpr unsigned FLASH_CHUNK_ROOM = 255;  // the card tells the size of a chunk in one byte
+inline constexpr unsigned FLASH_CHUNK_ROOM = 255;  // the size of a chunk is one byte
 
 // With the build's access code; false when it is refused.
 bool card_enter();
@@ -40,14 +40,14 @@ Chunk write_chunk(uint32_t address, uint8_t flags, std::span<const uint8_t> byte
 
 enum class Block {
   programmed,
-  again,    // the card wants the block once more
+  again,    // the card asks for the block once more
   refused,  // no answer, or one without an outcome
   failed,
 };
 
 Block end_block();
 
-// The completion code does not count, but what did not arrive is missing: then false.
+// The completion code does not count. False when fewer bytes arrive.
 bool read_flash_bytes(uint32_t address, std::span<uint8_t, FLASH_READ_SIZE> bytes);
 
 // Resets the card, cold or else warm; false when it refuses both.

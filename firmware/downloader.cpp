@@ -59,8 +59,8 @@ bool sizes_fit(const Flash_info& info) {
   return true;
 }
 
-// The last block may run past the end of the flash; past the last address its chunks would go to
-// the bottom of the address space.
+// The last block may run past the end of the flash, but not past the last address: its chunks would
+// go to address 0.
 bool blocks_fit(const Flash_info& info) {
   const uint64_t past = (flash_end(info) - info.update_start) % info.block_size;
   const uint64_t rest = past > 0 ? info.block_size - past : 0;
@@ -99,7 +99,7 @@ bool accepted(Chunk outcome, uint32_t address, bool last) {
   return false;
 }
 
-// Sends the chunks of one block: image data, or 0xFF while the image's next S-record is further up;
+// Sends the chunks of one block: image data, or 0xFF while the next S-record has a higher address;
 // the chunks without data all carry the block's address. A raw image always has data: its positions
 // are offsets from the flash's base, so that none is above the address it is meant for.
 bool send_chunks(uint32_t address, unsigned size, unsigned count) {
@@ -189,7 +189,7 @@ bool end_save() {
   return dump_close(fp);
 }
 
-// False when the flash could not be read; what cannot be written is seen by dump_close.
+// False when the flash could not be read; when the file cannot be written, dump_close returns that.
 bool copy_flash(const Flash_info& info) {
   uint8_t bytes[PORTION_SIZE];
   uint64_t address = info.flash_base;

@@ -45,15 +45,15 @@ int init_data(ImageBuffer* buffer);
 // Loads the next portion, from the file's position on, and prints one dot.
 void read_data(ImageBuffer* buffer);
 
-// Null while the image can be used; else why it cannot: the file could not be read, or it is not as
-// it was when it was opened and found sound.
+// Null while the image can be used; else why it cannot: the file could not be read, or it has
+// changed since it was opened and checked.
 const char* image_fault();
-// Reads through the open image: does an update of this flash place every byte of it at its own
-// address? False after one line that says why not. The position is at the start of the file
-// afterwards.
+// Reads the open image to its end. True when an update of this flash would place every byte of it
+// at its own address; false after one line that says why not. Then the position is at the file's
+// start.
 bool image_fits(const Flash_info& info);
-// Puts a raw image, which holds the flash from its base on, to the update start. False after one
-// line that says why not.
+// Moves the position in a raw image, which holds the flash from its base on, to the update start.
+// False after one line that says why not.
 bool image_seek(const Flash_info& info);
 // Closes fp.
 void close_image();

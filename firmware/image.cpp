@@ -43,13 +43,13 @@ bool check_records() {
   return false;
 }
 
-// At the end of the file eof is set only once a read has run into it. Returns whether the portion
-// holds data.
+// Sets eof only when the file ends within the portion, not when it ends with it. Returns whether
+// the portion holds data.
 bool fill_raw(ImageBuffer* buffer) {
   buffer->base = static_cast<uint32_t>(ftello(fp));
   buffer->pos = buffer->base;
   const size_t count = std::fread(buffer->bytes, 1, PORTION_SIZE, fp);
-  // A failed read may have touched what it did not count.
+  // A failed read may have changed bytes that it did not count.
   std::memset(buffer->bytes + count, ERASED, PORTION_SIZE - count);
   if (count < PORTION_SIZE) buffer->eof = 1;
   if (std::ferror(fp) != 0) unusable = NOT_READABLE;
@@ -77,8 +77,8 @@ bool fill_portion(ImageBuffer* buffer) {
   return filled;
 }
 
-// An update moves in whole blocks from `address` on, so data is programmed where it belongs only if
-// it begins a whole number of blocks further up.
+// An update advances from `address` in whole blocks: data gets to its own address only if it begins
+// a whole number of blocks after it.
 bool portion_fits(const ImageBuffer& portion, const Flash_info& info, uint64_t address) {
   if (portion.base < address) {
     flashprintf("cannot use the image: data at %08X is below the update start %08X\n", portion.base,
@@ -100,7 +100,7 @@ uint64_t flash_end(const Flash_info& info) {
 }
 
 int init_data(ImageBuffer* buffer) {
-  // A device or FIFO has no end or no way back, a directory no content: no images.
+  // Only a regular file can be an image: it has content, an end, and can be read again.
   bool other = false;
   fp = regular_open(flashfilename, &other);
   if (fp == nullptr) {

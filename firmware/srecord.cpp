@@ -187,7 +187,7 @@ bool srecord_fill(ImageBuffer* buffer) {
     if (buffer->pos - buffer->base >= PORTION_SIZE) break;
   }
   buffer->pos = buffer->base;
-  // A line that waits is data still to come.
+  // A line that is not wholly placed is data for another portion.
   if (reading.readFlag == 0 && (std::feof(file) != 0 || std::ferror(file) != 0)) buffer->eof = 1;
   return reading.fault == nullptr && std::ferror(file) == 0;
 }

@@ -8,8 +8,7 @@
 // with the line's number (from 1).
 const char* srecord_fault(FILE* file, unsigned* line_number);
 
-// Begins to read the file, whose position is at its start, in portions. What was kept of a reading
-// before is forgotten.
+// Begins to read the file, whose position is at its start, in portions. Forgets an earlier reading.
 void srecord_begin(FILE* file);
 // Fills one portion; sets base, pos and eof. False when a record cannot be placed.
 bool srecord_fill(ImageBuffer* buffer);
@@ -20,7 +19,7 @@ void srecord_end();
 bool srecord_placed();
 
 // Places one S-record line, NUL-terminated and without its line end. Any other line, and a record
-// that cannot be placed, is used up without an effect.
+// that cannot be placed, is dropped.
 void interpret_data(ImageBuffer* buffer, const char* line);
 // The byte that two hexadecimal digits denote; above 0xFF when one of them is none.
 unsigned convert(char c1, char c2);

@@ -49,8 +49,8 @@ void build_read(Read_request request, uint8_t id, size_t offset, size_t count) {
   set_range(request, offset, count);
 }
 
-// The bytes that the device returns, at least `needed`; null when fewer arrive. An area's checksum
-// is the judge of its bytes, whatever the completion code says of them.
+// The bytes that the device returns, at least `needed`; null when fewer arrive. The completion code
+// does not count: the checksum of the area shows whether its bytes are right.
 std::span<const uint8_t> read_chunk(Read_request request, size_t needed, Response* response) {
   exchange({request}, response);
   return response_part(*response, READ_DATA, static_cast<unsigned>(needed));
@@ -79,7 +79,8 @@ int read_area(fru_info* fru, const fru_layout& layout) {
   return parse_area(layout, area, area.size() - 1, fru, &unused);
 }
 
-// Fills `record`, whose length is known. One of whole chunks ends with a read of no bytes.
+// Fills `record`, whose length is known. When it is a whole number of chunks, a last read asks for
+// no bytes.
 bool read_inventory_record(uint8_t id, size_t position, std::span<uint8_t> record) {
   uint8_t request[FRU_READ_REQUEST];
   Response response;
@@ -102,8 +103,8 @@ bool record_sound(std::span<const uint8_t> record) {
              GetChecksum(record.first(FRU_RECORD_HEADER_CHECKSUM));
 }
 
-// Reads the record at `*position`, which moves to the next. Null on a fault, or when the record
-// does not lie in the first `size` bytes of the device.
+// Reads the record at `*position`, and sets that to the next one. Null on a fault, or when the
+// record does not lie in the first `size` bytes of the device.
 std::unique_ptr<fru_multirecord> take_record(uint8_t id, unsigned size, unsigned* position,
                                              bool* last) {
   if (*position + FRU_RECORD_HEADER > size) return nullptr;
@@ -139,7 +140,7 @@ int get_fru_dev(fru_dev* dev) {
   uint8_t ids[FRU_ID_LIST];
   uint32_t sizes[FRU_ID_LIST];
   unsigned count = getFruDeviceInfo(ids, sizes, FRU_ID_LIST);
-  // A device that hides from the probe may still be read.
+  // Device 0 is read even if it did not answer the probe.
   if (count < 1) {
     count = 1;
     ids[0] = 0;
@@ -180,7 +181,7 @@ int GetCommonHeader(fru_info* fru) {
   return 1;
 }
 
-// Its length is stored nowhere, so nothing says where its bytes end.
+// The length of an internal use area is stored nowhere, so nothing says where its bytes end.
 int GetInternalInforArea(fru_info* fru) {
   if (fru->common_header[FRU_HEADER_INTERNAL] == 0) return 1;
   fru->internal_format = 0;
@@ -207,7 +208,7 @@ int GetMultirecordInforArea(fru_info* fru) {
   const unsigned size = fru->inventory_size > 0 ? fru->inventory_size : FRU_ANY_SIZE;
   unsigned position = offset * FRU_UNIT;
   std::unique_ptr<fru_multirecord>* tail = &fru->multirecords;
-  // Zeros are records too, with checksums that hold: the device's size ends the list.
+  // Zeros look like records whose checksums are right: the size of the device ends the list.
   for (bool last = false; !last;) {
     progress("FRU", position, size);
     *tail = take_record(fru->dev_id, size, &position, &last);
@@ -239,7 +240,7 @@ int ReadFRUData(std::span<const uint8_t, FRU_READ_REQUEST> request,
     std::ranges::copy(data.first(part), area.subspan(stored).begin());
     reported += response.bytes[RESPONSE_DATA];
   }
-  // Another length than before: what was read is not the area.
+  // When the length is not the one that was read before, these bytes are not the area.
   return whole && area[FRU_AREA_LENGTH] != units ? -1 : reported;
 }
 

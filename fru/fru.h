@@ -105,7 +105,7 @@ struct fru_info {
   std::unique_ptr<fru_multirecord> multirecords;
   int32_t multirecord_count = 0;
 
-  uint32_t inventory_size = 0;  // bytes the device says it has; 0 = it does not say
+  uint32_t inventory_size = 0;  // bytes, as the device reports; 0 = it does not report a size
 };
 
 struct fru_dev {
@@ -124,8 +124,8 @@ struct fru_fault {
   const char* reason = "";
 };
 
-// The model. The destroy operations release everything however far it got, twice does no harm;
-// they return 1, destroy_fru_dev 0 when given none. The init operations expect nothing to release.
+// The model. The destroy operations release everything that is there, and may be called twice; they
+// return 1, destroy_fru_dev 0 for null. The init operations release nothing.
 void init_fru_dev(fru_dev* dev);
 int destroy_fru_dev(fru_dev* dev);
 void init_fru_info(fru_info* fru);

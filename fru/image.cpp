@@ -59,7 +59,7 @@ int take_custom_fields(const fru_layout& layout, Cursor* cursor, fru_info* fru, 
   return fault_at(fault, cursor->position, "the section has no end mark C1");
 }
 
-// An image as far as it is built; what does not fit is not stored and makes it unsound.
+// An image while it is built. What does not fit is not stored, and `sound` becomes false.
 struct Image {
   std::span<uint8_t, FRU_IMAGE_ROOM> room;
   size_t length;
@@ -80,7 +80,7 @@ void append_byte(Image* image, size_t byte) {
   append(image, value);
 }
 
-// Notes in the header that an area begins here.
+// Puts into the header that an area begins here.
 void begin_area(Image* image, unsigned header_byte) {
   const size_t offset = image->length / FRU_UNIT;
   if (offset > FRU_UNITS_LIMIT) image->sound = false;
@@ -112,7 +112,7 @@ size_t content_size(const fru_info& fru, const fru_layout& layout) {
   return size;
 }
 
-// An area without any content keeps a length that is large enough for it.
+// An area without any text keeps its length if that is large enough.
 void measure_area(fru_info* fru, const fru_layout& layout) {
   constexpr size_t END_MARK_AND_CHECKSUM = 2;
   const size_t content = content_size(*fru, layout);

@@ -1,4 +1,4 @@
-// Areas and records parsed by their layout, for everyone in this folder who has their bytes.
+// Parsers of areas and records, for the files of this folder.
 #pragma once
 #include "fru/layout.h"
 

@@ -1,4 +1,4 @@
-// How the model's areas are laid out, for everyone in this folder who reads or writes them.
+// How areas are laid out, for the files of this folder that read or write them.
 #pragma once
 #include "fru/fru.h"
 

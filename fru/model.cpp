@@ -1,11 +1,11 @@
-// The model: made, and released however far it got.
+// The model: it is made here, and released, also when it was filled only in part.
 #include <utility>
 
 #include "fru/layout.h"
 
 namespace {
 
-// Node by node: a list may have thousands, too many to release one inside the other.
+// One after the other: a list may have thousands, and a recursion would be too deep.
 template <typename Node>
 void release_list(std::unique_ptr<Node>* head) {
   while (*head) *head = std::move((*head)->next);

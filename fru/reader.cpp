@@ -17,7 +17,8 @@ constexpr unsigned SECTION_LIMIT = 2048;
 constexpr unsigned PIECES_LIMIT = 256;  // of the file, between two looks for a signal
 constexpr unsigned COMMON_LIMIT = 256;
 
-// Where in a block the lines stand. A section ends with the keyword of a later one.
+// The part of a device block that the next lines belong to. A section ends at the keyword of one
+// that comes later in this order.
 enum Block_state : unsigned {
   HEADER,
   COMMON,
@@ -79,7 +80,7 @@ struct Reader {
   unsigned pieces;
 };
 
-// The next line that carries something; false at the end of the file.
+// Reads the next line that is not empty; false at the end of the file.
 bool next_cleaned(Reader* reader) {
   while (next_line(&reader->lines)) {
     if (++reader->pieces % PIECES_LIMIT == 0) interrupt_point();
@@ -94,7 +95,7 @@ int refuse_at(unsigned line, const char* reason) {
   return 0;
 }
 
-// Blames the line of a byte; what is missing after the last byte is missed on the last line.
+// Refuses the file at the line of a byte, or at the last line for a byte after the last one.
 int refuse_byte(const Section& section, unsigned position, const char* reason) {
   const unsigned last = section.count - 1;
   return refuse_at(section.lines[position < last ? position : last], reason);
@@ -243,7 +244,7 @@ int read_blocks(Reader* reader) {
   }
   if (reader->lines.too_long || std::ferror(reader->lines.file) != 0) return 0;
   if (end_section(reader) != 1) return 0;
-  // A record that no block filled would erase the device it stands for.
+  // A record without a block would be written as an empty inventory over that of its device.
   if (reader->current + 1 < fru_count(*reader->dev)) {
     return refuse_at(reader->lines.number, "fewer device blocks than _DEV_ID lines");
   }

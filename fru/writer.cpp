@@ -65,7 +65,7 @@ void print_area(FILE* file, const fru_info& fru, const fru_layout& layout) {
   print_hex(file, fru.*layout.checksum);
 }
 
-// Each record begins on a new line; the last line of its data is left open.
+// Each record begins on a new line; its last line has no line end yet.
 void print_multirecord(FILE* file, const fru_multirecord& record, bool last) {
   std::fputc('\n', file);
   print_hex(file, record.type_id);

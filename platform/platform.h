@@ -36,7 +36,8 @@ int signals_pending();
 // Called where the run may stop. If a stop from the terminal has come, it does, until it is
 // continued.
 void signals_stop_here();
-// From true to false signals are let in: one is noted, and makes a blocking call fail with EINTR.
+// Between the call with true and the one with false a signal is noted, and a blocking call fails
+// with EINTR.
 void signals_let_in(bool in);
 // Ends the process by the signal, as a shell expects it to.
 [[noreturn]] void end_by_signal(int number);

@@ -21,7 +21,7 @@ struct VmLink {
 // answer. False when the connection is broken.
 bool take_byte(VmLink& link, uint8_t byte);
 
-// Tells the virtual machine when SMS_ATN has changed. False when the connection is broken.
+// Reports to the virtual machine when SMS_ATN has changed. False when the connection is broken.
 bool tell_attention(VmLink& link);
 
 }  // namespace sim

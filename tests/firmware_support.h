@@ -9,7 +9,7 @@
 #include "firmware/flash.h"
 #include "tests/harness.h"
 
-// Bytes that tell where they stand.
+// Bytes that differ from place to place.
 inline std::string noise(size_t count) {
   std::string bytes;
   while (bytes.size() < count) bytes += static_cast<char>(bytes.size() * 40503 >> 8);
@@ -75,7 +75,7 @@ inline std::string in_words(const std::string& traffic) {
   return words;
 }
 
-// The way out of the downloader, in words.
+// The requests and pauses of the way out of the downloader.
 inline const std::string RESET =
     "cold_reset sleep 4000000 sleep 2000000 identity sleep 2000000 identity ";
 

@@ -75,7 +75,7 @@ TEST(Fru, is_read_area_by_area_dumped_as_text_and_written_back_by_sixteen_bytes)
                  area({0x17}, {"CP-1", "CS123", ""}),
                  area({0x19, 0x80, 0x1A, 0x9B}, {"Maker", "Board", "B0001", "P-100", ""}),
                  multirecord(1, 0x72, {}), multirecord(0xC0, 0xF2, Bytes(10, 0x5A))}));
-  // A device that hides from the probe is read all the same.
+  // Device 0 is read even if it does not answer the probe.
   sim::machine().bmc.faults = sim::faults("refuse cmd=10 value=c1");
   const auto [said, sent] = outcome("--wfru", path_of("dump.fru"));
   EXPECT_EQ(said + content_of(path_of("dump.fru")), DUMPED + DUMP);
@@ -120,7 +120,7 @@ TEST(Fru, each_block_is_written_to_its_own_device) {
       updated(
           "_fru_title 'replaced'\n_FRU_TITLE 'one'\n_data_len 01 02 00 03\n_dev_id 07\n_BUS_ID 0A\n"
           "_ACCESS_LUN 3\nnothing\n_see_common // the pad is kept\n 01 FF FF FF FF FF 5A FF\n"
-          "_SEE_BOARD\n01 00\n_SEE_COMMON\n09\n"  // too late: bytes of an absent area
+          "_SEE_BOARD\n01 00\n_SEE_COMMON\n09\n"  // too late: bytes of the board area
           "_FRU_TITLE 'two'\n_DEV_ID 00\n_SEE_COMMON\n 02 00 00 00 00 00 00 00"),
       UPDATED +
           "28 10 07\n28 12 07 00 00 01 00 00 00 00 00 5A A5\n28 10 00\n"
