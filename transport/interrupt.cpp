@@ -60,7 +60,7 @@ void end_as_interrupted() {
 }  // namespace
 
 void hold_signals() {
-  under_way = Unfinished::nothing;
+  under_way = Unfinished::start;
   said = false;
   platform::signals_hold();
   at_process_end(end_as_interrupted);
