@@ -1,6 +1,7 @@
 // What must hold after a whole command.
 #include "fuzz/outcome.h"
 
+#include <cctype>
 #include <filesystem>
 
 #include "firmware/flash.h"
@@ -20,6 +21,14 @@ std::string content_of(const files::path& path) {
 
 bool said(const fuzz::Run& run, const char* text) {
   return run.result.err.find(text) != std::string::npos;
+}
+
+// Whether one reached the BMC; its line begins with a hexadecimal digit.
+bool any_request() {
+  const std::string lines = "\n" + sim::transcript();
+  return std::adjacent_find(lines.begin(), lines.end(), [](char end, char first) {
+           return end == '\n' && std::isxdigit(static_cast<unsigned char>(first)) != 0;
+         }) != lines.end();
 }
 
 bool is_firmware_action(const Options& options) {
@@ -130,6 +139,7 @@ void check_files(const fuzz::Run& run) {
 
 void fuzz::check(const Run& run) {
   require(run.parsed || sim::transcript().empty());
+  require(!said(run, "ended before the BMC was touched") || !any_request());
   check_files(run);
   check_card(run);
   check_interface(run);
