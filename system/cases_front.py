@@ -59,6 +59,23 @@ def users_and_passwords(checks):
         ])
 
 
+def passwords_are_forgotten(checks):
+    """While a run that has set passwords waits for the other end of a FIFO, other users cannot see them among its
+    arguments, and its memory has none."""
+    look = """mkfifo FIFO; qarn PATH ARGUMENTS --cfg FIFO >said 2>&1 & qarn=$!; until grep -q Rev: said; do usleep 9000; done; sleep 1
+tr '\\0' '\\n' </proc/$qarn/cmdline | grep -c -e passw0rd; cp /proc/$qarn/maps maps
+while read range rights rest; do case $rights in rw*)
+  first=$((0x${range%-*} / 4096)); dd if=/proc/$qarn/mem bs=4096 skip=$first count=$((0x${range#*-} / 4096 - first)) 2>dd
+esac; done <maps >memory; grep -c Rev: memory; grep -c -e passw -e w0rd memory; echo >FIFO; wait $qarn; rm FIFO"""
+    given = "--sp1=passw0rd1 --sp2=passw0rd2", "--sp1 --sp4 --prompt"
+    rows = [("fifo", "echo passw0rd1 >lines; echo passw0rd4 >>lines", "")]
+    with qarn_bmc(checks.bmc) as bmc:
+        for arguments in given:
+            rows += both_paths((arguments, look.replace("FIFO", "fifo").replace("ARGUMENTS", arguments + " <lines")
+                                .replace("PATH ", ""), "0\n1\n0\n"))
+        checks.guest(bmc, [row for row in dict((row[0], row) for row in rows).values()])
+
+
 def scripts(checks):
     """On the KCS path a request for another controller is bridged: its answer carries the LUN it was sent from, 2."""
     def answers(head, peer):
