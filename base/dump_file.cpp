@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <sys/random.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -22,6 +23,8 @@ constexpr mode_t MODE_BITS = 07777;
 constexpr mode_t SET_ID_BITS = 06000;
 constexpr mode_t OTHERS_BITS = 07;
 constexpr unsigned GROUP_SHIFT = 3;
+constexpr char ACCESS_LIST[] = "system.posix_acl_access";
+constexpr size_t ACCESS_LIST_SIZE = 8192;  // some thousand users and groups
 
 enum class Way { none, standard_output, direct, beside };
 
@@ -80,6 +83,20 @@ int create_temporary() {
   return -1;
 }
 
+// With an access list, the group's bits of the mode are no more than its limit. False when there is
+// one that cannot be taken over, or none can be looked for.
+bool take_over_access_list(int handle) {
+  const int old = openat(dump.target.folder, dump.target.name,
+                         O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NOFOLLOW | O_NONBLOCK);
+  if (old < 0) return false;
+  char list[ACCESS_LIST_SIZE];
+  const ssize_t size = fgetxattr(old, ACCESS_LIST, list, sizeof list);
+  const bool none = size < 0 && (errno == ENODATA || errno == EOPNOTSUPP);
+  close(old);
+  return none ||
+         (size >= 0 && fsetxattr(handle, ACCESS_LIST, list, static_cast<size_t>(size), 0) == 0);
+}
+
 // The new file is as open to others as the old one, never more.
 bool take_over_rights(int handle, const struct stat& old) {
   mode_t mode = old.st_mode & MODE_BITS;
@@ -88,7 +105,8 @@ bool take_over_rights(int handle, const struct stat& old) {
   if (!owner_kept && fchown(handle, static_cast<uid_t>(-1), old.st_gid) != 0) {
     mode = (mode & ~(OTHERS_BITS << GROUP_SHIFT)) | (mode & OTHERS_BITS) << GROUP_SHIFT;
   }
-  return fchmod(handle, mode) == 0;
+  if (fchmod(handle, mode) != 0) return false;
+  return take_over_access_list(handle) || fchmod(handle, mode & ~(OTHERS_BITS << GROUP_SHIFT)) == 0;
 }
 
 void remove_temporary() {
