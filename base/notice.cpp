@@ -7,13 +7,17 @@
 #include "base/progress.h"
 
 int hintFlag = 0;
+int strictFlag = 0;
 
 namespace {
 
-void print_line(const char* format, va_list arguments) {
+bool warned = false;
+bool failed = false;
+
+void print_line(const char* prefix, const char* format, va_list arguments) {
   progress_end();
   std::fflush(stdout);  // earlier output must stand before it
-  std::fputs("qarn: ", stderr);
+  std::fputs(prefix, stderr);
   std::vfprintf(stderr, format, arguments);
   std::fputc('\n', stderr);
 }
@@ -23,7 +27,7 @@ void print_line(const char* format, va_list arguments) {
 void notice(const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  print_line(format, arguments);
+  print_line("qarn: ", format, arguments);
   va_end(arguments);
 }
 
@@ -31,6 +35,45 @@ void hint(const char* format, ...) {
   if (hintFlag == 0) return;
   va_list arguments;
   va_start(arguments, format);
-  print_line(format, arguments);
+  print_line("qarn: ", format, arguments);
   va_end(arguments);
+}
+
+void warning(const char* format, ...) {
+  warned = true;
+  if (!warnings_wanted()) return;
+  va_list arguments;
+  va_start(arguments, format);
+  print_line("qarn: warning: ", format, arguments);
+  va_end(arguments);
+}
+
+bool warnings_wanted() {
+  return hintFlag != 0 || strictFlag != 0;
+}
+
+bool warnings_refuse() {
+  return warned && strictFlag != 0;
+}
+
+void step_failed(const char* format, ...) {
+  failed = true;
+  if (strictFlag == 0) return;
+  va_list arguments;
+  va_start(arguments, format);
+  print_line("qarn: ", format, arguments);
+  va_end(arguments);
+}
+
+void hint_failed(const char* format, ...) {
+  failed = true;
+  if (!warnings_wanted()) return;
+  va_list arguments;
+  va_start(arguments, format);
+  print_line("qarn: ", format, arguments);
+  va_end(arguments);
+}
+
+bool any_step_failed() {
+  return failed;
 }

@@ -29,6 +29,11 @@ FILE* regular_open(const char* path, bool* other) {
   return nullptr;
 }
 
+bool is_regular(FILE* file) {
+  struct stat status;
+  return fstat(fileno(file), &status) == 0 && S_ISREG(status.st_mode);
+}
+
 File_state file_state(FILE* file) {
   struct stat status;
   if (fstat(fileno(file), &status) != 0) return {};

@@ -8,6 +8,8 @@
 // for. Null with errno otherwise; `*other` is true when something else is there.
 FILE* regular_open(const char* path, bool* other);
 
+bool is_regular(FILE* file);
+
 // What shows that a file was changed after it was looked at.
 struct File_state {
   bool known;  // false: it could not be looked at

@@ -35,7 +35,8 @@ int reason_of_failure() {
 void tell_of_failure() {
   const bool flushed = std::fflush(stdout) == 0;
   int reason = flushed ? 0 : errno;
-  if ((flushed && std::ferror(stdout) == 0) || isatty(STDERR_FILENO) == 0) return;
+  if (flushed && std::ferror(stdout) == 0) return;
+  if (strictFlag == 0 && isatty(STDERR_FILENO) == 0) return;
   if (reason == 0) reason = reason_of_failure();
   if (reason == 0) {
     notice("standard output could not be written");
@@ -51,4 +52,8 @@ void prepare_standard_streams() {
     if (fcntl(stream, F_GETFD) < 0 && errno == EBADF) open_null(stream);
   }
   at_process_end(tell_of_failure);
+}
+
+bool output_lost() {
+  return std::fflush(stdout) != 0 || std::ferror(stdout) != 0;
 }

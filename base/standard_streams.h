@@ -6,3 +6,6 @@
 // could not be written, but only when standard error is a terminal. Call it before any file is
 // opened.
 void prepare_standard_streams();
+
+// Writes out what is left. True when not all of standard output could be written.
+bool output_lost();

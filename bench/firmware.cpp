@@ -35,7 +35,8 @@ void parse(benchmark::State& state) {
     std::rewind(file);
     srecord_begin(file);
     unsigned line = 0;
-    if (whole) benchmark::DoNotOptimize(srecord_fault(file, &line));
+    uint64_t end = 0;
+    if (whole) benchmark::DoNotOptimize(srecord_fault(file, &line, &end));
     data.eof = 0;
     while (!whole && data.eof == 0) srecord_fill(&data);
   }

@@ -1,10 +1,15 @@
 // What is done in the card's downloader: in, program, compare or save the flash, and out by a
 // reset.
 #include <array>
+#include <cerrno>
+#include <cstring>
 
 #include "base/dump_file.h"
+#include "base/error_text.h"
+#include "base/notice.h"
 #include "firmware/card.h"
 #include "platform/platform.h"
+#include "transport/completion.h"
 #include "transport/interrupt.h"
 
 namespace {
@@ -28,11 +33,13 @@ constexpr auto ERASED_CHUNK = [] {
 bool find_flash(Flash_info* info) {
   if (get_flash_information(info)) return true;
   flashprintf("cannot get flash update information\n");
+  keep_refusal("the flash update information: %s", failure_text());
   return false;
 }
 
 bool refuse_flash(const char* why) {
   flashprintf("cannot use the flash update information: %s\n", why);
+  keep_refusal("the flash update information: %s", why);
   return false;
 }
 
@@ -75,8 +82,10 @@ bool portion_used_up() {
 bool next_portion() {
   read_data(&data);
   const char* fault = image_fault();
-  if (fault != nullptr) flashprintf("cannot use the image: %s any more\n", fault);
-  return fault == nullptr;
+  if (fault == nullptr) return true;
+  flashprintf("cannot use the image: %s any more\n", fault);
+  keep_refusal("%s", fault);
+  return false;
 }
 
 uint8_t chunk_flags(unsigned index, unsigned count) {
@@ -95,6 +104,7 @@ std::span<const uint8_t> next_bytes(unsigned size) {
 bool accepted(Chunk outcome, uint32_t address, bool last) {
   if (outcome == Chunk::stored || (outcome == Chunk::received && last)) return true;
   const bool received = outcome == Chunk::received;
+  keep_refusal("writing the flash at %08X: %s", address, failure_text());
   flashprintf(received ? "write data error at %08X\n" : "Cannot write data at %08X\n", address);
   return false;
 }
@@ -130,13 +140,20 @@ int program_blocks(const Flash_info& info) {
   return 1;
 }
 
+// A longer image is only warned of: its end is left out. False when that ends the run.
+bool accept_size(const Flash_info& info) {
+  if (image_end(info) <= flash_end(info)) return true;
+  warning("%s: the image goes on after the end of the flash", flashfilename);
+  return !warnings_refuse();
+}
+
 int program_image() {
   if (interrupted()) return 0;
   flashprintf("Flashing now\n");
   Flash_info info;
   if (!find_flash(&info)) return 0;
   if (!sizes_fit(info) || !start_fits(info) || !blocks_fit(info) || !image_fits(info)) return 0;
-  return program_blocks(info);
+  return accept_size(info) ? program_blocks(info) : 0;
 }
 
 // Reads PORTION_SIZE bytes of the flash; false after a message, or when the run is to end.
@@ -146,6 +163,7 @@ bool read_portion(uint64_t address, std::span<uint8_t, PORTION_SIZE> bytes) {
     if (interrupted()) return false;
     if (read_flash_bytes(from, bytes.subspan(i).first<FLASH_READ_SIZE>())) continue;
     flashprintf("cannot read the flash at %08X\n", from);
+    keep_refusal("reading the flash at %08X: %s", from, failure_text());
     return false;
   }
   return true;
@@ -154,14 +172,18 @@ bool read_portion(uint64_t address, std::span<uint8_t, PORTION_SIZE> bytes) {
 int compare_flash(const Flash_info& info) {
   uint8_t bytes[PORTION_SIZE];
   uint64_t address = info.update_start;
+  unsigned long wrong = 0;
   if (!image_seek(info)) return 0;
   do {
     if (!next_portion() || !read_portion(address, bytes)) return 0;
     address += PORTION_SIZE;
     for (unsigned j = 0; j < PORTION_SIZE; j++) {
-      if (bytes[j] != data.bytes[j]) std::printf("data wrong at %X\n", data.base + j);
+      if (bytes[j] == data.bytes[j]) continue;
+      std::printf("data wrong at %X\n", data.base + j);
+      wrong++;
     }
   } while (address < flash_end(info));
+  if (wrong > 0) keep_refusal("%lu bytes of the flash are not those of the image", wrong);
   return 1;
 }
 
@@ -169,7 +191,7 @@ int verify_image() {
   if (interrupted()) return 0;
   flashprintf("Verify now\n");
   Flash_info info;
-  if (!find_flash(&info) || !start_fits(info)) return 0;
+  if (!find_flash(&info) || !start_fits(info) || !accept_size(info)) return 0;
   return compare_flash(info);
 }
 
@@ -210,6 +232,7 @@ int enter_downloader() {
   std::fflush(stdout);
   if (!card_enter()) {
     flashprintf(" Cannot enter downloader\n");
+    step_failed("entering the downloader: %s", failure_text());
     return 0;
   }
   flashprintf("OK\n");
@@ -222,6 +245,7 @@ int exit_downloader() {
   std::fflush(stdout);
   if (!card_reset()) {
     flashprintf("Cannot exit downloader\n");
+    step_failed("leaving the downloader: %s", failure_text());
     return 0;
   }
   platform::sleep(RESET_S);
@@ -232,6 +256,7 @@ int exit_downloader() {
     return 1;
   }
   std::puts("Firmware cannot return normal state");
+  step_failed("leaving the downloader: the BMC does not come back");
   return 0;
 }
 
@@ -247,16 +272,19 @@ int write_line(uint32_t address, unsigned block_size, unsigned chunk_size) {
     if (outcome == Block::programmed) return 1;
     if (outcome == Block::failed) {
       flashprintf("Write Error\n");
+      keep_refusal("the card cannot program the block at %08X", address);
       return 0;
     }
     data.pos = block_pos;
     if (left > 1) platform::sleep(outcome == Block::again ? AGAIN_S : REFUSED_S);
     wait_us += BLOCK_WAIT_MORE_US;
   }
+  keep_refusal("the card does not take the block at %08X", address);
   return 0;
 }
 
 int program_firmware() {
+  forget_refusal();
   if (init_data(&data) == 0) return 0;
   const int result = program_image();
   close_image();
@@ -265,6 +293,7 @@ int program_firmware() {
 }
 
 int verify_firmware() {
+  forget_refusal();
   if (init_data(&data) == 0) return 0;
   const int result = verify_image();
   close_image();
@@ -273,16 +302,19 @@ int verify_firmware() {
 }
 
 void read_flash() {
+  forget_refusal();
   Flash_info info;
   if (interrupted() || !find_flash(&info) || !extent_fits(info)) return;
   fp = begin_save();
   if (fp == nullptr) {
+    keep_refusal("%s", std::strerror(errno));
     flashprintf("cannot open the data file: %s\n", flashfilename);
     return;
   }
   if (!copy_flash(info)) {
     dump_drop(fp);
   } else if (!end_save()) {
+    keep_refusal("%s", std::strerror(errno));
     flashprintf("cannot write the whole flash to %s\n", flashfilename);
   }
   fp = nullptr;

@@ -52,13 +52,19 @@ const char* image_fault();
 // at its own address; false after one line that says why not. Then the position is at the file's
 // start.
 bool image_fits(const Flash_info& info);
+// The address after the last byte of the open image.
+uint64_t image_end(const Flash_info& info);
+// Warns of signs of a mistake in an image of S-records, and prints nothing else.
+void look_at_image(const char* path);
 // Moves the position in a raw image, which holds the flash from its base on, to the update start.
 // False after one line that says why not.
 bool image_seek(const Flash_info& info);
 // Closes fp.
 void close_image();
 
-// What is done in the card's downloader, step by step. Each prints its own messages.
+// What is done in the card's downloader, step by step. Each prints its own messages; of the three
+// that take a file, refusal() then says why it was not done, or what the comparison found, else it
+// is empty.
 int enter_downloader();  // 1 when the card accepted the access code, else 0
 int exit_downloader();   // 1 when the BMC is back in normal operation, else 0
 int program_firmware();  // 1 when the image was programmed, else 0

@@ -1,9 +1,12 @@
 // The firmware image, in portions of 4096 bytes.
+#include <cerrno>
 #include <cstring>
 
+#include "base/error_text.h"
 #include "base/regular_file.h"
 #include "firmware/flash.h"
 #include "firmware/srecord.h"
+#include "textfile/signs.h"
 
 const char* flashfilename = "";
 FILE* fp = nullptr;
@@ -18,13 +21,19 @@ constexpr char CHANGED[] = "it is not the file that was checked";
 
 const char* unusable = nullptr;  // why the image is of no use any more
 File_state checked;              // the file that was found sound
+uint64_t records_end;            // the address after the last byte of its S-records
 
 bool ends_in(const char* name, const char* extension) {
   const char* found = std::strstr(name, extension);
   return found != nullptr && found[std::strlen(extension)] == '\0';
 }
 
+int format_of(const char* name) {
+  return ends_in(name, ".mot") && !ends_in(name, ".bin") ? FORMAT_SRECORD : FORMAT_RAW;
+}
+
 bool refuse_image(const char* why) {
+  keep_refusal("%s", why);
   flashprintf("cannot use the image: %s\n", why);
   return false;
 }
@@ -37,8 +46,9 @@ void rewind_image() {
 
 bool check_records() {
   unsigned line = 0;
-  const char* why = srecord_fault(fp, &line);
+  const char* why = srecord_fault(fp, &line, &records_end);
   if (why == nullptr) return true;
+  keep_refusal("line %u: %s", line, why);
   flashprintf("cannot use the image: line %u: %s\n", line, why);
   return false;
 }
@@ -81,11 +91,13 @@ bool fill_portion(ImageBuffer* buffer) {
 // a whole number of blocks after it.
 bool portion_fits(const ImageBuffer& portion, const Flash_info& info, uint64_t address) {
   if (portion.base < address) {
+    keep_refusal("its data at %08X is below the update start", portion.base);
     flashprintf("cannot use the image: data at %08X is below the update start %08X\n", portion.base,
                 info.update_start);
     return false;
   }
   if ((portion.base - address) % info.block_size != 0) {
+    keep_refusal("its data at %08X does not begin with a block", portion.base);
     flashprintf("cannot use the image: data at %08X does not begin with a block of %u bytes\n",
                 portion.base, info.block_size);
     return false;
@@ -104,14 +116,13 @@ int init_data(ImageBuffer* buffer) {
   bool other = false;
   fp = regular_open(flashfilename, &other);
   if (fp == nullptr) {
+    keep_refusal("%s", std::strerror(errno));
     flashprintf("cannot open the data file: %s\n", flashfilename);
     if (other) refuse_image("it is not a regular file");
     return 0;
   }
   checked = file_state(fp);
-  format = FORMAT_RAW;
-  if (ends_in(flashfilename, ".mot")) format = FORMAT_SRECORD;
-  if (ends_in(flashfilename, ".bin")) format = FORMAT_RAW;
+  format = format_of(flashfilename);
   std::memset(buffer, 0, sizeof *buffer);
   if (format == FORMAT_SRECORD && !check_records()) {
     close_image();
@@ -119,6 +130,22 @@ int init_data(ImageBuffer* buffer) {
   }
   rewind_image();
   return 1;
+}
+
+uint64_t image_end(const Flash_info& info) {
+  if (format == FORMAT_SRECORD) return records_end;
+  return uint64_t{info.flash_base} + static_cast<uint64_t>(checked.size);
+}
+
+void look_at_image(const char* path) {
+  bool other = false;
+  if (format_of(path) != FORMAT_SRECORD) return;
+  FILE* file = regular_open(path, &other);
+  if (file == nullptr) return;
+  File_signs signs = {};
+  note_record_signs(file, &signs);
+  std::fclose(file);
+  tell_signs(signs, path);
 }
 
 void read_data(ImageBuffer* buffer) {

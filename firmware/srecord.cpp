@@ -13,6 +13,7 @@
 #include <span>
 #include <string_view>
 
+#include "textfile/signs.h"
 #include "transport/interrupt.h"
 
 namespace {
@@ -82,6 +83,8 @@ bool read_line(FILE* file, std::span<char, RECORD_ROOM + 1> line) {
   return true;
 }
 
+constexpr char END_RECORD[] = "S7";
+
 bool is_data_record(std::string_view line) {
   return line.starts_with("S3");
 }
@@ -110,6 +113,16 @@ const char* parse_record(std::string_view line, Data_record* record) {
   return nullptr;
 }
 
+// The bytes of a sound record, its count and its checksum included, sum up to FF.
+bool checksum_holds(std::string_view line) {
+  const unsigned count = convert(line[COUNT_DIGITS], line[COUNT_DIGITS + 1]);
+  unsigned sum = count;
+  for (size_t i = 0; i < count; i++) {
+    sum += convert(line[ADDRESS_DIGITS + 2 * i], line[ADDRESS_DIGITS + 2 * i + 1]);
+  }
+  return (sum & 0xFF) == 0xFF;
+}
+
 unsigned data_bytes(const Data_record& record) {
   return static_cast<unsigned>(record.digits.size() / 2);
 }
@@ -130,19 +143,32 @@ unsigned convert(char c1, char c2) {
   return high << 4 | low;
 }
 
-const char* srecord_fault(FILE* file, unsigned* line_number) {
+const char* srecord_fault(FILE* file, unsigned* line_number, uint64_t* end) {
   char line[RECORD_ROOM + 1];
-  uint64_t next = 0;
+  *end = 0;
   *line_number = 1;
   for (; read_line(file, line); ++*line_number) {
     Data_record record;
     if (*line_number % LINES_UNSEEN == 0 && interrupted()) return INTERRUPTED;
     if (!is_data_record(line)) continue;
     const char* reason = parse_record(line, &record);
-    if (reason == nullptr) reason = check_order(record, &next);
+    if (reason == nullptr) reason = check_order(record, end);
     if (reason != nullptr) return reason;
   }
   return std::ferror(file) != 0 ? FILE_NOT_READABLE : nullptr;
+}
+
+void note_record_signs(FILE* file, File_signs* signs) {
+  char line[RECORD_ROOM + 1];
+  bool ended = false;
+  for (unsigned number = 1; read_line(file, line); number++) {
+    if (number % LINES_UNSEEN == 0) interrupt_point();
+    ended = ended || std::string_view(line).starts_with(END_RECORD);
+    Data_record unused;
+    const bool sound = is_data_record(line) && parse_record(line, &unused) == nullptr;
+    if (sound && !checksum_holds(line)) note_sign(signs, Sign::wrong_checksum, number);
+  }
+  if (!ended) note_sign(signs, Sign::no_end_record, 0);
 }
 
 void srecord_begin(FILE* file) {

@@ -4,9 +4,13 @@
 
 #include "firmware/flash.h"
 
-// Reads the file through from its start. Null when every data record can be placed; else why not,
-// with the line's number (from 1).
-const char* srecord_fault(FILE* file, unsigned* line_number);
+// Reads the file through from its start. Null when every data record can be placed, with the
+// address after the last byte; else why not, with the line's number (from 1).
+const char* srecord_fault(FILE* file, unsigned* line_number, uint64_t* end);
+
+struct File_signs;
+// Reads the file through: notes wrong checksums, and an end record that is missing.
+void note_record_signs(FILE* file, File_signs* signs);
 
 // Begins to read the file, whose position is at its start, in portions. Forgets an earlier reading.
 void srecord_begin(FILE* file);

@@ -3,11 +3,13 @@
 
 #include <arpa/inet.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "base/error_text.h"
+#include "base/notice.h"
 #include "base/process_end.h"
 #include "firmware/flash.h"
 #include "frontend/operations.h"
@@ -17,12 +19,14 @@
 #include "platform/platform.h"
 #include "sdr/sdr.h"
 #include "sel/sel.h"
+#include "textfile/cfg.h"
 #include "transport/interrupt.h"
 
 int resetFlag = 1;
 
 namespace {
 
+constexpr int STATUS_REFUSED = 1;
 constexpr int STATUS_FRU_FAILED = 1;
 
 [[noreturn]] void end_fru_action(fru_dev* dev) {
@@ -35,6 +39,7 @@ bool load_sdr_file(const char* path, sdr_repository* repository) {
   const Signals_let_in while_reading;
   const bool loaded = FileToSdr(path, repository) == 1;
   interrupt_point();
+  if (warnings_refuse()) end_process(STATUS_REFUSED);
   return loaded;
 }
 
@@ -51,7 +56,14 @@ bool write_dump(int (*write)(const char*, const Content*), const char* path,
                 const Content& content) {
   interrupt_point();
   const Signals_let_in while_writing;
-  return write(path, &content) == 1;
+  const bool whole = write(path, &content) == 1;
+  if (!whole) keep_refusal("%s", std::strerror(errno));
+  return whole;
+}
+
+// Says why; nothing when it was said already.
+void file_failed(const char* path) {
+  if (refusal()[0] != '\0') hint_failed("%s: %s", path, refusal());
 }
 
 int leave_downloader() {
@@ -84,6 +96,7 @@ void sdrUpdate(const char* path) {
     platform::sleep(1);
   } else {
     std::printf("load sdr file %s failed\n", path);
+    file_failed(path);
   }
   if (resetFlag != 0) resetBMC();
   now_under_way(Unfinished::nothing);
@@ -96,6 +109,7 @@ void sdrDump(const char* path) {
     std::puts(err_message);
   } else if (!write_dump(SdrToFile, path, repository)) {
     std::printf("Writting File %s fail\n", path);
+    file_failed(path);
   }
   freespace(&repository);
 }
@@ -114,6 +128,7 @@ void fruDump(const char* path) {
   std::printf("writing file......");
   if (!write_dump(FruToFile, path, dev)) {
     std::puts("fail");
+    file_failed(path);
     end_fru_action(&dev);
   }
   destroy_fru_dev(&dev);
@@ -129,6 +144,7 @@ void fruUpdate(const char* path) {
   init_fru_dev(&dev);
   if (!load_fru_file(path, &dev)) {
     std::printf("Cannot read file %s\n", path);
+    file_failed(path);
     end_fru_action(&dev);
   }
   std::puts("writing FRU......");
@@ -151,6 +167,7 @@ int dumpSel(const char* path) {
   }
   if (!write_dump(SelToFile2, path, list)) {
     std::printf("Writting File %s fail\n", path);
+    file_failed(path);
     return 0;
   }
   return destroy_sel(&list);
@@ -162,7 +179,10 @@ int firmwareUpdate() {
   enter_downloader();
   const bool programmed = program_firmware() == 1;
   if (programmed) now_under_way(Unfinished::downloader);
-  if (!programmed && !interrupted()) std::printf("can't find file %s\n", flashfilename);
+  if (!programmed && !interrupted()) {
+    std::printf("can't find file %s\n", flashfilename);
+    file_failed(flashfilename);
+  }
   return leave_downloader();
 }
 
@@ -171,6 +191,7 @@ int firmwareSave() {
   now_under_way(Unfinished::downloader);
   enter_downloader();
   read_flash();
+  file_failed(flashfilename);
   return leave_downloader();
 }
 
@@ -179,12 +200,14 @@ int firmwareVerify() {
   now_under_way(Unfinished::downloader);
   enter_downloader();
   verify_firmware();
+  file_failed(flashfilename);
   return leave_downloader();
 }
 
 void refuse_firmware(const char* action) {
   std::puts("Cannot find ORBE C4410/4415");
   std::printf("qarn only support C4410/4415 firmware %s\n", action);
+  step_failed("the ports have no daughter card");
 }
 
 void show_users() {
@@ -211,7 +234,10 @@ bool match_host_address(IpCfg* lan) {
   char mac[MAC_TEXT_SIZE];
   char ip[IP_TEXT_SIZE];
   mac_text(lan->mac, mac);
-  if (getIpfromMAC(mac, ip) == 0) return false;
+  if (getIpfromMAC(mac, ip) == 0) {
+    step_failed("no network interface of this server has the BMC's MAC address %s", mac);
+    return false;
+  }
   store_address(lan->ip, ip);
   writeIpCfg(lan);
   return true;
@@ -238,4 +264,17 @@ void set_lan(const Options& options, bool matched, IpCfg* lan) {
     lan->arp = static_cast<uint8_t>(std::atoi(options.arp) & 1);
     setArp(lan->arp);
   }
+}
+
+// In the order of the actions: of those that exclude each other, the first.
+void look_at_files(const Options& options) {
+  if (!warnings_wanted()) return;
+  const Signals_let_in while_reading;
+  if (options.firmware_update != 0) return look_at_image(options.firmware_path);
+  if (options.sdr_dump != 0) return;
+  if (options.sdr_update != 0) return look_at_sdr_file(options.sdr_path);
+  if (options.fru_update_path != nullptr) look_at_fru_file(options.fru_update_path);
+  if (options.firmware_save != 0) return;
+  if (options.firmware_verify != 0) return look_at_image(options.firmware_path);
+  if (options.script_path != nullptr) look_at_script(options.script_path);
 }

@@ -6,6 +6,9 @@ struct Options;
 
 extern int resetFlag;  // 1: the BMC is reset after an update of its sensor records
 
+// Warns of signs of a mistake in the files that the run is going to read.
+void look_at_files(const Options& options);
+
 // --sdr and --sdrdump: erases the BMC's sensor records and writes those of the file, or writes the
 // BMC's to the file. A null path does nothing.
 void sdrUpdate(const char* path);

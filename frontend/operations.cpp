@@ -7,7 +7,9 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/notice.h"
 #include "platform/platform.h"
+#include "transport/completion.h"
 #include "transport/ipmi.h"
 #include "transport/transaction.h"
 
@@ -50,6 +52,7 @@ int show_fw_version() {
   const auto id = ask(request, DEVICE_ID_SIZE, &response);
   if (id.empty()) {
     std::puts("get Device ID failed");
+    step_failed("the BMC's identity: %s", failure_text());
     return 0;
   }
   const int manufacturer =
@@ -67,7 +70,9 @@ void DispalyUsersName() {
   for (unsigned user = FIRST_USER; user <= LAST_USER; user++) {
     const uint8_t request[] = {BMC_ADDRESS, NETFN_APP, GET_USER_NAME, static_cast<uint8_t>(user)};
     Response response;
-    if (!exchange(request, &response)) return;
+    if (!exchange(request, &response)) {
+      return step_failed("the name of user ID %u: %s", user, failure_text());
+    }
     const auto answer = response_part(response, RESPONSE_DATA, 0);
     char name[USER_NAME_SIZE + 1] = {};
     // A short response is shown as far as it goes.
@@ -86,6 +91,7 @@ int SetUserPwd(int index, const char* password) {
   Response response;
   const bool accepted = exchange(request, &response);
   explicit_bzero(request, sizeof request);
+  if (!accepted) step_failed("the password of user ID %d: %s", index + 1, failure_text());
   return accepted ? 1 : 0;
 }
 
@@ -97,6 +103,7 @@ void resetBMC() {
     platform::sleep(RESET_SECONDS);
   } else {
     std::puts("cannot reset BMC");
+    step_failed("the reset of the BMC: %s", failure_text());
   }
 }
 
@@ -109,5 +116,6 @@ int cmdExecute(const uint8_t* request, unsigned length, int print) {
     for (unsigned i = 1; i < response.length; i++) std::printf("%02X ", response.bytes[i]);
     std::putchar('\n');
   }
+  if (!accepted) step_failed("the raw request: %s", failure_text());
   return accepted ? 1 : 0;
 }

@@ -9,43 +9,10 @@
 #include <cstring>
 #include <iterator>
 
+#include "frontend/signs.h"
 #include "transport/ipmi.h"
 
 namespace {
-
-const char* const USAGE[] = {
-    // Two of these lines are longer than ours. NOLINTNEXTLINE(bugprone-suspicious-missing-comma)
-    "Usage: qarn [-?] [-h] [-u filename] [--spx[=xxx]] [-d] [-i ipaddr] [-m macaddr] "
-    "[-e Net/LUN CMD DATA]",
-    "-?                \tDisplay this help screen",
-    "-h                \tDisplay this help screen",
-    "--open             \tUse Linux Kernel OpenIPMI driver instead of qarn user space driver",
-    "-u filename     \tUpdate C4410/15 firmware with the specified file",
-    "--save filename     \tRead C4410/15 firmware and save to specified file",
-    "--verify filename     \tVerify C4410/15 firmware with the specified file",
-    "--sdr filename     \tUpdate SDR with the specified file",
-    "--fru filename     \tUpdate FRU with the specified file",
-    "--wfru filename     \tDump FRU to file",
-    "--seldump filename     \tDump SEL to file",
-    "--cfg filename     \texecute configuration file",
-    "--dhcp\t\t     \tEnable DHCP",
-    "--sp0[=xxx]\t\tSet the password of user id 1(NULL in C4410/15)",
-    "--sp1[=xxx]\t\tSet the password of user id 2(Operator in C4410/15)",
-    "--sp2[=xxx]\t\tSet the password of user id 3(Admin in C4410/15)",
-    "--sp3[=xxx]\t\tSet the password of user id 4(Callback in C4410/15)",
-    "--sp4[=xxx]\t\tSet the password of user id 5(User in C4410/15)",
-    "--users             \tDisplay Users Name",
-    "-d                \tDisplay the LAN Configuation",
-    "-i xxx.xxx.xxx.xxx      Set IP Address",
-    "-m xx:xx:xx:xx:xx:xx\tSet MAC Address",
-    "-n xxx.xxx.xxx.xxx\tSet Net Mask",
-    "-g xxx.xxx.xxx.xxx\tSet gate way",
-    "--arp=0/1\t\tEnable/Disable ARP",
-    "-a\t\t  \tAuto check and set the ip address",
-    "    Util will read the MAC Address from BMC and check whether it exist on motherboard."
-    "And auto set the BMC IP Address with the system ip address if found",
-    "-e Net/LUN CMD DATA\tExecute IPMI command",
-};
 
 constexpr int REFUSED = 1;
 constexpr int HELP_GIVEN = 0;
@@ -63,7 +30,18 @@ int refuse_usage() {
   return REFUSED;
 }
 
-int give_help(const Given&, Options*) {
+// The words that getopt has just taken: an option with its value, or only the option.
+const char* word_of(const Given& given) {
+  const bool separate =
+      given.value != nullptr && optind >= 2 && given.argv[optind - 1] == given.value;
+  return given.argv[optind - (separate ? 2 : 1)];
+}
+
+// getopt returns '?' also for an unknown option or a missing value, after a message.
+int give_help(const Given& given, Options* options) {
+  const char* word = word_of(given);
+  const bool asked = given.letter == 'h' || (word[0] == '-' && std::strchr(word, '?') != nullptr);
+  if (!asked) note_argument(options, "%s is not understood: nothing was done", word);
   show_usage();
   return HELP_GIVEN;
 }
@@ -85,12 +63,18 @@ int check_arp(const Given& given, Options*) {
   return given.value != nullptr ? OPTIONS_ACCEPTED : refuse_usage();
 }
 
+void note_lost(const char* path, Options* options) {
+  if (path != nullptr) note_argument(options, "%s is not used: a later option has its place", path);
+}
+
 int drop_fru_dump(const Given&, Options* options) {
+  note_lost(options->fru_dump_path, options);
   options->fru_dump_path = nullptr;
   return OPTIONS_ACCEPTED;
 }
 
 int drop_fru_update(const Given&, Options* options) {
+  note_lost(options->fru_update_path, options);
   options->fru_update_path = nullptr;
   return OPTIONS_ACCEPTED;
 }
@@ -130,6 +114,7 @@ int take_raw(const Given& given, Options* options) {
       std::printf("-e: more than %u bytes\n", RAW_ROOM - 1);
       return refuse_usage();
     }
+    look_at_raw(given.argv[word], options);
     options->raw_bytes[options->raw_count++] = static_cast<uint8_t>(value);
   }
   if (options->raw_count < REQUEST_DATA) {
@@ -145,55 +130,64 @@ constexpr char NO_LETTER = 0;
 // What an option takes: nothing, a value, or a value only when it is attached to the option.
 enum Takes { NONE = no_argument, VALUE = required_argument, ATTACHED = optional_argument };
 
+// What it does when it is given: nothing but looking, or it changes the BMC, or a file.
+enum Does { LOOKS, WRITES };
+
 // One way to write an option, and what it does to the record.
 struct Row {
   char letter;
   const char* name;  // long; null: none
   Takes takes;
+  Does does;
   int Options::*flag;                      // becomes 1
   const char* Options::*text;              // becomes the value
   int (*handler)(const Given&, Options*);  // checks the value first, or stores it in its own way
+  void (*look)(const char*, Options*);     // notes signs of a mistake in the value
 };
 
 // One row an option. getopt's messages list the long names in this order. --arp and -r are two
 // rows: without a value, the first is refused with the usage text, the second by getopt.
 const Row ROWS[] = {
-    {'s', "sdr", VALUE, &Options::sdr_update, &Options::sdr_path, nullptr},
-    {'c', "cfg", VALUE, nullptr, &Options::script_path, nullptr},
-    {'0', "sp0", ATTACHED, nullptr, nullptr, take_password},
-    {'1', "sp1", ATTACHED, nullptr, nullptr, take_password},
-    {'2', "sp2", ATTACHED, nullptr, nullptr, take_password},
-    {'3', "sp3", ATTACHED, nullptr, nullptr, take_password},
-    {'4', "sp4", ATTACHED, nullptr, nullptr, take_password},
-    {NO_LETTER, "arp", ATTACHED, nullptr, &Options::arp, check_arp},
-    {'r', nullptr, VALUE, nullptr, &Options::arp, nullptr},
-    {'p', "dhcp", NONE, &Options::dhcp, nullptr, nullptr},
-    {'b', "debug", NONE, &Options::debug, nullptr, nullptr},
-    {'l', "imac", NONE, &Options::inside_mac, nullptr, nullptr},
-    {'t', "nrst", NONE, &Options::no_reset, nullptr, nullptr},
-    {'v', "save", VALUE, &Options::firmware_save, &Options::firmware_path, nullptr},
-    {'y', "verify", VALUE, &Options::firmware_verify, &Options::firmware_path, nullptr},
-    {'5', "users", NONE, &Options::users, nullptr, nullptr},
-    {'f', "fru", VALUE, nullptr, &Options::fru_update_path, drop_fru_dump},
-    {'o', "open", NONE, &Options::open, nullptr, nullptr},
-    {'w', "wfru", VALUE, nullptr, &Options::fru_dump_path, drop_fru_update},
-    {'j', "seldump", VALUE, nullptr, &Options::sel_path, nullptr},
-    {'q', "sdrdump", VALUE, &Options::sdr_dump, &Options::sdr_path, nullptr},
-    {NO_LETTER, "prompt", NONE, &Options::prompt, nullptr, nullptr},
-    {'u', nullptr, VALUE, &Options::firmware_update, &Options::firmware_path, nullptr},
-    {'i', nullptr, VALUE, nullptr, &Options::ip, check_ip},
-    {'m', nullptr, VALUE, nullptr, &Options::mac, check_mac},
-    {'g', nullptr, VALUE, nullptr, &Options::gateway, nullptr},
-    {'n', nullptr, VALUE, nullptr, &Options::netmask, nullptr},
-    {'e', nullptr, VALUE, nullptr, nullptr, take_raw},
-    {'a', nullptr, NONE, &Options::auto_ip, nullptr, nullptr},
-    {'d', nullptr, NONE, &Options::display, nullptr, nullptr},
-    {'h', nullptr, NONE, nullptr, nullptr, give_help},
-    {'?', nullptr, NONE, nullptr, nullptr,
-     give_help},  // getopt returns it also for an unknown option or a missing value
+    {'s', "sdr", VALUE, WRITES, &Options::sdr_update, &Options::sdr_path, nullptr, nullptr},
+    {'c', "cfg", VALUE, WRITES, nullptr, &Options::script_path, nullptr, nullptr},
+    {'0', "sp0", ATTACHED, WRITES, nullptr, nullptr, take_password, nullptr},
+    {'1', "sp1", ATTACHED, WRITES, nullptr, nullptr, take_password, nullptr},
+    {'2', "sp2", ATTACHED, WRITES, nullptr, nullptr, take_password, nullptr},
+    {'3', "sp3", ATTACHED, WRITES, nullptr, nullptr, take_password, nullptr},
+    {'4', "sp4", ATTACHED, WRITES, nullptr, nullptr, take_password, nullptr},
+    {NO_LETTER, "arp", ATTACHED, WRITES, nullptr, &Options::arp, check_arp, look_at_arp},
+    {'r', nullptr, VALUE, WRITES, nullptr, &Options::arp, nullptr, look_at_arp},
+    {'p', "dhcp", NONE, WRITES, &Options::dhcp, nullptr, nullptr, nullptr},
+    {'b', "debug", NONE, LOOKS, &Options::debug, nullptr, nullptr, nullptr},
+    {'l', "imac", NONE, WRITES, &Options::inside_mac, nullptr, nullptr, nullptr},
+    {'t', "nrst", NONE, LOOKS, &Options::no_reset, nullptr, nullptr, nullptr},
+    {'v', "save", VALUE, WRITES, &Options::firmware_save, &Options::firmware_path, nullptr,
+     nullptr},
+    {'y', "verify", VALUE, LOOKS, &Options::firmware_verify, &Options::firmware_path, nullptr,
+     nullptr},
+    {'5', "users", NONE, LOOKS, &Options::users, nullptr, nullptr, nullptr},
+    {'f', "fru", VALUE, WRITES, nullptr, &Options::fru_update_path, drop_fru_dump, nullptr},
+    {'o', "open", NONE, LOOKS, &Options::open, nullptr, nullptr, nullptr},
+    {'w', "wfru", VALUE, WRITES, nullptr, &Options::fru_dump_path, drop_fru_update, nullptr},
+    {'j', "seldump", VALUE, WRITES, nullptr, &Options::sel_path, nullptr, nullptr},
+    {'q', "sdrdump", VALUE, WRITES, &Options::sdr_dump, &Options::sdr_path, nullptr, nullptr},
+    {NO_LETTER, "prompt", NONE, LOOKS, &Options::prompt, nullptr, nullptr, nullptr},
+    {NO_LETTER, "strict", NONE, LOOKS, &Options::strict, nullptr, nullptr, nullptr},
+    {'u', nullptr, VALUE, WRITES, &Options::firmware_update, &Options::firmware_path, nullptr,
+     nullptr},
+    {'i', nullptr, VALUE, WRITES, nullptr, &Options::ip, check_ip, look_at_address},
+    {'m', nullptr, VALUE, WRITES, nullptr, &Options::mac, check_mac, look_at_mac},
+    {'g', nullptr, VALUE, WRITES, nullptr, &Options::gateway, nullptr, look_at_address},
+    {'n', nullptr, VALUE, WRITES, nullptr, &Options::netmask, nullptr, look_at_netmask},
+    {'e', nullptr, VALUE, WRITES, nullptr, nullptr, take_raw, nullptr},
+    {'a', nullptr, NONE, WRITES, &Options::auto_ip, nullptr, nullptr, nullptr},
+    {'d', nullptr, NONE, LOOKS, &Options::display, nullptr, nullptr, nullptr},
+    {'h', nullptr, NONE, LOOKS, nullptr, nullptr, give_help, nullptr},
+    {'?', nullptr, NONE, LOOKS, nullptr, nullptr, give_help, nullptr},
 };
 
-constexpr int NUMBER_BASE = 256;  // beyond all letters
+constexpr size_t SHORTEST_NAME = 3;  // of an option that writes
+constexpr int NUMBER_BASE = 256;     // beyond all letters
 
 // What getopt returns for a row.
 int code_of(const Row& row) {
@@ -214,11 +208,14 @@ struct Getopt_tables {
   option names[std::size(ROWS) + 1];
 };
 
-Getopt_tables build_tables() {
+// getopt lists the names in its messages, which scripts may collect: --strict is among them only
+// when it is given.
+Getopt_tables build_tables(const Options& options) {
   Getopt_tables tables{};
   char* letters = tables.letters;
   option* names = tables.names;
   for (const Row& row : ROWS) {
+    if (row.flag == &Options::strict && options.strict == 0) continue;
     if (row.name != nullptr) *names++ = {row.name, row.takes, nullptr, code_of(row)};
     if (row.letter == NO_LETTER) continue;
     *letters++ = row.letter;
@@ -227,27 +224,47 @@ Getopt_tables build_tables() {
   return tables;
 }
 
+// A long name that was cut short may be another one than was meant.
+void look_at_name(const Row& row, const char* word, Options* options) {
+  const size_t length = std::strcspn(word, "=") - std::min(std::strlen(word), size_t{2});
+  if (row.does == LOOKS || std::strncmp(word, "--", 2) != 0 || length >= SHORTEST_NAME) return;
+  note_argument(options, "%s is too short for an option that writes: give its whole name", word);
+}
+
 int apply(const Row& row, const Given& given, Options* options) {
+  look_at_name(row, word_of(given), options);
+  if (row.look != nullptr) row.look(given.value, options);
   if (row.handler != nullptr) {
     const int result = row.handler(given, options);
     if (result != OPTIONS_ACCEPTED) return result;
   }
   if (row.flag != nullptr) options->*row.flag = 1;
-  if (row.text != nullptr) options->*row.text = given.value;
+  if (row.text == nullptr) return OPTIONS_ACCEPTED;
+  note_lost(options->*row.text, options);
+  options->*row.text = given.value;
   return OPTIONS_ACCEPTED;
 }
 
 }  // namespace
 
 int parse_options(int argc, char** argv, Options* options) {
-  const Getopt_tables tables = build_tables();
+  look_at_words(argc, argv, options);
+  const Getopt_tables tables = build_tables(*options);
   for (;;) {
     const int code = getopt_long(argc, argv, tables.letters, tables.names, nullptr);
     const Row* row = row_of(code);
-    if (row == nullptr) return OPTIONS_ACCEPTED;
+    if (row == nullptr) break;
     const int result = apply(*row, {row->letter, optarg, argc, argv}, options);
     if (result != OPTIONS_ACCEPTED) return result;
   }
+  look_at_rest(argc - optind, argv + optind, options);
+  return OPTIONS_ACCEPTED;
+}
+
+bool begins_long_name(std::string_view text) {
+  return text.size() >= SHORTEST_NAME && std::ranges::any_of(ROWS, [&](const Row& row) {
+           return row.name != nullptr && std::string_view(row.name).starts_with(text);
+         });
 }
 
 bool parse_mac(const char* text, uint8_t mac[6]) {
@@ -260,8 +277,4 @@ bool parse_mac(const char* text, uint8_t mac[6]) {
     mac[i] = static_cast<uint8_t>(part[i]);
   }
   return true;
-}
-
-void show_usage() {
-  for (const char* line : USAGE) std::puts(line);
 }

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
@@ -16,6 +17,7 @@
 #include "frontend/operations.h"
 #include "frontend/options.h"
 #include "frontend/passwords.h"
+#include "frontend/signs.h"
 #include "lan/lan.h"
 #include "platform/platform.h"
 #include "textfile/cfg.h"
@@ -28,6 +30,7 @@ namespace {
 
 constexpr int STATUS_DONE = 0;
 constexpr int STATUS_REFUSED = 1;
+constexpr int STATUS_STEP_FAILED = 2;
 constexpr int STATUS_NO_BMC = -1;
 
 constexpr uint8_t ORBE_CARD = 1;
@@ -57,7 +60,6 @@ void set_switches(const Options& options) {
   openIpmiFlag = options.open;
   resetFlag = options.no_reset != 0 ? 0 : 1;
   if (options.firmware_path != nullptr) flashfilename = options.firmware_path;
-  hintFlag = isatty(STDERR_FILENO);
   progressFlag = debugFlag == 0 && hintFlag != 0;
 }
 
@@ -67,11 +69,21 @@ bool holds_passwords(const Options& options) {
 }
 
 bool open_device() {
+  const char* there = nullptr;
+  int reason = ENOENT;
   for (const char* path : DEVICES) {
     driverHandle = platform::device_open(path);
     if (driverHandle != -1) return take_turn_on_device(driverHandle);
+    if (errno == ENOENT || errno == ENOTDIR) continue;
+    there = path;
+    reason = errno;
   }
   std::printf("Could not open device at %s or %s or %s\n", DEVICES[0], DEVICES[1], DEVICES[2]);
+  if (there != nullptr) {
+    hint_failed("%s: %s", there, std::strerror(reason));
+  } else {
+    hint_failed("none of them is there: load the kernel's module ipmi_devintf");
+  }
   return false;
 }
 
@@ -86,6 +98,13 @@ bool open_ports() {
   }
   std::puts("KCS_INIT error");
   return false;
+}
+
+// With --strict, a run that would end with 0 tells what did not go as asked.
+int strict_status(int status) {
+  if (status != STATUS_DONE || strictFlag == 0) return status;
+  if (warnings_refuse()) return STATUS_REFUSED;
+  return any_step_failed() || output_lost() ? STATUS_STEP_FAILED : STATUS_DONE;
 }
 
 int close_device(int status) {
@@ -175,8 +194,13 @@ int main(int argc, char** argv) {
   }
   Options options{};
   const int parsed = parse_options(argc, argv, &options);
-  if (parsed != OPTIONS_ACCEPTED) return parsed;
+  hintFlag = isatty(STDERR_FILENO);
+  strictFlag = options.strict;
+  tell_argument_signs(options);
+  if (parsed != OPTIONS_ACCEPTED) return strict_status(parsed);
   if (holds_passwords(options)) platform::core_off();
+  look_at_files(options);
+  if (warnings_refuse()) return STATUS_REFUSED;
   if (options.prompt != 0 && !ask_passwords(&options)) return STATUS_REFUSED;
   set_switches(options);
   orbeType = ORBE_CARD;
@@ -185,5 +209,5 @@ int main(int argc, char** argv) {
   now_under_way(Unfinished::nothing);
   show_fw_version();
   run_user_actions(&options);
-  return close_device(run_actions(options));
+  return strict_status(close_device(run_actions(options)));
 }

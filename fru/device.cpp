@@ -4,8 +4,10 @@
 #include <cstring>
 
 #include "base/memory.h"
+#include "base/notice.h"
 #include "base/progress.h"
 #include "fru/image.h"
+#include "transport/completion.h"
 #include "transport/interrupt.h"
 #include "transport/ipmi.h"
 #include "transport/transaction.h"
@@ -153,7 +155,9 @@ int get_fru_dev(fru_dev* dev) {
     init_fru_info(&dev->records[i]);
     dev->records[i].dev_id = ids[i];
     dev->records[i].inventory_size = sizes[i];
-    if (get_fru_info(&dev->records[i]) != 1) result = 0;
+    if (get_fru_info(&dev->records[i]) == 1) continue;
+    step_failed("the inventory of device %u cannot be read, or a checksum in it is wrong", ids[i]);
+    result = 0;
   }
   progress_end();
   return result;
@@ -250,7 +254,9 @@ int write_fru_dev(fru_dev* dev) {
   const std::span<fru_info> records(dev->records.get(), fru_count(*dev));
   uint8_t room[FRU_IMAGE_ROOM];
   for (fru_info& fru : records) {
-    if (build_fru_image(&fru, room).empty()) return 0;
+    if (!build_fru_image(&fru, room).empty()) continue;
+    step_failed("the inventory of device %u does not fit an image", fru.dev_id);
+    return 0;
   }
   int result = 1;
   for (size_t i = 0; i < records.size() && result == 1; i++) {
@@ -268,8 +274,14 @@ int write_fru_info(fru_info* fru) {
 
 int WriteToFRU(std::span<const uint8_t> image, uint8_t id) {
   uint32_t size = 0;
-  if (!ask_size(id, SIZE_BYTES, &size)) return -1;
-  if (image.size() > size) return -2;
+  if (!ask_size(id, SIZE_BYTES, &size)) {
+    step_failed("the size of inventory device %u: %s", id, failure_text());
+    return -1;
+  }
+  if (image.size() > size) {
+    step_failed("the inventory has %zu bytes, device %u only %u", image.size(), id, size);
+    return -2;
+  }
   for (size_t offset = 0; offset < image.size(); offset += CHUNK) {
     const auto part = image.subspan(offset, std::min<size_t>(image.size() - offset, CHUNK));
     uint8_t request[WRITE_HEADER + CHUNK] = {BMC_ADDRESS, NETFN_STORAGE, WRITE_FRU_DATA, id};
@@ -279,7 +291,9 @@ int WriteToFRU(std::span<const uint8_t> image, uint8_t id) {
     Response response;
     progress("FRU", static_cast<unsigned>(offset), static_cast<unsigned>(image.size()));
     now_under_way(Unfinished::fru);
-    if (!exchange({request, WRITE_HEADER + part.size()}, &response)) return -1;
+    if (exchange({request, WRITE_HEADER + part.size()}, &response)) continue;
+    step_failed("writing inventory device %u at %zu: %s", id, offset, failure_text());
+    return -1;
   }
   return 1;
 }

@@ -183,7 +183,9 @@ void process_board(fru_info* fru);
 void process_product(fru_info* fru);
 
 // Reads a text file. 1, or 0 when it cannot be opened, has no "_DEV_ID" line or is refused; then
-// the list is empty, and a refusal's line number and reason have been printed.
+// the list is empty, a refusal's line number and reason have been printed, and refusal() says why.
 int FileToFru(const char* path, fru_dev* dev);
+// Warns of signs of a mistake in a file, if it is a regular one, and prints nothing else.
+void look_at_fru_file(const char* path);
 // Writes a text file. 1, or 0 when there are no records or the file could not be written whole.
 int FruToFile(const char* path, const fru_dev* dev);

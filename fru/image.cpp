@@ -30,7 +30,7 @@ int take_field(Cursor* cursor, std::unique_ptr<char[]>* text, size_t* length, fr
   *length = cursor->bytes[at] & FRU_TEXT_LENGTH;
   const Area left = cursor->bytes.subspan(at + 1);
   if (*length > left.size()) {
-    return fault_at(fault, at, "a field is longer than what is left of the section");
+    return fault_at(fault, at, FIELD_TOO_LONG);
   }
   *text = make_text(left.data(), *length);
   if (!*text) return fault_at(fault, at, "out of memory");

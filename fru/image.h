@@ -2,6 +2,9 @@
 #pragma once
 #include "fru/layout.h"
 
+// The reason of a fault whose position is a type/length byte.
+inline constexpr char FIELD_TOO_LONG[] = "a field is longer than what is left of the section";
+
 // GetChassis, GetBoard and GetProduct, for the area of this layout.
 int parse_area(const fru_layout& layout, std::span<const uint8_t> area, size_t end, fru_info* fru,
                fru_fault* fault);

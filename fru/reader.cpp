@@ -1,11 +1,15 @@
 // Reads a FRU text file: its device blocks, and in each the sections that hold the areas' bytes.
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
+#include "base/error_text.h"
 #include "base/memory.h"
-#include "fru/image.h"
+#include "base/regular_file.h"
+#include "fru/section.h"
 #include "textfile/lines.h"
+#include "textfile/signs.h"
 #include "textfile/tokenizer.h"
 #include "transport/interrupt.h"
 
@@ -13,32 +17,8 @@ namespace {
 
 constexpr int FRU_LINE_SIZE = 256;  // 255 characters and a NUL; a longer line is read as several
 constexpr unsigned DEVICE_LIMIT = 256;  // device IDs have one byte
-constexpr unsigned SECTION_LIMIT = 2048;
 constexpr unsigned PIECES_LIMIT = 256;  // of the file, between two looks for a signal
 constexpr unsigned COMMON_LIMIT = 256;
-
-// The part of a device block that the next lines belong to. A section ends at the keyword of one
-// that comes later in this order.
-enum Block_state : unsigned {
-  HEADER,
-  COMMON,
-  INTERNAL,
-  CHASSIS,
-  BOARD,
-  PRODUCT,
-  MULTIREC,
-  STATE_COUNT
-};
-
-const char* const SECTIONS[STATE_COUNT] = {
-    nullptr,
-    "_SEE_COMMON",
-    "_SEE_INTERNAL",
-    FRU_AREAS[CHASSIS_AREA].section,
-    FRU_AREAS[BOARD_AREA].section,
-    FRU_AREAS[PRODUCT_AREA].section,
-    "_SEE_MULTIREC",
-};
 
 const char TITLE[] = "_FRU_TITLE";
 const char DEVICE_ID[] = "_DEV_ID";
@@ -59,17 +39,6 @@ const Header_keyword HEADER_KEYWORDS[] = {
     {"_BUS_ID", &fru_info::bus_id},
 };
 
-// The bytes of one section, and for each the number of the line that gave it.
-struct Section {
-  uint8_t bytes[SECTION_LIMIT];
-  unsigned lines[SECTION_LIMIT];
-  unsigned count;
-};
-
-std::span<const uint8_t> gathered(const Section& section) {
-  return std::span<const uint8_t>(section.bytes).first(section.count);
-}
-
 struct Reader {
   Lines lines;
   char cleaned[FRU_LINE_SIZE];
@@ -78,6 +47,8 @@ struct Reader {
   unsigned current;
   unsigned state;
   unsigned pieces;
+  File_signs* signs;  // null: they are not noted
+  bool opened;        // there was an opening line
 };
 
 // Reads the next line that is not empty; false at the end of the file.
@@ -95,62 +66,22 @@ int refuse_at(unsigned line, const char* reason) {
   return 0;
 }
 
-// Refuses the file at the line of a byte, or at the last line for a byte after the last one.
-int refuse_byte(const Section& section, unsigned position, const char* reason) {
-  const unsigned last = section.count - 1;
-  return refuse_at(section.lines[position < last ? position : last], reason);
-}
-
-int end_common(const Section& section, fru_info* fru) {
-  if (section.count < FRU_HEADER_SIZE) {
-    return refuse_byte(section, section.count, "the common section has fewer than 8 bytes");
-  }
-  std::ranges::copy(gathered(section).first(FRU_HEADER_SIZE), fru->common_header);
-  return 1;
-}
-
-int end_internal(const Section& section, fru_info* fru) {
-  if (section.count < 2) return 1;
-  const auto data = gathered(section).subspan(1);
-  fru->internal_data = make_owned<uint8_t>(data.size());
-  if (!fru->internal_data) return refuse_byte(section, 0, "out of memory");
-  fru->internal_format = section.bytes[0];
-  fru->internal_len = static_cast<int32_t>(data.size());
-  std::ranges::copy(data, fru->internal_data.get());
-  return 1;
-}
-
-int end_area(const fru_layout& layout, const Section& section, fru_info* fru) {
-  if (section.count < 2) return 1;
-  fru_fault fault;
-  if (parse_area(layout, gathered(section), section.count, fru, &fault) == 1) return 1;
-  return refuse_byte(section, fault.position, fault.reason);
-}
-
-int end_multirecord(const Section& section, fru_info* fru) {
-  fru_fault fault;
-  if (GetMultirecord(gathered(section), fru, &fault) == 1) return 1;
-  return refuse_byte(section, fault.position, fault.reason);
-}
-
-// Hands the bytes of the section that `state` names, if it has any, to the record.
-int hand_over(unsigned state, const Section& section, fru_info* fru) {
-  if (section.count == 0) return 1;
-  if (state == COMMON) return end_common(section, fru);
-  if (state == INTERNAL) return end_internal(section, fru);
-  if (state == MULTIREC) return end_multirecord(section, fru);
-  return end_area(FRU_AREAS[state - CHASSIS], section, fru);
-}
-
 // Hands the gathered bytes to the current record. 1, or 0 when they are refused.
 int end_section(Reader* reader) {
   fru_info* fru = &reader->dev->records[reader->current];
-  const int result = hand_over(reader->state, reader->section, fru);
+  const int result = hand_over(reader->state, reader->section, fru, reader->signs);
   reader->section.count = 0;
   return result;
 }
 
+// Notes what is wrong with the bytes of the present line.
+void note_content(Reader* reader, const char* bytes) {
+  note_line(reader->signs, reader->lines.text, reader->lines.number);
+  note_bytes(reader->signs, bytes, reader->lines.number);
+}
+
 int set_title(Reader* reader) {
+  note_content(reader, reader->cleaned + std::strlen(TITLE));
   fru_info* fru = &reader->dev->records[reader->current];
   uint8_t content[CONTENT_SIZE];
   const unsigned count = get_content(reader->cleaned + std::strlen(TITLE), content);
@@ -174,8 +105,11 @@ int header_line(Reader* reader) {
   if (start_with(text, TITLE) == 1) return set_title(reader);
   for (const Header_keyword& header : HEADER_KEYWORDS) {
     if (start_with(text, header.keyword) != 1) continue;
+    if (&header == HEADER_KEYWORDS) reader->opened = true;
     uint8_t content[CONTENT_SIZE];
-    const unsigned count = get_content(text + std::strlen(header.keyword), content);
+    const char* value = text + std::strlen(header.keyword);
+    const unsigned count = get_content(value, content);
+    if (&header != HEADER_KEYWORDS) note_content(reader, value);
     if (header.field != nullptr) {
       fru->*header.field = content[0];
     } else if (start_with(text, "_DATA_LEN") == 1) {
@@ -184,7 +118,7 @@ int header_line(Reader* reader) {
     return 1;
   }
   for (unsigned section = COMMON; section < STATE_COUNT; section++) {
-    if (start_with(text, SECTIONS[section]) != 1) continue;
+    if (start_with(text, FRU_SECTIONS[section]) != 1) continue;
     reader->state = section;
     break;
   }
@@ -204,7 +138,10 @@ int begin_block(Reader* reader) {
 int value_line(Reader* reader) {
   uint8_t content[CONTENT_SIZE];
   Section* section = &reader->section;
+  uint16_t pieces[CONTENT_SIZE];
   const unsigned count = get_content(reader->cleaned, content);
+  if (reader->signs != nullptr) get_pieces(reader->cleaned, pieces);
+  note_content(reader, reader->cleaned);
   const unsigned limit = reader->state == COMMON ? COMMON_LIMIT : SECTION_LIMIT;
   if (count > limit - section->count) {
     return refuse_at(reader->lines.number, "the section has too many bytes");
@@ -212,6 +149,7 @@ int value_line(Reader* reader) {
   for (unsigned i = 0; i < count; i++) {
     section->bytes[section->count] = content[i];
     section->lines[section->count] = reader->lines.number;
+    section->pieces[section->count] = reader->signs != nullptr ? pieces[i] : uint16_t{0};
     section->count++;
   }
   return 1;
@@ -220,7 +158,7 @@ int value_line(Reader* reader) {
 int section_line(Reader* reader) {
   const char* text = reader->cleaned;
   for (unsigned section = reader->state + 1; section < STATE_COUNT; section++) {
-    if (start_with(text, SECTIONS[section]) != 1) continue;
+    if (start_with(text, FRU_SECTIONS[section]) != 1) continue;
     const int result = end_section(reader);
     reader->state = section;
     return result;
@@ -251,7 +189,7 @@ int read_blocks(Reader* reader) {
   return 1;
 }
 
-int read_file(FILE* file, fru_dev* dev) {
+int read_file(FILE* file, fru_dev* dev, File_signs* signs) {
   Reader reader;
   reader.lines.file = file;
   reader.lines.room = FRU_LINE_SIZE;
@@ -260,23 +198,54 @@ int read_file(FILE* file, fru_dev* dev) {
   reader.current = 0;
   reader.pieces = 0;
   reader.state = HEADER;
+  reader.signs = signs;
+  reader.opened = false;
   unsigned count = 0;
   if (!restart_lines(&reader.lines) || count_devices(&reader, &count) != 1) return 0;
   dev->records = make_owned<fru_info>(count);
   if (!dev->records) return 0;
   dev->count = static_cast<int32_t>(count);
   for (unsigned i = 0; i < count; i++) init_fru_info(&dev->records[i]);
-  return read_blocks(&reader);
+  const int result = read_blocks(&reader);
+  if (!reader.opened) note_sign(reader.signs, Sign::no_opening, 0);
+  return result;
+}
+
+// Why a file was not read, when no line is to blame.
+const char* unreadable(FILE* file) {
+  if (std::ferror(file) != 0) return std::strerror(errno);
+  if (!is_regular(file)) return "it cannot be read twice";
+  return "it has no _DEV_ID line";
 }
 
 }  // namespace
 
 int FileToFru(const char* path, fru_dev* dev) {
   init_fru_dev(dev);
+  forget_refusal();
   FILE* file = std::fopen(path, "re");
-  if (file == nullptr) return 0;
-  const int result = read_file(file, dev);
+  if (file == nullptr) {
+    keep_refusal("%s", std::strerror(errno));
+    return 0;
+  }
+  const int result = read_file(file, dev, nullptr);
+  if (result != 1 && refusal()[0] == '\0') keep_refusal("%s", unreadable(file));
   std::fclose(file);
   if (result != 1) destroy_fru_dev(dev);
   return result;
+}
+
+void look_at_fru_file(const char* path) {
+  bool other = false;
+  FILE* file = regular_open(path, &other);
+  if (file == nullptr) return;
+  fru_dev unused;
+  init_fru_dev(&unused);
+  File_signs signs = {};
+  blameFlag = 0;
+  read_file(file, &unused, &signs);
+  blameFlag = 1;
+  std::fclose(file);
+  destroy_fru_dev(&unused);
+  tell_signs(signs, path);
 }

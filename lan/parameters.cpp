@@ -3,7 +3,9 @@
 #include <span>
 
 #include "base/error_text.h"
+#include "base/notice.h"
 #include "lan/lan.h"
+#include "transport/completion.h"
 #include "transport/interrupt.h"
 #include "transport/ipmi.h"
 #include "transport/transaction.h"
@@ -40,6 +42,20 @@ struct Write_step {
   const char* failure;
 };
 
+const struct {
+  uint8_t selector;
+  const char* name;
+} NAMES[] = {
+    {IP_ADDRESS, "IP address"}, {IP_SOURCE, "IP address source"}, {MAC_ADDRESS, "MAC address"},
+    {SUBNET_MASK, "net mask"},  {ARP_CONTROL, "ARP control"},     {GATEWAY, "gateway address"},
+};
+
+void parameter_failed(const char* what, uint8_t selector) {
+  for (const auto& row : NAMES) {
+    if (row.selector == selector) step_failed("%s the %s: %s", what, row.name, failure_text());
+  }
+}
+
 bool get_parameter(uint8_t selector, std::span<uint8_t> data) {
   uint8_t request[7] = {};  // ends with set selector 0, block selector 0
   const unsigned length = UpdateCommandToSendText(request, GetLanParameter);
@@ -47,7 +63,10 @@ bool get_parameter(uint8_t selector, std::span<uint8_t> data) {
   Response response;
   const unsigned needed = PARAMETER_REVISION + static_cast<unsigned>(data.size());
   const auto answer = ask(request, needed, &response);
-  if (answer.empty()) return false;
+  if (answer.empty()) {
+    parameter_failed("reading", selector);
+    return false;
+  }
   std::memcpy(data.data(), answer.data() + PARAMETER_REVISION, data.size());
   return true;
 }
@@ -58,7 +77,9 @@ int set_parameter(uint8_t selector, std::span<const uint8_t> data) {
   request[length++] = selector;
   std::memcpy(request + length, data.data(), data.size());
   Response response;
-  return exchange({request, length + data.size()}, &response) ? 1 : 0;
+  if (exchange({request, length + data.size()}, &response)) return 1;
+  parameter_failed("setting", selector);
+  return 0;
 }
 
 int set_source(uint8_t source) {
@@ -143,5 +164,6 @@ void insideMacSet() {
   const uint8_t request[] = {BMC_ADDRESS, NETFN_CARD, GET_CARD_MAC, 0x00, 0x00, 0xFF};
   Response response;
   const auto mac = ask(request, sizeof IpCfg::mac, &response);
-  if (!mac.empty()) set_parameter(MAC_ADDRESS, mac.first(sizeof IpCfg::mac));
+  if (mac.empty()) return step_failed("the card's own MAC address: %s", failure_text());
+  set_parameter(MAC_ADDRESS, mac.first(sizeof IpCfg::mac));
 }

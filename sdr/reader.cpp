@@ -2,12 +2,16 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
 #include "base/error_text.h"
+#include "base/notice.h"
+#include "base/regular_file.h"
 #include "sdr/sdr.h"
 #include "textfile/lines.h"
+#include "textfile/signs.h"
 #include "textfile/tokenizer.h"
 #include "transport/interrupt.h"
 
@@ -49,6 +53,8 @@ struct Text_reader {
   unsigned length;                           // of the record, header included
   unsigned count;                            // bytes of the record so far
   unsigned culprit;  // the line to blame when the record's length byte is wrong
+  bool closed;       // there was a closing line
+  File_signs* signs;
 };
 
 bool refuse_line(unsigned line, const char* reason) {
@@ -57,7 +63,8 @@ bool refuse_line(unsigned line, const char* reason) {
 }
 
 bool refuse_block(unsigned long offset, const char* reason) {
-  std::printf("offset %lu: %s\n", offset, reason);
+  keep_refusal("offset %lu: %s", offset, reason);
+  if (blameFlag != 0) std::puts(refusal());
   return false;
 }
 
@@ -84,7 +91,14 @@ unsigned length_value(const char* text) {
   return value;
 }
 
+// Notes what is wrong with the bytes of the present line.
+void note_data(const Text_reader& reader, const char* bytes) {
+  note_line(reader.signs, reader.lines.text, reader.lines.number);
+  note_bytes(reader.signs, bytes, reader.lines.number);
+}
+
 bool begin_record(Text_reader* reader, const char* text) {
+  note_data(*reader, text + std::min(std::strlen(text), sizeof LENGTH - 1));
   reader->length = length_value(text);
   if (reader->length < SDR_HEADER_SIZE)
     return refuse_line(reader->lines.number, "record length under 05");
@@ -98,6 +112,9 @@ bool begin_record(Text_reader* reader, const char* text) {
 }
 
 bool end_record(Text_reader* reader, Text_state next) {
+  if (reader->count < reader->length) {
+    note_sign(reader->signs, Sign::closed_early, reader->lines.number);
+  }
   const auto record = std::span(reader->record).first(reader->length);
   const char* reason = append_from_file(reader->repository, record);
   reader->state = next;
@@ -105,6 +122,7 @@ bool end_record(Text_reader* reader, Text_state next) {
 }
 
 bool data_line(Text_reader* reader, const char* text) {
+  note_data(*reader, text);
   uint8_t content[CONTENT_SIZE];
   const unsigned given = get_content(text, content);
   const unsigned used = std::min(given, reader->length - reader->count);
@@ -115,11 +133,21 @@ bool data_line(Text_reader* reader, const char* text) {
   return reader->count < reader->length || end_record(reader, BEFORE_TYPE);
 }
 
+// A type line passes for the opening line, and its record is lost.
+bool opening_line(Text_reader* reader, const char* text) {
+  if (start_with(text, OPENING) != 1) return true;
+  if (start_with(text, TYPE) == 1) {
+    note_sign(reader->signs, Sign::no_opening, reader->lines.number);
+  }
+  reader->state = BEFORE_TYPE;
+  return true;
+}
+
 bool read_text_line(Text_reader* reader, const char* text) {
+  if (reader->state != BEFORE_OPENING && start_with(text, CLOSING) == 1) reader->closed = true;
   switch (reader->state) {
     case BEFORE_OPENING:
-      if (start_with(text, OPENING) == 1) reader->state = BEFORE_TYPE;
-      return true;
+      return opening_line(reader, text);
     case BEFORE_TYPE:
       if (start_with(text, TYPE) == 1) reader->state = BEFORE_LENGTH;
       return true;
@@ -134,9 +162,16 @@ bool read_text_line(Text_reader* reader, const char* text) {
   return true;
 }
 
-bool load_text(FILE* file, sdr_repository* repository) {
+// Whatever becomes of the last record.
+void note_ends(const Text_reader& reader) {
+  if (reader.state == BEFORE_OPENING) note_sign(reader.signs, Sign::no_opening, 0);
+  if (!reader.closed) note_sign(reader.signs, Sign::no_closing, 0);
+}
+
+bool load_text(FILE* file, sdr_repository* repository, File_signs* signs) {
   Text_reader reader = {};
   reader.repository = repository;
+  reader.signs = signs;
   reader.lines.file = file;
   reader.lines.room = LINE_ROOM;
   for (unsigned pieces = 1; next_line(&reader.lines); pieces++) {
@@ -146,6 +181,7 @@ bool load_text(FILE* file, sdr_repository* repository) {
     if (cleaned[0] != '\0' && !read_text_line(&reader, cleaned)) return false;
   }
   if (reader.lines.too_long) return false;
+  note_ends(reader);
   // The end of the file closes what the closing line would close.
   return reader.state != IN_DATA || std::ferror(file) != 0 || end_record(&reader, BEFORE_LENGTH);
 }
@@ -175,16 +211,45 @@ bool is_binary(const char* path) {
   return length > tail && strcasecmp(path + length - tail, BINARY_ENDING) == 0;
 }
 
+// False when the file is refused, or cannot be read; the repository is then empty.
+bool load(FILE* file, const char* path, sdr_repository* repository, File_signs* signs) {
+  freespace(repository);
+  const bool loaded =
+      is_binary(path) ? load_binary(file, repository) : load_text(file, repository, signs);
+  const bool sound = loaded && std::ferror(file) == 0;
+  if (loaded && !sound) keep_refusal("%s", std::strerror(errno));
+  if (sound && repository->record_count == 0) note_sign(signs, Sign::no_record, 0);
+  if (!sound) freespace(repository);
+  return sound;
+}
+
 }  // namespace
 
 int FileToSdr(const char* path, sdr_repository* repository) {
+  forget_refusal();
   FILE* file = std::fopen(path, "re");
-  if (file == nullptr) return 0;
-  freespace(repository);
-  const bool binary = is_binary(path);
-  const bool loaded = binary ? load_binary(file, repository) : load_text(file, repository);
-  const bool sound = loaded && std::ferror(file) == 0;
+  if (file == nullptr) {
+    keep_refusal("%s", std::strerror(errno));
+    return 0;
+  }
+  File_signs signs = {};
+  // A regular file was looked at before.
+  const bool told = warnings_wanted() && !is_regular(file);
+  const bool sound = load(file, path, repository, told ? &signs : nullptr);
   std::fclose(file);
-  if (!sound) freespace(repository);
+  tell_signs(signs, path);
   return sound ? 1 : 0;
+}
+
+void look_at_sdr_file(const char* path) {
+  bool other = false;
+  FILE* file = regular_open(path, &other);
+  if (file == nullptr) return;
+  sdr_repository unused{};
+  File_signs signs = {};
+  blameFlag = 0;
+  load(file, path, &unused, &signs);
+  blameFlag = 1;
+  std::fclose(file);
+  tell_signs(signs, path);
 }

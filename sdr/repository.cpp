@@ -5,8 +5,10 @@
 
 #include "base/error_text.h"
 #include "base/memory.h"
+#include "base/notice.h"
 #include "base/progress.h"
 #include "platform/platform.h"
+#include "transport/completion.h"
 #include "transport/interrupt.h"
 #include "transport/ipmi.h"
 #include "transport/transaction.h"
@@ -168,8 +170,9 @@ bool has_partial_add() {
   return completion_code(response) != INVALID_COMMAND;
 }
 
-bool write_failed(Id record) {
+bool write_failed(Id record, const char* reason) {
   set_err_message("Write Sdr Record %02X %02X fail", record.ls, record.ms);
+  step_failed("writing the sensor record %02X%02X: %s", record.ms, record.ls, reason);
   return false;
 }
 
@@ -186,8 +189,10 @@ bool add_whole(const sdr_entry& entry) {
   const unsigned length = REQUEST_DATA + static_cast<unsigned>(record.size());
   Response response;
   // A request that the KCS driver cannot carry would end the process.
-  if (length <= request_limit() && exchange({request, length}, &response)) return true;
-  return write_failed({entry.record_id_ls, entry.record_id_ms});
+  const bool carried = length <= request_limit();
+  if (carried && exchange({request, length}, &response)) return true;
+  return write_failed({entry.record_id_ls, entry.record_id_ms},
+                      carried ? failure_text() : "it is too long for the ports: use --open");
 }
 
 bool add_in_parts(const sdr_entry& entry) {
@@ -195,7 +200,9 @@ bool add_in_parts(const sdr_entry& entry) {
   const auto record = lay_out(entry, room);
   const unsigned total = static_cast<unsigned>(record.size());
   // The offset is one byte.
-  if (total > OFFSET_LIMIT + 1) return write_failed({entry.record_id_ls, entry.record_id_ms});
+  if (total > OFFSET_LIMIT + 1) {
+    return write_failed({entry.record_id_ls, entry.record_id_ms}, "it has more than 256 bytes");
+  }
 
   Id id = {0, 0};  // the BMC gives it with the first fragment
   const Id reservation = reserve_repository();
@@ -213,10 +220,12 @@ bool add_in_parts(const sdr_entry& entry) {
                                                 last ? LAST_FRAGMENT : MORE_TO_COME};
     std::ranges::copy(record.subspan(offset, count), request + FRAGMENT_HEADER);
     Response response;
-    if (!exchange({request, FRAGMENT_HEADER + count}, &response)) return write_failed(id);
+    if (!exchange({request, FRAGMENT_HEADER + count}, &response)) {
+      return write_failed(id, failure_text());
+    }
     if (last) return true;
     const auto given = response_part(response, RESPONSE_DATA, 2);
-    if (given.empty()) return write_failed(id);
+    if (given.empty()) return write_failed(id, "a response without the record's ID");
     id = {given[0], given[1]};
   }
 }
@@ -240,6 +249,7 @@ int init_sdr(sdr_repository* repository) {
   freespace(repository);
   if (!get_repository_info(repository)) {
     set_err_message("Get Sdr Repository Fail");
+    step_failed("the size of the sensor records: %s", failure_text());
     return 0;
   }
   repository->source_name = make_text("BMC", 3);
@@ -252,16 +262,19 @@ int get_sdr(sdr_repository* repository) {
   const Id id = {repository->next_id_ls, repository->next_id_ms};
   if (append_from_bmc(repository, id)) return 1;
   set_err_message("Get SDR Record %02X %02X Fail", id.ls, id.ms);
+  step_failed("reading the sensor record %02X%02X: %s", id.ms, id.ls, failure_text());
   return 0;
 }
 
 int Write_Sdr(sdr_repository* repository) {
   if (!std::ranges::all_of(entries_of(*repository), has_body)) {
     set_err_message("psdr_entry.sdr_data error");
+    step_failed("writing the sensor records: out of memory");
     return 0;
   }
   if (!erase_repository()) {
     set_err_message("Clear SDR Fail");
+    step_failed("erasing the sensor records: %s", failure_text());
     return 0;
   }
   const bool complete = add_records(*repository);

@@ -44,9 +44,14 @@ int get_sdr(sdr_repository* repository);
 // without its body fails before anything is erased.
 int Write_Sdr(sdr_repository* repository);
 
+struct File_signs;
+
 // Loads a text file, or a binary one whose name ends in ".dat". 1, even without any record; 0 when
-// it could not be opened, or is refused, after a line that says where and why.
+// it could not be opened, or is refused, after a line that says where and why; refusal() says it
+// too. Warns of signs of a mistake in a file that look_at_sdr_file cannot read.
 int FileToSdr(const char* path, sdr_repository* repository);
+// Warns of signs of a mistake in a file, if it is a regular one, and prints nothing else.
+void look_at_sdr_file(const char* path);
 // Writes the records as text. 1, or 0 when the file could not be opened or not be written whole.
 int SdrToFile(const char* path, const sdr_repository* repository);
 

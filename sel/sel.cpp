@@ -8,7 +8,9 @@
 #include "base/dump_file.h"
 #include "base/error_text.h"
 #include "base/memory.h"
+#include "base/notice.h"
 #include "base/progress.h"
+#include "transport/completion.h"
 #include "transport/transaction.h"
 
 namespace {
@@ -64,10 +66,12 @@ bool get_entries(SelList* list) {
     const std::size_t used = static_cast<std::size_t>(list->count);
     if (!make_room(&list->records, used, &room)) {
       set_err_message("Out of memory");
+      step_failed("the event log: out of memory");
       return false;
     }
     if (!get_entry(id, &list->records[used])) {
       set_err_message("Get SEL Record %02X%02X Fail", id[0], id[1]);
+      step_failed("the event log's record %02X%02X: %s", id[1], id[0], failure_text());
       return false;
     }
     list->count++;
@@ -94,6 +98,7 @@ void format_record(const SelRecord& record, char line[RECORD_LINE_SIZE]) {
 int get_sel(SelList* list) {
   if (!get_log_info(list)) {
     set_err_message(" Get SEL Repository Info Fail");
+    step_failed("the event log's size: %s", failure_text());
     return 0;
   }
   list->count = 0;

@@ -1,18 +1,28 @@
 // A script of raw requests.
 #include "textfile/cfg.h"
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <span>
 
+#include "base/error_text.h"
+#include "base/notice.h"
+#include "base/process_end.h"
+#include "base/regular_file.h"
 #include "textfile/lines.h"
+#include "textfile/signs.h"
 #include "textfile/tokenizer.h"
+#include "transport/completion.h"
 #include "transport/interrupt.h"
 #include "transport/ipmi.h"
 #include "transport/transaction.h"
 
 namespace {
+
+constexpr int STATUS_REFUSED = 1;
 
 // Closed whichever way the script ends.
 using Script = std::unique_ptr<FILE, int (*)(FILE*)>;
@@ -32,11 +42,11 @@ void run_line(const char* line, unsigned number) {
   if (length < REQUEST_DATA) {
     std::printf("line %u: %u of the 3 bytes that a request needs at least: not sent\n", number,
                 length);
-    return;
+    return step_failed("line %u: the request is too short", number);
   }
   show_bytes("send", std::span(request).first(length));
   Response response;
-  exchange({request, length}, &response);
+  if (!exchange({request, length}, &response)) step_failed("line %u: %s", number, failure_text());
   show_bytes("recv", std::span(response.bytes).first(response.length));
   std::putchar('\n');
 }
@@ -52,16 +62,54 @@ bool next_script_line(Lines* lines) {
   return next_line(lines);
 }
 
+// True when the line is a request.
+bool note_request(const Lines& lines, File_signs* signs) {
+  char cleaned[LINE_ROOM];
+  process_string(lines.text, cleaned);
+  if (cleaned[0] == '\0') return false;
+  note_line(signs, lines.text, lines.number);
+  note_bytes(signs, cleaned, lines.number);
+  return true;
+}
+
+// A script that cannot be read before it is run is looked at line by line.
+void check_line(const Lines& lines, const char* path) {
+  File_signs signs = {};
+  note_request(lines, &signs);
+  tell_signs(signs, path);
+  if (warnings_refuse()) end_process(STATUS_REFUSED);
+}
+
 }  // namespace
+
+void look_at_script(const char* path) {
+  bool other = false;
+  const Script script(regular_open(path, &other), std::fclose);
+  if (!script) return;
+  Lines lines = {};
+  lines.file = script.get();
+  lines.room = LINE_ROOM;
+  File_signs signs = {};
+  bool any = false;
+  blameFlag = 0;
+  while (next_line(&lines)) any = note_request(lines, &signs) || any;
+  blameFlag = 1;
+  if (!any) note_sign(&signs, Sign::no_record, 0);
+  tell_signs(signs, path);
+}
 
 void process_cfg(const char* path) {
   const Script script = open_script(path);
-  if (!script) return;
+  if (!script) return hint_failed("%s: %s", path, std::strerror(errno));
+  const bool looked_at = is_regular(script.get());
   Lines lines = {};
   lines.file = script.get();
   lines.room = LINE_ROOM;
   while (next_script_line(&lines)) {
     interrupt_point();
+    if (!looked_at) check_line(lines, path);
     run_line(lines.text, lines.number);
   }
+  if (lines.too_long) hint_failed("%s: %s", path, refusal());
+  if (std::ferror(script.get()) != 0) hint_failed("%s: %s", path, std::strerror(errno));
 }

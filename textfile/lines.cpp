@@ -3,7 +3,10 @@
 
 #include <cstring>
 
+#include "base/error_text.h"
+
 uint64_t file_limit = uint64_t{1} << 30;
+int blameFlag = 1;
 
 namespace {
 
@@ -82,5 +85,6 @@ bool restart_lines(Lines* lines) {
 }
 
 void blame_line(unsigned number, const char* reason) {
-  std::printf("line %u: %s\n", number, reason);
+  keep_refusal("line %u: %s", number, reason);
+  if (blameFlag != 0) std::puts(refusal());
 }

@@ -29,5 +29,8 @@ bool next_line(Lines* lines);
 // From the start of the file again. False when it cannot be read again.
 bool restart_lines(Lines* lines);
 
-// Prints why a file is refused: "line 7: reason".
+// 1: why a file is refused is printed on standard output; 0 while it is only looked at.
+extern int blameFlag;
+
+// Says why a file is refused, "line 7: reason", which is then refusal().
 void blame_line(unsigned number, const char* reason);

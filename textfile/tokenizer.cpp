@@ -4,6 +4,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <string_view>
 
@@ -37,6 +38,41 @@ int digit_value(char c) {
   return NO_VALUE;
 }
 
+// Stores the bytes, and of each the quoted piece.
+unsigned convert(const char* text, std::span<uint8_t, CONTENT_SIZE> out,
+                 std::span<uint16_t, CONTENT_SIZE> pieces) {
+  std::ranges::fill(out, uint8_t{0});
+  unsigned count = 0;
+  uint8_t accumulator = 0;
+  bool second = false;  // the next digit completes a pair
+  bool quoted = false;
+  uint16_t piece = 0;
+  for (; *text != '\0'; text++) {
+    if (*text == QUOTE) {
+      quoted = !quoted;
+      if (quoted) piece++;
+      continue;
+    }
+    if (!quoted && is_skipped(*text)) continue;
+    const int value = digit_value(*text);
+    if (!quoted && second) {
+      accumulator = static_cast<uint8_t>(accumulator << 4 | std::max(value, 0));
+      // The last byte, even if quoted text came between the two digits.
+      out[count - 1] = accumulator;
+      second = false;
+      continue;
+    }
+    if (count == CONTENT_SIZE) break;
+    if (!quoted) {
+      if (value != NO_VALUE) accumulator = static_cast<uint8_t>(value);
+      second = true;
+    }
+    pieces[count] = quoted ? piece : uint16_t{0};
+    out[count++] = quoted ? static_cast<uint8_t>(*text) : accumulator;
+  }
+  return count;
+}
+
 }  // namespace
 
 void process_string(const char* line, std::span<char> cleaned) {
@@ -60,31 +96,31 @@ int start_with(const char* text, const char* keyword) {
 }
 
 unsigned get_content(const char* text, std::span<uint8_t, CONTENT_SIZE> out) {
-  std::ranges::fill(out, uint8_t{0});
-  unsigned count = 0;
-  uint8_t accumulator = 0;
-  bool second = false;  // the next digit completes a pair
+  uint16_t unused[CONTENT_SIZE];
+  return convert(text, out, unused);
+}
+
+void get_pieces(const char* text, std::span<uint16_t, CONTENT_SIZE> pieces) {
+  uint8_t unused[CONTENT_SIZE];
+  convert(text, unused, pieces);
+}
+
+bool has_other_digit(const char* text) {
   bool quoted = false;
   for (; *text != '\0'; text++) {
-    if (*text == QUOTE) {
-      quoted = !quoted;
-      continue;
-    }
-    if (!quoted && is_skipped(*text)) continue;
-    const int value = digit_value(*text);
-    if (!quoted && second) {
-      accumulator = static_cast<uint8_t>(accumulator << 4 | std::max(value, 0));
-      // The last byte, even if quoted text came between the two digits.
-      out[count - 1] = accumulator;
-      second = false;
-      continue;
-    }
-    if (count == CONTENT_SIZE) break;
-    if (!quoted) {
-      if (value != NO_VALUE) accumulator = static_cast<uint8_t>(value);
-      second = true;
-    }
-    out[count++] = quoted ? static_cast<uint8_t>(*text) : accumulator;
+    if (*text == QUOTE) quoted = !quoted;
+    const bool digit = std::isxdigit(static_cast<unsigned char>(*text)) != 0;
+    if (!quoted && !digit && *text != QUOTE && !is_skipped(*text)) return true;
   }
-  return count;
+  return false;
+}
+
+bool has_quoted_comment(const char* line) {
+  const std::string_view text = line;
+  const size_t start = find_comment(text);
+  return start < text.size() && std::ranges::count(text.substr(0, start), QUOTE) % 2 == 1;
+}
+
+bool has_open_quote(const char* text) {
+  return std::ranges::count(std::string_view(text), QUOTE) % 2 == 1;
 }

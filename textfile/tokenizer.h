@@ -18,3 +18,13 @@ int start_with(const char* text, const char* keyword);
 // Converts pairs of hexadecimal digits and quoted text into bytes. `out` is cleared first; returns
 // how many were stored, at most CONTENT_SIZE.
 unsigned get_content(const char* text, std::span<uint8_t, CONTENT_SIZE> out);
+
+// Signs of a mistake in a line, whole or cleaned: a character where a digit must be that is no
+// hexadecimal digit; a comment that begins between two quotes; a quote that is not closed.
+bool has_other_digit(const char* text);
+bool has_quoted_comment(const char* line);
+bool has_open_quote(const char* text);
+
+// For each byte that get_content stores: the number, from 1, of the quoted piece that it stands in,
+// 0 outside of quotes.
+void get_pieces(const char* text, std::span<uint16_t, CONTENT_SIZE> pieces);

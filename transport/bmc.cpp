@@ -203,11 +203,14 @@ int Init_Interface(const char* name, uint32_t commandPort, uint32_t dataPort, ui
   return 0;
 }
 
+unsigned longest_request(uint8_t responder) {
+  const bool bridged = responder != BMC_ADDRESS;
+  return LONGEST_REQUEST - (bridged ? SEND_MESSAGE_HEADER + IPMB_OVERHEAD : 0);
+}
+
 int Send_Req(const uint8_t* request, unsigned length) {
-  if (length < REQUEST_DATA) return -1;
+  if (length < REQUEST_DATA || length > longest_request(request[0])) return -1;
   const bool bridged = request[0] != BMC_ADDRESS;
-  const unsigned added = bridged ? SEND_MESSAGE_HEADER + IPMB_OVERHEAD : 0;
-  if (length - 1 + added > KCS_REQUEST_ROOM) return -1;
 
   uint8_t bytes[KCS_REQUEST_ROOM];
   std::memcpy(bytes, request + 1, length - 1);

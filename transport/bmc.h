@@ -28,9 +28,12 @@ struct BMC_Intf {
 // the interface to idle on the given ports. 0 when it is ready, else -1.
 int Init_Interface(const char* name, uint32_t commandPort, uint32_t dataPort, uint32_t timeout);
 
-// Sends one request: responder address, NetFn/LUN, command, data. At least 3 bytes; at most 131 to
-// the BMC itself, 123 to another address, which is reached through Send Message (IPMI v2.0 table
-// 22-9). 0, or -1 (nothing is sent when the length is refused).
+// The most bytes of a request to this address: 131 to the BMC itself, 123 to another one, which is
+// reached through Send Message (IPMI v2.0 table 22-9).
+unsigned longest_request(uint8_t responder);
+
+// Sends one request: responder address, NetFn/LUN, command, data, at least 3 bytes. 0, or -1
+// (nothing is sent when the length is refused).
 int Send_Req(const uint8_t* request, unsigned length);
 
 // Receives the answer to the last request: responder address, NetFn/LUN, command, completion code,

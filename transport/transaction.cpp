@@ -6,10 +6,12 @@
 #include <cstring>
 
 #include "base/dump_file.h"
+#include "base/notice.h"
 #include "base/process_end.h"
 #include "base/progress.h"
 #include "platform/platform.h"
 #include "transport/bmc.h"
+#include "transport/completion.h"
 #include "transport/interrupt.h"
 #include "transport/ipmi.h"
 
@@ -35,18 +37,31 @@ void trace(std::span<const uint8_t> bytes) {
 }
 
 // On the KCS path no failure is returned: an interface that fails ends the run.
-[[noreturn]] void give_up_on_bmc(const char* message) {
+[[noreturn]] void give_up_on_bmc(const char* message, const char* reason) {
   progress_end();
   if (message != nullptr) std::puts(message);
+  hint_failed("%s", reason);
   hint_unfinished();
   dump_abandon();  // half a dump must not pass for a whole one
   end_process(-1);
 }
 
+const char* refusal_of_ports(std::span<const uint8_t> request) {
+  if (request.size() <= longest_request(request[0]))
+    return "the BMC does not take the request at its ports";
+  // Over the kernel's device every request goes to the BMC itself.
+  const bool open_helps = request[0] == BMC_ADDRESS && request.size() <= IPMI_MAX_MSG_LENGTH + 1;
+  return open_helps ? "the request is too long for the ports: use --open"
+                    : "the request is too long";
+}
+
 int kcs_transaction(std::span<const uint8_t> request, uint8_t* response, unsigned* responseLength) {
-  if (Send_Req(request.data(), static_cast<unsigned>(request.size())) != 0)
-    give_up_on_bmc("cmd error");
-  if (Get_Resp(response, responseLength) != 0) give_up_on_bmc(nullptr);
+  if (Send_Req(request.data(), static_cast<unsigned>(request.size())) != 0) {
+    give_up_on_bmc("cmd error", refusal_of_ports(request));
+  }
+  if (Get_Resp(response, responseLength) != 0) {
+    give_up_on_bmc(nullptr, "the BMC gives no response at its ports, or one that is too long");
+  }
   if (debugFlag != 0) {
     std::printf("recv:");
     trace({response, *responseLength});
@@ -150,20 +165,25 @@ int converToBMCCmd(const uint8_t* request, unsigned length, uint8_t* response,
 
 // The kernel counts NetFn and command, not the address.
 unsigned request_limit() {
-  return kernel_path() ? IPMI_MAX_MSG_LENGTH + 1 : LONGEST_REQUEST;
-}
-
-bool exchange(std::span<const uint8_t> request, Response* response) {
-  std::memset(response, 0, sizeof *response);
-  response->bytes[RESPONSE_COMPLETION] = UNSPECIFIED;
-  const unsigned length = static_cast<unsigned>(request.size());
-  if (converToBMCCmd(request.data(), length, response->bytes, &response->length) != 0) return false;
-  return completion_code(*response) == COMPLETED;
+  return kernel_path() ? IPMI_MAX_MSG_LENGTH + 1 : longest_request(BMC_ADDRESS);
 }
 
 std::span<const uint8_t> ask(std::span<const uint8_t> request, unsigned count, Response* response) {
-  if (!exchange(request, response)) return {};
-  return response_part(*response, RESPONSE_DATA, count);
+  std::memset(response, 0, sizeof *response);
+  response->bytes[RESPONSE_COMPLETION] = UNSPECIFIED;
+  const unsigned length = static_cast<unsigned>(request.size());
+  note_no_response();
+  if (converToBMCCmd(request.data(), length, response->bytes, &response->length) != 0) return {};
+  if (response->length < RESPONSE_DATA) return {};
+  const uint8_t code = completion_code(*response);
+  note_response(code, response->length - RESPONSE_DATA, count);
+  return code == COMPLETED ? response_part(*response, RESPONSE_DATA, count)
+                           : std::span<const uint8_t>{};
+}
+
+bool exchange(std::span<const uint8_t> request, Response* response) {
+  ask(request, 0, response);
+  return completion_code(*response) == COMPLETED;
 }
 
 uint8_t completion_code(const Response& response) {

@@ -1,0 +1,127 @@
+// Signs that a command line is not what it was meant to be.
+#include "frontend/signs.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "base/notice.h"
+#include "frontend/options.h"
+
+namespace {
+
+constexpr unsigned LARGEST_BYTE = 0xFF;
+constexpr std::string_view STRICT = "--strict";
+constexpr size_t SHORTEST_STRICT = 4;
+
+// The word without its dashes and its value.
+std::string_view name_in(std::string_view word) {
+  word = word.substr(0, word.find('='));
+  return word.substr(std::min(word.find_first_not_of('-'), word.size()));
+}
+
+bool has_one_dash(const char* word) {
+  return word[0] == '-' && word[1] != '-';
+}
+
+// "--sp1" or "-1", without a value.
+bool is_password_option(std::string_view word) {
+  const char slot = word.empty() ? '\0' : word.back();
+  if (slot < '0' || slot >= static_cast<char>('0' + USERS)) return false;
+  return (word.starts_with("--sp") && word.size() == 5) || (word[0] == '-' && word.size() == 2);
+}
+
+bool is_four_numbers(const char* text) {
+  for (unsigned part = 0; part < 4; part++) {
+    unsigned value = 0;
+    unsigned digits = 0;
+    const bool zero = *text == '0';  // before other digits it makes an octal number
+    for (; *text >= '0' && *text <= '9' && digits < 4; digits++) {
+      value = value * 10 + static_cast<unsigned>(*text++ - '0');
+    }
+    if (digits == 0 || value > LARGEST_BYTE || (zero && digits > 1)) return false;
+    if (*text++ != (part < 3 ? '.' : '\0')) return false;
+  }
+  return true;
+}
+
+bool has_holes(const char* netmask) {
+  const uint32_t host_bits = ~ntohl(inet_addr(netmask));
+  return (host_bits & (host_bits + 1)) != 0;
+}
+
+}  // namespace
+
+void note_argument(Options* options, const char* text, const char* word) {
+  if (options->sign_count == ARGUMENT_SIGNS) return;
+  options->signs[options->sign_count++] = {text, word};
+}
+
+void look_at_words(int argc, char** argv, Options* options) {
+  for (int i = 1; i < argc && std::strcmp(argv[i], "--") != 0; i++) {
+    const std::string_view word = argv[i];
+    if (word.starts_with("-e")) return;
+    // Wherever it stands: a word before it may end the parsing.
+    if (word.size() >= SHORTEST_STRICT && STRICT.starts_with(word)) options->strict = 1;
+    if (has_one_dash(argv[i]) && begins_long_name(name_in(word))) {
+      note_argument(options, "%s is read as letters: a long name has two dashes", argv[i]);
+    }
+    if (!is_password_option(word) || i + 1 == argc || argv[i + 1][0] == '-') continue;
+    note_argument(options, "the word after %s is not its password: attach it with =", argv[i]);
+    explicit_bzero(argv[i + 1], std::strlen(argv[i + 1]));
+  }
+}
+
+// A word may be a part of a password that has a blank.
+void look_at_rest(int count, char** words, Options* options) {
+  const bool secret = std::ranges::count(options->set_password, 0) < int{USERS};
+  for (int i = 0; i < count; i++) {
+    if (words[i][0] == '\0') continue;
+    note_argument(options, "no option takes the word %s", secret ? "that is left over" : words[i]);
+  }
+}
+
+void look_at_address(const char* value, Options* options) {
+  if (is_four_numbers(value)) return;
+  note_argument(options, "the address %s is not four decimal numbers from 0 to 255", value);
+}
+
+void look_at_netmask(const char* value, Options* options) {
+  look_at_address(value, options);
+  if (has_holes(value)) note_argument(options, "the net mask %s has holes", value);
+}
+
+void look_at_mac(const char* value, Options* options) {
+  uint8_t unused[6];
+  constexpr char MAC_CHARACTERS[] = "0123456789abcdefABCDEF:";
+  const bool six = std::ranges::count(std::string_view(value), ':') == 5;
+  if ((six && value[std::strspn(value, MAC_CHARACTERS)] == '\0') || !parse_mac(value, unused))
+    return;
+  note_argument(options, "the MAC address %s has more than six bytes", value);
+}
+
+void look_at_arp(const char* value, Options* options) {
+  if (value == nullptr || std::strcmp(value, "0") == 0 || std::strcmp(value, "1") == 0) return;
+  note_argument(options, "the ARP control %s is neither 0 nor 1", value);
+}
+
+void look_at_raw(const char* value, Options* options) {
+  char* end = nullptr;
+  const unsigned long byte = std::strtoul(value, &end, 16);
+  if (*end == '\0' && byte <= LARGEST_BYTE) return;
+  note_argument(options, "the word %s after -e is no byte from 0 to FF", value);
+}
+
+void tell_argument_signs(const Options& options) {
+  for (unsigned i = 0; i < options.sign_count; i++) {
+    char text[160];
+    // NOLINTNEXTLINE(clang-diagnostic-format-nonliteral): the texts of the signs are literals
+    std::snprintf(text, sizeof text, options.signs[i].text, options.signs[i].word);
+    warning("%s", text);
+  }
+}

@@ -1,0 +1,104 @@
+// The sections of a FRU text file.
+#include "fru/section.h"
+
+#include <algorithm>
+#include <cctype>
+
+#include "base/error_text.h"
+#include "base/memory.h"
+#include "fru/image.h"
+#include "textfile/lines.h"
+
+const char* const FRU_SECTIONS[STATE_COUNT] = {
+    nullptr,
+    "_SEE_COMMON",
+    "_SEE_INTERNAL",
+    FRU_AREAS[CHASSIS_AREA].section,
+    FRU_AREAS[BOARD_AREA].section,
+    FRU_AREAS[PRODUCT_AREA].section,
+    "_SEE_MULTIREC",
+};
+
+namespace {
+
+std::span<const uint8_t> gathered(const Section& section) {
+  return std::span<const uint8_t>(section.bytes).first(section.count);
+}
+
+// Refuses the file at the line of a byte, or at the last line for a byte after the last one.
+int refuse_byte(const Section& section, unsigned position, const char* reason) {
+  const unsigned last = section.count - 1;
+  blame_line(section.lines[position < last ? position : last], reason);
+  return 0;
+}
+
+int end_common(const Section& section, fru_info* fru) {
+  if (section.count < FRU_HEADER_SIZE) {
+    return refuse_byte(section, section.count, "the common section has fewer than 8 bytes");
+  }
+  std::ranges::copy(gathered(section).first(FRU_HEADER_SIZE), fru->common_header);
+  return 1;
+}
+
+int end_internal(const Section& section, fru_info* fru) {
+  if (section.count < 2) return 1;
+  const auto data = gathered(section).subspan(1);
+  fru->internal_data = make_owned<uint8_t>(data.size());
+  if (!fru->internal_data) return refuse_byte(section, 0, "out of memory");
+  fru->internal_format = section.bytes[0];
+  fru->internal_len = static_cast<int32_t>(data.size());
+  std::ranges::copy(data, fru->internal_data.get());
+  return 1;
+}
+
+// Names the field whose length does not fit: what is kept of the refusal says more than the line
+// that was printed.
+void keep_long_field(const Section& section, unsigned position) {
+  const auto text = gathered(section).subspan(position + 1);
+  char shown[FRU_TEXT_LIMIT + 1] = {};
+  for (size_t i = 0; i < std::min<size_t>(text.size(), FRU_TEXT_LIMIT); i++) {
+    shown[i] = std::isprint(text[i]) != 0 ? static_cast<char>(text[i]) : '?';
+  }
+  keep_refusal("line %u: a field of %d bytes is longer than the %zu that are left: '%s'",
+               section.lines[position], section.bytes[position] & FRU_TEXT_LENGTH, text.size(),
+               shown);
+}
+
+// A field that ends between two bytes of one quoted piece has another length than its text.
+void note_split_fields(const fru_layout& layout, const Section& section, File_signs* signs) {
+  if (signs == nullptr) return;
+  for (size_t at = layout.fixed; at < section.count && section.bytes[at] != FRU_END_MARK;) {
+    at += 1 + size_t{section.bytes[at]} % (FRU_TEXT_LENGTH + 1);
+    if (at >= section.count) return;
+    const bool same_piece = section.pieces[at] != 0 &&
+                            section.pieces[at] == section.pieces[at - 1] &&
+                            section.lines[at] == section.lines[at - 1];
+    if (same_piece) note_sign(signs, Sign::split_field, section.lines[at]);
+  }
+}
+
+int end_area(const fru_layout& layout, const Section& section, fru_info* fru, File_signs* signs) {
+  if (section.count < 2) return 1;
+  note_split_fields(layout, section, signs);
+  fru_fault fault;
+  if (parse_area(layout, gathered(section), section.count, fru, &fault) == 1) return 1;
+  refuse_byte(section, fault.position, fault.reason);
+  if (fault.reason == FIELD_TOO_LONG) keep_long_field(section, fault.position);
+  return 0;
+}
+
+int end_multirecord(const Section& section, fru_info* fru) {
+  fru_fault fault;
+  if (GetMultirecord(gathered(section), fru, &fault) == 1) return 1;
+  return refuse_byte(section, fault.position, fault.reason);
+}
+
+}  // namespace
+
+int hand_over(unsigned state, const Section& section, fru_info* fru, File_signs* signs) {
+  if (section.count == 0) return 1;
+  if (state == COMMON) return end_common(section, fru);
+  if (state == INTERNAL) return end_internal(section, fru);
+  if (state == MULTIREC) return end_multirecord(section, fru);
+  return end_area(FRU_AREAS[state - CHASSIS], section, fru, signs);
+}
