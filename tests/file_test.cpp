@@ -2,146 +2,151 @@
 // standard streams that are closed or full.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 
 #include "base/dump_file.h"
-#include "base/standard_streams.h"
 #include "tests/harness.h"
 #include "textfile/lines.h"
-
-int qarn_main(int argc, char** argv);
 
 namespace {
 
 namespace fs = std::filesystem;
 using sim::machine;
-using enum sim::FaultKind;
 
-const std::string EMPTY_LOG = "_SEL\n_LOG_NUM   0000\n\n";
+constexpr uid_t OTHER = 1234;
 
+// Each test begins in an empty folder.
 struct Files : testing::Test {
   Files() {
-    sim::reset(sim::Kind::card);
     machine().bmc.sel.records.clear();
     machine().bmc.card.flash_size = 0x2000;
-    fs::remove_all(place);
-    fs::create_directory(place);
-    fs::permissions(place, fs::perms{0755});
-  }
-  const std::string place = path_of("place");
-  const std::string path = place + "/dump";
-
-  unsigned files() const {
-    return static_cast<unsigned>(std::distance(fs::directory_iterator(place), {}));
+    fs::remove_all(path_of("place"));
+    fs::create_directory(path_of("place"));
+    fs::current_path(path_of("place"));
+    fs::permissions(".", fs::perms{0755});
   }
 };
 
-int mode_of(const std::string& path) {
-  return static_cast<int>(fs::status(path).permissions());
+long files() {
+  return std::distance(fs::directory_iterator("."), {});
 }
 
-// A dump of that text: 0, or the errno of its refusal.
-int dumps(const std::string& path, const char* text = "new") {
+void put(const std::string& name, const std::string& text = "old") {
+  file_with("place/" + name, text);
+}
+
+// What becomes of a dump of that text: 0, or the errno of its refusal.
+int dumps(const std::string& path) {
   FILE* file = dump_open(path.c_str());
   if (file == nullptr) return errno;
-  std::fputs(text, file);
+  std::fputs("new", file);
   return dump_close(file) ? 0 : -1;
 }
 
-// Puts something at a path, of an older dump's content where it has some.
-void old_file(const std::string& path) {
-  file_with(fs::relative(path, path_of("")).string(), "old");
+void give(const char* name, uid_t owner) {
+  EXPECT_EQ(lchown(name, owner, static_cast<gid_t>(-1)), 0) << name;
 }
 
 TEST_F(Files, an_older_dump_survives_whatever_stops_the_new_one) {
-  struct Case {
-    const char* option;
-    sim::Fault fault;
-  };
-  const Case cases[] = {{"--save", {shorten, 0x08, 0x03, 300, 1, 17}},
-                        {"--save", {write_error, 0x08, 0x03, 300, 0, 1}},
-                        {"--save", {.kind = power_cut, .command = 0x03, .skip = 300}},
-                        {"--seldump", {write_error, 0x0A, 0x40, 0, 0, 1}},
-                        {"--seldump", {refuse, 0x0A, 0x40, 0, 0, 0xC0}},
-                        {"--sdrdump", {refuse, 0x0A, 0x23, 1, 0, 0xC0}},
-                        {"--wfru", {refuse, 0x0A, 0x11, 1, 0, 0xC0}}};
-  for (const Case& a : cases) {
-    old_file(path);
-    machine().bmc.faults = {a.fault};
-    run({a.option, path});
-    EXPECT_EQ(content_of(path), "old") << a.option;
-    // Only a power cut leaves the unfinished new file in the folder.
-    EXPECT_EQ(files(), a.fault.kind == power_cut ? 2U : 1U) << a.option;
-    fs::remove_all(place);
-    fs::create_directory(place);
-    machine().bmc.faults.clear();
+  const std::pair<const char*, const char*> cases[] = {
+      {"--save", "shorten netfn=8 cmd=3 skip=300 value=11"},
+      {"--save", "write_error netfn=8 cmd=3 skip=300 times=0 value=1"},
+      {"--save", "power_cut cmd=3 skip=300"},
+      {"--seldump", "write_error netfn=a cmd=40 times=0 value=1"},
+      {"--seldump", "refuse cmd=40 value=c0"},
+      {"--sdrdump", "refuse cmd=23 skip=1 value=c0"},
+      {"--wfru", "refuse cmd=11 skip=1 value=c0"}};
+  for (const auto& [option, fault] : cases) {
+    put("dump");
+    machine().bmc.faults = sim::faults(fault);
+    const int status = run(std::string(option) + " dump").status;
+    EXPECT_EQ(content_of("dump"), "old") << fault;
+    EXPECT_EQ(files(), status == 137 ? 2 : 1) << "a power cut leaves the unfinished file, too";
+    EXPECT_EQ(status == 255, std::string(fault).starts_with("write_error")) << fault;
+    for (const fs::path& file : fs::directory_iterator(".")) fs::remove(file);
   }
 }
 
-TEST_F(Files, a_new_dump_is_for_its_owner_and_one_that_replaces_another_keeps_its_mode) {
+TEST_F(Files, a_dump_that_once_found_no_room_is_not_whole) {
+  put("dump");
+  FILE* file = dump_open("dump");
+  rlimit limit = {2, RLIM_INFINITY};
+  std::signal(SIGXFSZ, SIG_IGN);
+  prlimit(0, RLIMIT_FSIZE, &limit, &limit);  // `limit` is now the earlier one
+  std::fputs("first", file);
+  EXPECT_NE(std::fflush(file), 0);
+  setrlimit(RLIMIT_FSIZE, &limit);
+  EXPECT_FALSE(dump_close(file));
+  EXPECT_EQ(content_of("dump"), "old");
+}
+
+TEST_F(Files, a_new_dump_is_for_its_owner_and_one_that_replaces_another_keeps_its_rights) {
   const mode_t mask = umask(0);
-  run({"--seldump", path});
-  EXPECT_EQ(mode_of(path), 0600);
-  fs::permissions(path, fs::perms{0644});
-  const bool root = geteuid() == 0;
-  const gid_t group = root ? 1234 : getegid();
-  EXPECT_EQ(chown(path.c_str(), geteuid(), group), 0);
-  file_with("place/dump", std::string(5000, 'x'));
-  run({"--seldump", path});
+  run("--seldump dump");
+  EXPECT_EQ(fs::status("dump").permissions(), fs::perms{0600});
+  put("dump", std::string(5000, 'x'));
+  fs::permissions("dump", fs::perms{0644});
+  const gid_t group = geteuid() == 0 ? OTHER : getegid();
+  EXPECT_EQ(chown("dump", geteuid(), group), 0);
+  run("--seldump dump");
   umask(mask);
-  EXPECT_EQ(content_of(path), EMPTY_LOG);
-  EXPECT_EQ(mode_of(path), 0644);
+  EXPECT_EQ(content_of("dump"), "_SEL\n_LOG_NUM   0000\n\n");
   struct stat status = {};
-  EXPECT_EQ(stat(path.c_str(), &status), 0);
+  EXPECT_EQ(stat("dump", &status), 0);
+  EXPECT_EQ(status.st_mode, S_IFREG | 0644U);
   EXPECT_EQ(status.st_gid, group);
-  EXPECT_EQ(files(), 1U);
+  EXPECT_EQ(files(), 1);
 }
 
 TEST_F(Files, links_are_followed_to_a_file_or_to_where_one_will_be) {
-  old_file(path);
-  fs::create_directory(place + "/deep");
-  fs::create_symlink("../dump", place + "/deep/one");
-  fs::create_symlink("deep/one", place + "/two");
-  EXPECT_EQ(dumps(place + "/two"), 0);
-  EXPECT_TRUE(fs::is_symlink(place + "/two") && fs::is_symlink(place + "/deep/one"));
-  EXPECT_EQ(content_of(path), "new");
-  fs::create_symlink(place + "/made", place + "/dangling");
-  FILE* given_up = dump_open((place + "/dangling").c_str());
-  dump_drop(given_up);
-  EXPECT_FALSE(fs::exists(place + "/made"));
-  EXPECT_EQ(dumps(place + "/dangling"), 0);
-  EXPECT_EQ(content_of(place + "/made"), "new");
-  fs::create_symlink("loop", place + "/loop");
-  EXPECT_EQ(dumps(place + "/loop"), ELOOP);
-  EXPECT_EQ(dumps(place + "/" + std::string(255, 'n')), 0);
-  EXPECT_EQ(dumps(place + "/" + std::string(256, 'n')), ENAMETOOLONG);
-  EXPECT_EQ(dumps(""), ENOENT);
-  EXPECT_EQ(dumps(place), EISDIR);
-  EXPECT_EQ(dumps(place + "/"), EISDIR);
-  EXPECT_EQ(dumps(place + "/none/dump"), ENOENT);
+  put("dump");
+  fs::create_directory("deep");
+  fs::create_symlink("../dump", "deep/one");
+  fs::create_symlink("deep/one", "two");
+  EXPECT_EQ(dumps("two"), 0);
+  EXPECT_TRUE(fs::is_symlink("two") && fs::is_symlink("deep/one"));
+  EXPECT_EQ(content_of("dump"), "new");
+  fs::create_symlink(path_of("place/made"), "dangling");
+  dump_drop(dump_open("dangling"));
+  EXPECT_FALSE(fs::exists("made"));
+  EXPECT_EQ(dumps("dangling"), 0);
+  EXPECT_EQ(content_of("made"), "new");
+  fs::create_symlink("loop", "loop");
+  const std::string longest(255, 'n');
+  const std::pair<std::string, int> cases[] = {
+      {"loop", ELOOP},  {longest, 0},      {longest + "n", ENAMETOOLONG}, {"", ENOENT},
+      {"deep", EISDIR}, {"deep/", EISDIR}, {"none/dump", ENOENT}};
+  for (const auto& [path, reason] : cases) EXPECT_EQ(dumps(path), reason) << path;
 }
 
 TEST_F(Files, nothing_that_the_run_did_not_create_is_removed_or_overwritten) {
-  FILE* file = dump_open(path.c_str());
-  old_file(path);
+  FILE* file = dump_open("dump");
+  put("dump");
   dump_drop(file);
-  EXPECT_EQ(content_of(path), "old");
-  dump_open(path.c_str());
+  dump_open("dump");
   dump_abandon();
-  EXPECT_EQ(content_of(path), "old");
-  EXPECT_EQ(files(), 1U);
-  file = dump_open(path.c_str());
-  fs::remove(path);
-  fs::create_directory(path);
-  EXPECT_FALSE(dump_close(file));
-  EXPECT_EQ(errno, EEXIST);
-  EXPECT_EQ(files(), 1U);
+  EXPECT_EQ(content_of("dump"), "old");
+  EXPECT_EQ(files(), 1);
+  // Something takes the target's place while the dump is written.
+  for (const bool older : {false, true}) {
+    fs::remove("dump");
+    if (older) put("dump");
+    file = dump_open("dump");
+    fs::remove("dump");
+    put("other");
+    fs::rename("other", "dump");
+    EXPECT_FALSE(dump_close(file));
+    EXPECT_EQ(errno, EEXIST);
+    EXPECT_EQ(content_of("dump"), "old");
+    EXPECT_EQ(files(), 1);
+  }
 }
 
 TEST_F(Files, devices_and_fifos_and_open_files_are_written_as_they_are) {
@@ -151,12 +156,12 @@ TEST_F(Files, devices_and_fifos_and_open_files_are_written_as_they_are) {
   int pipe_ends[2];
   ASSERT_EQ(pipe2(pipe_ends, O_NONBLOCK), 0);
   EXPECT_EQ(dumps("/dev/fd/" + std::to_string(pipe_ends[1])), 0);
-  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-  const int fifo = open(path.c_str(), O_RDWR | O_NONBLOCK);
-  EXPECT_EQ(dumps(path), 0);
-  EXPECT_TRUE(fs::is_fifo(path));
-  const int removed = open((place + "/removed").c_str(), O_RDWR | O_CREAT, 0600);
-  fs::remove(place + "/removed");
+  ASSERT_EQ(mkfifo("dump", 0600), 0);
+  const int fifo = open("dump", O_RDWR | O_NONBLOCK);
+  EXPECT_EQ(dumps("dump"), 0);
+  EXPECT_TRUE(fs::is_fifo("dump"));
+  const int removed = open("removed", O_RDWR | O_CREAT, 0600);
+  fs::remove("removed");
   EXPECT_EQ(dumps("/proc/self/fd/" + std::to_string(removed)), 0);
   for (const int handle : {pipe_ends[0], fifo, removed}) {
     char text[4] = {};
@@ -165,51 +170,51 @@ TEST_F(Files, devices_and_fifos_and_open_files_are_written_as_they_are) {
     close(handle);
   }
   close(pipe_ends[1]);
-  EXPECT_EQ(files(), 1U);
+  EXPECT_EQ(files(), 1);
 }
 
 TEST_F(Files, what_is_standard_output_takes_a_dump_in_its_place_among_the_rest) {
   for (const std::string& name : {std::string("/dev/stdout"), std::string("/dev/fd/1"),
                                   std::string("/proc/self/fd/1"), path_of("run.out")}) {
-    const RunResult result = run({"--seldump", name, "-e", "18", "02"});
+    const RunResult result = run("--seldump " + name + " -e 18 02");
     EXPECT_TRUE(result.out.starts_with("BMC Utility on Linux version")) << result.out;
-    EXPECT_EQ(after_identity(result.out),
-              "Dumping SEL to file " + name + "\n" + EMPTY_LOG + "response is 1C 02 00 \n");
+    EXPECT_EQ(result.said,
+              "Dumping SEL to file " + name + "\n_SEL\n_LOG_NUM   0000\n\nresponse is 1C 02 00 \n");
   }
 }
 
 TEST_F(Files, a_file_with_several_names_is_refused_with_the_actions_line) {
-  old_file(path);
-  fs::create_hard_link(path, place + "/name");
+  put("dump");
+  fs::create_hard_link("dump", "name");
   const std::pair<const char*, std::string> cases[] = {
-      {"--seldump", "Writting File " + path + " fail\n"},
-      {"--sdrdump", "Writting File " + path + " fail\n"},
+      {"--seldump", "Writting File dump fail\n"},
+      {"--sdrdump", "Writting File dump fail\n"},
       {"--wfru", "writing file......fail\n"},
-      {"--save", "cannot open the data file: " + path + "\n"}};
+      {"--save", "cannot open the data file: dump\n"}};
   for (const auto& [option, line] : cases) {
-    EXPECT_NE(run({option, path}).out.find(line), std::string::npos) << option;
-    EXPECT_EQ(content_of(path), "old") << option;
+    EXPECT_NE(run(std::string(option) + " dump").out.find(line), std::string::npos) << option;
+    EXPECT_EQ(content_of("dump"), "old") << option;
   }
-  fs::remove(place + "/name");
-  EXPECT_EQ(dumps(path), 0);
+  fs::remove("name");
+  EXPECT_EQ(dumps("dump"), 0);
 }
 
 TEST_F(Files, what_another_user_put_into_a_folder_that_others_may_write_is_refused) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can play other users";
-  constexpr uid_t OTHER = 1234;
-  const std::string link = place + "/link";
-  const auto outcome = [&](mode_t mode, uid_t folder, uid_t of_link, uid_t of_file) {
-    fs::remove(link);
-    old_file(path);
-    fs::create_symlink("dump", link);
-    EXPECT_EQ(lchown(link.c_str(), of_link, 0) | chown(path.c_str(), of_file, 0), 0);
-    EXPECT_EQ(chown(place.c_str(), folder, 0) | chmod(place.c_str(), mode), 0);
-    const int reason = dumps(link);
-    EXPECT_EQ(content_of(path), reason == 0 ? "new" : "old");
-    fs::remove(path);
+  const auto outcome = [](unsigned mode, uid_t of_folder, uid_t of_link, uid_t of_file) {
+    fs::remove("link");
+    put("dump");
+    fs::create_symlink("dump", "link");
+    give("link", of_link);
+    give("dump", of_file);
+    give(".", of_folder);
+    fs::permissions(".", fs::perms{mode});
+    const int reason = dumps("link");
+    EXPECT_EQ(content_of("dump"), reason == 0 ? "new" : "old");
+    fs::remove("dump");
     return reason;
   };
-  for (const mode_t shared : {0777U, 01777U, 0775U, 0757U}) {
+  for (const unsigned shared : {0777U, 01777U, 0775U, 0757U}) {
     EXPECT_EQ(outcome(shared, 0, 0, 0), 0);
     EXPECT_EQ(outcome(shared, 0, OTHER, 0), ELOOP);
     EXPECT_EQ(outcome(shared, 0, 0, OTHER), ELOOP);
@@ -217,163 +222,109 @@ TEST_F(Files, what_another_user_put_into_a_folder_that_others_may_write_is_refus
   EXPECT_EQ(outcome(0755, 0, OTHER, OTHER), 0) << "only root can have put them there";
   EXPECT_EQ(outcome(0755, OTHER, OTHER, 0), ELOOP) << "the folder is the other user's";
   EXPECT_EQ(outcome(0755, OTHER, 0, 0), 0);
-  fs::permissions(path_of(""), fs::perms{0755});
-  for (const mode_t mode : {0644U, 0444U}) {
-    old_file(path);
-    EXPECT_EQ(chmod(path.c_str(), mode) | chown(path.c_str(), OTHER, 0) | seteuid(OTHER), 0);
-    EXPECT_EQ(dumps(path), mode == 0644 ? 0 : EACCES) << "its owner may not write it";
+  fs::permissions("..", fs::perms{0755});
+  for (const unsigned mode : {0644U, 0444U}) {
+    put("dump");
+    give("dump", OTHER);
+    fs::permissions("dump", fs::perms{mode});
+    EXPECT_EQ(seteuid(OTHER), 0);
+    EXPECT_EQ(dumps("dump"), mode == 0644 ? 0 : EACCES) << "its owner may not write it";
     EXPECT_EQ(seteuid(0), 0);
-    fs::remove(path);
+    fs::remove("dump");
   }
-  ASSERT_EQ(mkfifo(path.c_str(), 0666) | chmod(place.c_str(), 01777), 0);
-  ASSERT_EQ(chown(path.c_str(), OTHER, 0), 0);
-  const int reader = open(path.c_str(), O_RDONLY | O_NONBLOCK);
-  EXPECT_EQ(dumps(path), ELOOP);
-  close(reader);
 }
 
-TEST_F(Files, a_link_of_another_user_to_a_folder_is_not_followed_in_a_shared_one) {
+TEST_F(Files, a_fifo_and_a_link_to_a_folder_of_another_user_are_not_followed_in_a_shared_one) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can play other users";
-  fs::create_directory(place + "/ours");
-  fs::create_directory_symlink("ours", place + "/link");
-  EXPECT_EQ(dumps(place + "/link//dump"), 0);
-  EXPECT_EQ(dumps(place + "/./ours/../link/dump"), 0);
-  EXPECT_EQ(dumps(place + "/link/none/dump"), ENOENT);
-  ASSERT_EQ(chmod(place.c_str(), 01777) | lchown((place + "/link").c_str(), 1234, 0), 0);
-  EXPECT_EQ(dumps(place + "/link/dump"), ELOOP);
-  EXPECT_EQ(dumps(place + "/ours/dump"), 0);
-}
-
-TEST_F(Files, a_file_that_came_while_the_dump_was_written_stays) {
-  for (const bool there : {false, true}) {
-    fs::remove(path);
-    if (there) old_file(path);
-    FILE* file = dump_open(path.c_str());
-    ASSERT_NE(file, nullptr);
-    fs::remove(path);
-    old_file(place + "/other");
-    fs::rename(place + "/other", path);
-    EXPECT_FALSE(dump_close(file));
-    EXPECT_EQ(errno, EEXIST);
-    EXPECT_EQ(content_of(path), "old");
-    EXPECT_EQ(files(), 1U);
-  }
+  fs::create_directory("ours");
+  fs::create_directory_symlink("ours", "link");
+  ASSERT_EQ(mkfifo("fifo", 0666), 0);
+  const int reader = open("fifo", O_RDONLY | O_NONBLOCK);
+  for (const char* path : {"link//dump", "./ours/../link/dump", "fifo"}) EXPECT_EQ(dumps(path), 0);
+  EXPECT_EQ(dumps("link/none/dump"), ENOENT);
+  fs::permissions(".", fs::perms{01777});
+  give("link", OTHER);
+  give("fifo", OTHER);
+  EXPECT_EQ(dumps("link/dump"), ELOOP);
+  EXPECT_EQ(dumps("fifo"), ELOOP);
+  EXPECT_EQ(dumps("ours/dump"), 0);
+  close(reader);
 }
 
 // The limit is the file's size, then one byte less.
 TEST_F(Files, a_definition_file_beyond_the_limit_is_refused) {
   const std::string records = "_SDR (\n_SDR_TYPE 01\n_REC_LEN 06\n01 00 51 01 01 AA\n)\n# end";
   const std::string block("\x5A\x08\x01\x00\x51\x01\x01\xAA", 8);
-  const std::string binary = std::string(16, 'h') + block + "end.";
   const std::string request = "20 18 01\n20 18 46 02\n";
-  const std::string device = "_FRU\n_DEV_ID 01\n// end";
-  const std::tuple<const char*, std::string, std::string, std::string> cases[] = {
-      {"--sdr", "text", records, "line 6: the file is too long\nload sdr file "},
-      {"--sdr", "a.dat", binary, "offset 26: the file is too long\nload sdr file "},
-      {"--fru", "fru", device, "line 3: the file is too long\nCannot read file "},
-      {"--cfg", "script", request, "line 2: the file is too long\n"}};
+  const std::tuple<const char*, std::string, std::string> cases[] = {
+      {"--sdr text", records, "line 6: the file is too long\nload sdr file "},
+      {"--sdr a.dat", std::string(16, 'h') + block + "end.",
+       "offset 26: the file is too long\nload sdr file "},
+      {"--fru text", "_FRU\n_DEV_ID 01\n// end", "line 3: the file is too long\nCannot read file "},
+      {"--cfg text", request, "line 2: the file is too long\n"}};
   const uint64_t usual = file_limit;
-  for (const auto& [option, name, content, says] : cases) {
-    const std::string file = file_with(name, content);
+  for (const auto& [line, content, says] : cases) {
+    for (const char* name : {"text", "a.dat"}) put(name, content);
     file_limit = content.size();
-    EXPECT_EQ(run({option, file}).out.find("too long"), std::string::npos) << name;
+    EXPECT_EQ(run(line).out.find("too long"), std::string::npos) << line;
     file_limit--;
-    const RunResult refused = run({option, file});
+    const RunResult refused = run(line);
     EXPECT_NE(refused.out.find(says), std::string::npos) << refused.out;
     EXPECT_EQ(refused.out.find("too long"), refused.out.rfind("too long")) << refused.out;
     EXPECT_EQ(refused.traffic.find("28 27"), std::string::npos) << "nothing is erased";
     EXPECT_EQ(refused.traffic.find("18 46 02"), std::string::npos) << "the script ends there";
   }
   file_limit = 100000;
-  for (const char* option : {"--sdr", "--fru", "--cfg"}) {
-    EXPECT_NE(run({option, "/dev/zero"}).out.find("line 1: the file is too long\n"),
-              std::string::npos);
+  put("comment", "# " + std::string(200000, 'x'));  // counts, although it is not kept
+  for (const char* endless :
+       {"--sdr /dev/zero", "--fru /dev/zero", "--cfg /dev/zero", "--cfg comment"}) {
+    EXPECT_NE(run(endless).out.find("line 1: the file is too long\n"), std::string::npos)
+        << endless;
   }
-  // The rest of a comment counts, although it is not kept.
-  EXPECT_NE(run({"--cfg", file_with("long", "# " + std::string(200000, 'x'))}).out.find("too long"),
-            std::string::npos);
   file_limit = usual;
 }
 
 TEST_F(Files, util_dat_is_read_only_if_it_is_a_file) {
-  const auto before = fs::current_path();
+  const auto has_comments = [] {
+    run("--sdrdump dump");
+    return content_of("dump").find("// first field") != std::string::npos;
+  };
   const std::string comments = "<SDR_COMMENT_TYPE1>\nfirst field\n";
   int pipe_ends[2];
   ASSERT_EQ(pipe(pipe_ends), 0);
   ASSERT_GT(write(pipe_ends[1], comments.data(), comments.size()), 0);
   close(pipe_ends[1]);
-  fs::current_path(place);
   fs::create_symlink("/proc/self/fd/" + std::to_string(pipe_ends[0]), "util.dat");
-  run({"--sdrdump", "dump"});
-  EXPECT_EQ(content_of("dump").find("// first field"), std::string::npos);
+  EXPECT_FALSE(has_comments());
   fs::remove("util.dat");
-  file_with("place/util.dat", comments);
-  run({"--sdrdump", "dump"});
-  EXPECT_NE(content_of("dump").find("// first field"), std::string::npos);
-  fs::current_path(before);
+  put("util.dat", comments);
+  EXPECT_TRUE(has_comments());
   close(pipe_ends[0]);
 }
 
 TEST_F(Files, no_file_takes_the_place_of_a_closed_standard_stream) {
-  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-    const pid_t child = fork();
-    if (child == 0) {
-      close(stream);
-      prepare_standard_streams();
-      const std::string link = "/proc/self/fd/" + std::to_string(stream);
-      std::_Exit(fs::read_symlink(link) == "/dev/null" ? 0 : 1);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0) << stream;
+  run("--save usual");
+  for (const char* streams : {"0", "1", "2", "01", "012"}) {
+    const auto close_them = [streams] {
+      for (const char* stream = streams; *stream != '\0'; stream++) close(*stream - '0');
+      std::atexit([] {
+        for (const int stream : {0, 1, 2}) {
+          if (fcntl(stream, F_GETFD) < 0) std::_Exit(9);
+        }
+      });
+    };
+    EXPECT_EQ(run("--save dump", {.prepare = close_them}).status, 0) << streams;
+    EXPECT_EQ(content_of("dump").size(), 0x2000U);
+    EXPECT_TRUE(content_of("dump") == content_of("usual")) << streams;
   }
-  std::fflush(nullptr);
-  const pid_t child = fork();
-  if (child == 0) {
-    std::string words[] = {"qarn", "--save", path};
-    char* arguments[] = {words[0].data(), words[1].data(), words[2].data(), nullptr};
-    close(STDIN_FILENO);
-    close(STDOUT_FILENO);
-    std::exit(qarn_main(3, arguments));
-  }
-  int status = -1;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0);
-  run({"--save", place + "/usual"});
-  EXPECT_EQ(content_of(path).size(), 0x2000U);
-  EXPECT_TRUE(content_of(path) == content_of(place + "/usual"));
-}
-
-// Standard error of "qarn -e 18 02" with a standard output that takes nothing.
-std::string errors_of_lost_output(bool on_terminal) {
-  const int ours = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-  EXPECT_TRUE(grantpt(ours) == 0 && unlockpt(ours) == 0);
-  const int other = open(on_terminal ? ptsname(ours) : path_of("errors").c_str(),
-                         O_RDWR | O_NOCTTY | O_CREAT | O_CLOEXEC, 0600);
-  std::fflush(nullptr);
-  const pid_t child = fork();
-  if (child == 0) {
-    dup2(open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO);
-    dup2(other, STDERR_FILENO);
-    char words[][5] = {"qarn", "-e", "18", "02"};
-    char* arguments[] = {words[0], words[1], words[2], words[3], nullptr};
-    std::exit(qarn_main(4, arguments));
-  }
-  int status = -1;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0);
-  char shown[200] = {};
-  const ssize_t count = on_terminal ? read(ours, shown, sizeof shown - 1) : 0;
-  EXPECT_EQ(count > 0, on_terminal);
-  close(ours);
-  close(other);
-  return on_terminal ? shown : content_of(path_of("errors"));
 }
 
 TEST_F(Files, lost_output_is_a_hint_on_a_terminal) {
-  EXPECT_EQ(errors_of_lost_output(true),
-            "qarn: standard output could not be written: No space left on device\r\n");
-  EXPECT_EQ(errors_of_lost_output(false), "");
+  const auto fill = [] { dup2(open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO); };
+  const RunResult seen = run("-e 18 02", {.terminals = "2", .prepare = fill});
+  EXPECT_EQ(seen.status, 0);
+  EXPECT_EQ(seen.terminal, "qarn: standard output could not be written: No space left on device\n");
+  EXPECT_EQ(run("-e 18 02", {.prepare = fill}).err, "");
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// What the firmware tests share: images as text, the card, and the three actions.
+// What the firmware tests share: images as text, the card, and what its three actions come to.
 #pragma once
 #include <gtest/gtest.h>
 
@@ -6,7 +6,6 @@
 #include <map>
 #include <sstream>
 
-#include "firmware/flash.h"
 #include "tests/harness.h"
 
 // Bytes that differ from place to place.
@@ -50,14 +49,9 @@ inline void serve_card(const Flash& flash) {
                              .flash = sim::Bytes(flash.size, '.')};
 }
 
-// What the flash holds.
 inline std::string flash_content() {
   const sim::Bytes& bytes = sim::machine().bmc.card.flash;
   return {bytes.begin(), bytes.end()};
-}
-
-inline std::string repeated(size_t count, const std::string& text) {
-  return count == 0 ? "" : text + repeated(count - 1, text);
 }
 
 // Each request by its name, without its data; a pause as it is.
@@ -79,42 +73,26 @@ inline std::string in_words(const std::string& traffic) {
 inline const std::string RESET =
     "cold_reset sleep 4000000 sleep 2000000 identity sleep 2000000 identity ";
 
-// What one of the three actions says and asks between its way into the downloader and its way out,
-// while these faults act.
-struct Action {
-  std::string option;
-  std::string title;
-  std::string path;
-  std::string exit_said = "OK\n";
-  std::string exit_asked = RESET;
-
-  void says(const std::string& said, const std::string& asked,
-            const std::string& faults = "") const {
-    sim::machine().bmc.faults = sim::faults(faults);
-    const RunResult result = run({option, path});
-    EXPECT_EQ(after_identity(result.out), title + " File " + path + "\nEnter Downloader......OK\n" +
-                                              said + "reset and wait\nExit Downloader......" +
-                                              exit_said);
-    EXPECT_EQ(in_words(after_identity(result.traffic)), "enter sleep 2000000 " + asked + exit_asked)
-        << said;
-  }
-};
-
-inline Action save(const std::string& path) {
-  return {.option = "--save", .title = "Read firmware and Save to", .path = path};
+inline std::string between(const std::string& head, const std::string& text,
+                           const std::string& tail) {
+  const bool whole = text.starts_with(head) && text.substr(head.size()).ends_with(tail);
+  EXPECT_TRUE(whole) << text << "\nis not within:\n" << head << "...\n" << tail;
+  return whole ? text.substr(head.size(), text.size() - head.size() - tail.size()) : "";
 }
 
-inline Action verification(const std::string& path) {
-  return {.option = "--verify", .title = "Verify firmware with the", .path = path};
-}
-
-inline void updates(const std::string& path, const std::string& said, const std::string& asked,
-                    const std::string& faults = "") {
-  const Action update = {.option = "-u", .title = "Update Firmware with", .path = path};
-  update.says("Flashing now\n" + said, asked, faults);
-}
-
-inline void fails_to_update(const std::string& path, const std::string& said,
-                            const std::string& asked, const std::string& faults = "") {
-  updates(path, said + "can't find file " + path + "\n", asked, faults);
+// What an action says, then what it asks, between its way into the downloader and its way out,
+// while these faults act. Of an update that fails the last line is "FAIL".
+inline std::string outcome(const std::string& option, const std::string& path,
+                           const std::string& faults = "") {
+  const std::map<std::string, std::string> titles = {{"-u", "Update Firmware with"},
+                                                     {"--save", "Read firmware and Save to"},
+                                                     {"--verify", "Verify firmware with the"}};
+  sim::machine().bmc.faults = sim::faults(faults);
+  const RunResult result = run(option + " " + path);
+  std::string said = between(titles.at(option) + " File " + path + "\nEnter Downloader......OK\n",
+                             result.said, "reset and wait\nExit Downloader......OK\n");
+  const std::string failure = "can't find file " + path + "\n";
+  if (option == "-u") said = between("Flashing now\n", said, "");
+  if (said.ends_with(failure)) said.replace(said.size() - failure.size(), failure.size(), "FAIL\n");
+  return said + between("enter sleep 2000000 ", in_words(result.sent), RESET);
 }

@@ -16,7 +16,7 @@ const std::string RAW = file_with("raw.bin", IMAGE);
 // Erased blocks lead to a record that begins later; all their chunks carry the block's address.
 TEST(Update, sends_blocks_in_chunks) {
   serve_card({});
-  EXPECT_EQ(after_identity(run({"-u", file_with("fw.mot", srecords(0xFFFFFFFC, "wxyz"))}).traffic),
+  EXPECT_EQ(run("-u " + file_with("fw.mot", srecords(0xFFFFFFFC, "wxyz"))).sent,
             "20 02 44 4F 57 4E 4C 4F 41 44\nsleep 2000000\n20 01\n20 04 FF FF FF F8 80 FF\n"
             "20 04 FF FF FF F8 00 FF\n20 04 FF FF FF F8 00 FF\n20 04 FF FF FF F8 40 FF\n"
             "sleep 2000\n20 05\n20 04 FF FF FF FC 80 77\n20 04 FF FF FF FD 00 78\n"
@@ -27,15 +27,15 @@ TEST(Update, sends_blocks_in_chunks) {
 // Data that resumes in a later portion begins with a block. The chunks are longer than the KCS
 // ports carry.
 TEST(Update, ends_with_the_image_or_with_the_flash) {
-  const auto programs = [](const std::string& path, const std::string& programmed) {
+  const auto programs = [](const char* name, const std::string& image, const std::string& flash) {
     serve_card({.base = 0, .size = 0x2400, .start = 0, .block = 128, .chunk = 128});
-    run({"-ou", path});
-    EXPECT_EQ(flash_content(), programmed + std::string(0x2400 - programmed.size(), '.'));
+    run("-ou " + file_with(name, image));
+    EXPECT_EQ(flash_content(), flash + std::string(0x2400 - flash.size(), '.'));
   };
-  programs(file_with("fw", noise(1)), padded(noise(1), 4096));
-  programs(file_with("fw", noise(4096)), padded(noise(4096), 8192));
-  programs(file_with("fw", noise(0x8000)), noise(0x2400));
-  programs(file_with("fw.mot", srecords(0, "start") + srecords(0x1400, "more")),
+  programs("fw", noise(1), padded(noise(1), 4096));
+  programs("fw", noise(4096), padded(noise(4096), 8192));
+  programs("fw", noise(0x8000), noise(0x2400));
+  programs("fw.mot", srecords(0, "start") + srecords(0x1400, "more"),
            padded(padded("start", 0x1400) + "more", 0x2400));
 }
 
@@ -51,77 +51,79 @@ TEST(Update, sends_a_block_again_up_to_eight_times) {
       const std::string wait_us = std::to_string(2000 + 10000 * failures);
       asked += pause + "chunk chunk chunk chunk sleep " + wait_us + " end ";
       serve_card({});
-      updates(RAW, ".OK\n", asked + BLOCK, faults + std::to_string(failures));
+      EXPECT_EQ(outcome("-u", RAW, faults + std::to_string(failures)), ".OK\n" + asked + BLOCK);
       EXPECT_EQ(flash_content(), UPDATED);
     }
     serve_card({});
-    fails_to_update(RAW, ".", asked, faults + "8");
+    EXPECT_EQ(outcome("-u", RAW, faults + "8"), ".FAIL\n" + asked);
     EXPECT_NE(flash_content(), UPDATED);
   }
 }
 
 TEST(Update, refuses_what_does_not_fit_before_the_first_chunk) {
-  const auto refuses = [](const Flash& flash, const std::string& why, const std::string& image) {
-    serve_card(flash);
-    const std::string path = file_with(image[0] == 'S' ? "fw.mot" : "fw.bin", image);
-    fails_to_update(path, "cannot use the " + why + "\n", "information ");
-  };
   const std::string sizes = "flash update information: ";
-  refuses({.block = 0}, sizes + "the block size is 0", IMAGE);
-  refuses({.chunk = 0}, sizes + "the chunk size is 0", IMAGE);
-  refuses({.chunk = 3}, sizes + "a block is not made of whole chunks", IMAGE);
-  refuses({.block = 3}, sizes + "4096 bytes are not whole blocks", IMAGE);
-  refuses({.block = 128, .chunk = 128}, sizes + "a chunk is too long for the KCS ports; try --open",
-          IMAGE);
-  refuses({.start = 0xFFFFFFEF}, sizes + "the update start is outside of the flash", IMAGE);
-  refuses({.size = 8}, sizes + "the update start is outside of the flash", IMAGE);
-  refuses({.size = 17}, sizes + "the flash runs past the last address", IMAGE);
-  refuses({.start = 0xFFFFFFF9}, sizes + "the last block runs past the last address", IMAGE);
   const std::string none = "image: it has no data between update start and end of the flash";
   const Flash low = {.base = 0, .size = 0x2000, .start = 8};
-  refuses(low, none, "01234567");
-  refuses(low, none, srecords(0x2000, "after the flash"));
-  refuses(low, "image: data at 00000007 is below the update start 00000008", srecords(7, "x"));
-  refuses(low, "image: data at 00001FFA does not begin with a block of 4 bytes",
-          srecords(8, "x") + srecords(0x1FFA, "x"));
+  const std::tuple<Flash, std::string, std::string> cases[] = {
+      {{.block = 0}, sizes + "the block size is 0", IMAGE},
+      {{.chunk = 0}, sizes + "the chunk size is 0", IMAGE},
+      {{.chunk = 3}, sizes + "a block is not made of whole chunks", IMAGE},
+      {{.block = 3}, sizes + "4096 bytes are not whole blocks", IMAGE},
+      {{.block = 128, .chunk = 128},
+       sizes + "a chunk is too long for the KCS ports; try --open",
+       IMAGE},
+      {{.start = 0xFFFFFFEF}, sizes + "the update start is outside of the flash", IMAGE},
+      {{.size = 8}, sizes + "the update start is outside of the flash", IMAGE},
+      {{.size = 17}, sizes + "the flash runs past the last address", IMAGE},
+      {{.start = 0xFFFFFFF9}, sizes + "the last block runs past the last address", IMAGE},
+      {low, none, "01234567"},
+      {low, none, srecords(0x2000, "after the flash")},
+      {low, "image: data at 00000007 is below the update start 00000008", srecords(7, "x")},
+      {low, "image: data at 00001FFA does not begin with a block of 4 bytes",
+       srecords(8, "x") + srecords(0x1FFA, "x")}};
+  for (const auto& [flash, why, image] : cases) {
+    serve_card(flash);
+    EXPECT_EQ(outcome("-u", file_with(image[0] == 'S' ? "fw.mot" : "fw.bin", image)),
+              "cannot use the " + why + "\nFAIL\ninformation ");
+  }
 }
 
 TEST(Verify, names_the_address_of_each_byte_that_differs) {
   const std::string portion = "information " + repeated(256, "read ");
   serve_card({});
-  verification(file_with("cut", "01234567......"))
-      .says("Verify now\n.data wrong at E\ndata wrong at F\nOK\n", portion);
-  verification(file_with("fw.mot", srecords(0xFFFFFFF8, "x......x")))
-      .says("Verify now\n.data wrong at FFFFFFF8\ndata wrong at FFFFFFFF\nOK\n", portion);
+  EXPECT_EQ(outcome("--verify", file_with("cut", "01234567......")),
+            "Verify now\n.data wrong at E\ndata wrong at F\nOK\n" + portion);
+  EXPECT_EQ(outcome("--verify", file_with("fw.mot", srecords(0xFFFFFFF8, "x......x"))),
+            "Verify now\n.data wrong at FFFFFFF8\ndata wrong at FFFFFFFF\nOK\n" + portion);
 }
 
 TEST(Actions, name_what_stopped_them) {
-  const std::string file = path_of("file");
   const std::string fifo = path_of("fifo.mot");
   EXPECT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-  const std::string shut = "cannot open the data file: ";
+  const std::string file = path_of("file");
   const std::string unknown = "cannot get flash update information\n";
   serve_card({});
-  verification("missing").says(shut + "missing\n", "");
-  verification(fifo).says(shut + fifo + "\ncannot use the image: it is not a regular file\n", "");
-  save("/dev/full")
-      .says("cannot write the whole flash to /dev/full\n", "information " + repeated(256, "read "));
-  save(file).says("cannot read the flash at FFFFFFF0\n", "information read ",
-                  "shorten netfn=8 cmd=3 value=11");
-  save(file).says(unknown, "information ", "refuse netfn=8 cmd=1 value=9");
+  EXPECT_EQ(outcome("--verify", "missing"), "cannot open the data file: missing\n");
+  EXPECT_EQ(outcome("--verify", fifo), "cannot open the data file: " + fifo +
+                                           "\ncannot use the image: it is not a regular file\n");
+  EXPECT_EQ(outcome("--save", "/dev/full"),
+            "cannot write the whole flash to /dev/full\ninformation " + repeated(256, "read "));
+  EXPECT_EQ(outcome("--save", file, "shorten netfn=8 cmd=3 value=11"),
+            "cannot read the flash at FFFFFFF0\ninformation read ");
+  EXPECT_EQ(outcome("--save", file, "refuse netfn=8 cmd=1 value=9"), unknown + "information ");
   EXPECT_EQ(content_of(file), "(no file)");
-  fails_to_update(RAW, unknown, "information ", "shorten netfn=8 cmd=1 value=10");
+  EXPECT_EQ(outcome("-u", RAW, "shorten netfn=8 cmd=1 value=10"), unknown + "FAIL\ninformation ");
 }
 
 TEST(Update, ends_with_the_address_of_the_chunk_or_block_that_is_not_taken) {
   serve_card({.base = 0x12345670, .start = 0x12345678});
   // Completion code 1 is good on the last chunk of a block.
-  updates(RAW, ".OK\n", FIRST + BLOCK, "answer netfn=8 cmd=4 skip=3 bytes=01");
-  fails_to_update(RAW, ".write data error at 1234567A\n", "information chunk chunk chunk ",
-                  "answer netfn=8 cmd=4 skip=2 bytes=01");
-  fails_to_update(RAW, ".Cannot write data at 1234567C\n", FIRST + "chunk ",
-                  "shorten netfn=8 cmd=4 skip=4 value=0");
-  fails_to_update(RAW, ".Write Error\n", FIRST, "answer netfn=8 cmd=5 bytes=0002");
+  EXPECT_EQ(outcome("-u", RAW, "answer netfn=8 cmd=4 skip=3 bytes=01"), ".OK\n" + FIRST + BLOCK);
+  EXPECT_EQ(outcome("-u", RAW, "answer netfn=8 cmd=4 skip=2 bytes=01"),
+            ".write data error at 1234567A\nFAIL\ninformation chunk chunk chunk ");
+  EXPECT_EQ(outcome("-u", RAW, "shorten netfn=8 cmd=4 skip=4 value=0"),
+            ".Cannot write data at 1234567C\nFAIL\n" + FIRST + "chunk ");
+  EXPECT_EQ(outcome("-u", RAW, "answer netfn=8 cmd=5 bytes=0002"), ".Write Error\nFAIL\n" + FIRST);
 }
 
 // Block by block the flash holds new bytes, then at most one block that is half new, then old ones.
@@ -142,33 +144,34 @@ TEST(Update, is_whole_or_over_at_once_and_repaired_by_the_next) {
          {std::tuple("refuse value=c0", when_refused, 0), {"power_cut", when_power_is_cut, 137}}) {
       serve_card({});
       sim::machine().bmc.faults = sim::faults(fault + (" netfn=8 skip=" + std::to_string(before)));
-      const RunResult result = run({"-u", RAW});
+      const RunResult result = run("-u " + RAW);
       EXPECT_EQ(result.status, status) << request;
       EXPECT_EQ(in_words(result.traffic).ends_with(RESET), status == 0) << request;
       EXPECT_EQ(result.out.find(" Cannot enter downloader\n") != std::string::npos,
                 before == 0 && status == 0);
       EXPECT_EQ(flash_content(), std::string("........") + programmed) << fault << request;
-      updates(RAW, ".OK\n", FIRST + BLOCK);
+      EXPECT_EQ(outcome("-u", RAW), ".OK\n" + FIRST + BLOCK);
       EXPECT_EQ(flash_content(), UPDATED) << fault << request;
     }
   }
 }
 
 TEST(Exit, resets_and_waits_until_the_card_runs_normally) {
-  const auto leaves = [](const char* said, const std::string& asked, const char* faults) {
-    Action action = save(".");
-    action.exit_said = said;
-    action.exit_asked = asked;
-    action.says("cannot open the data file: .\n", "information ", faults);
-  };
   const std::string polls = "cold_reset sleep 4000000 " + repeated(10, "sleep 2000000 identity ");
   const char never[] = "Firmware cannot return normal state\n";
-  serve_card({});
-  leaves("OK\n", "cold_reset warm_" + RESET.substr(5), "refuse netfn=6 cmd=2 value=c3");
-  leaves("Cannot exit downloader\n", "cold_reset warm_reset ",
-         "refuse netfn=6 skip=1 times=0 value=c3");
-  leaves(never, polls, "refuse netfn=6 cmd=1 skip=1 times=0 value=c3");
-  leaves(never, polls, "shorten netfn=6 cmd=1 skip=1 times=0 value=3");
+  const std::tuple<const char*, std::string, const char*> cases[] = {
+      {"OK\n", "cold_reset warm_" + RESET.substr(5), "refuse netfn=6 cmd=2 value=c3"},
+      {"Cannot exit downloader\n", "cold_reset warm_reset ",
+       "refuse netfn=6 skip=1 times=0 value=c3"},
+      {never, polls, "refuse netfn=6 cmd=1 skip=1 times=0 value=c3"},
+      {never, polls, "shorten netfn=6 cmd=1 skip=1 times=0 value=3"}};
+  for (const auto& [said, asked, faults] : cases) {
+    serve_card({});
+    sim::machine().bmc.faults = sim::faults(faults);
+    const RunResult result = run("--save .");
+    EXPECT_TRUE(result.out.ends_with(std::string("reset and wait\nExit Downloader......") + said));
+    EXPECT_EQ(in_words(result.sent), "enter sleep 2000000 information " + asked) << faults;
+  }
 }
 
 TEST(Save, writes_whole_portions_that_verify_takes_back) {
@@ -179,9 +182,9 @@ TEST(Save, writes_whole_portions_that_verify_takes_back) {
     sim::machine().bmc.card.flash.assign(content.begin(), content.end());
     const std::string asked = "information " + repeated(portions * 256, "read ");
     const std::string dots(portions, '.');
-    save(path).says(dots, asked);
+    EXPECT_EQ(outcome("--save", path), dots + asked);
     EXPECT_EQ(content_of(path), padded(content, portions * 4096));
-    verification(path).says("Verify now\n" + dots + "OK\n", asked);
+    EXPECT_EQ(outcome("--verify", path), "Verify now\n" + dots + "OK\n" + asked);
   }
 }
 

@@ -1,17 +1,12 @@
-// Whole commands: what is refused, which way leads to the BMC, identity, users and raw requests.
-#include <fcntl.h>
+// Whole commands: what is refused, which way leads to the BMC, identity, users, raw requests, what
+// a terminal and a log show.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
-#include <iterator>
 #include <set>
-#include <sstream>
 
 #include "tests/harness.h"
-#include "transport/kcs_intf.h"
-
-int qarn_main(int argc, char** argv);
 
 int qarn_main(int argc, char** argv);
 
@@ -24,30 +19,20 @@ const std::string IDENTITY = "IPMI Ver: 1.5\tFirmware Rev: 1.23\tVendor ID: 343\
 const std::string START = BANNER + IDENTITY;
 const std::string ZEROS = " 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00";
 
-struct Frontend : testing::Test {
-  Frontend() {
-    sim::reset(sim::Kind::card);
-    KCS_bounds = {20, 3};
-  }
-};
-
 // A run as one text: what it says, its exit status, what it sends.
-std::string qarn(const std::string& line) {
-  std::istringstream words(line);
-  const RunResult result = run({std::istream_iterator<std::string>(words), {}});
+std::string qarn(const std::string& line, const std::string& input = "") {
+  const RunResult result = run(line, {.input = input});
   return result.out + "status " + std::to_string(result.status) + "\n" + result.traffic;
 }
 
-TEST_F(Frontend, help_and_what_cannot_be_right_end_the_run_before_the_bmc_is_touched) {
-  const std::string usage = run({"-h"}).out.substr(BANNER.size());
+TEST(Frontend, help_and_what_cannot_be_right_end_the_run_before_the_bmc_is_touched) {
+  const std::string usage = run("-h").out.substr(BANNER.size());
   EXPECT_TRUE(usage.starts_with("Usage: qarn [-?] [-h] [-u filename] [--spx[=xxx]] [-d] "));
   EXPECT_TRUE(usage.ends_with("\n-e Net/LUN CMD DATA\tExecute IPMI command\n")) << usage;
   EXPECT_EQ(usage.size(), 1556U);  // 28 lines
   for (const char* line : {"", "-?", "-h", "--nonsense", "-e", "-d -h --sp0=12345678901234567"})
     EXPECT_EQ(qarn(line), BANNER + usage + "status 0\n") << line;
   const std::string no_mac = " does not give the six bytes of a MAC address\n";
-  std::string long_request = "-e";
-  for (unsigned i = 0; i < 256; i++) long_request += " 0";
   const std::string cases[][2] = {
       {"--sp1=12345678901234567", "the password mustn't more than 16 bytes\n"},
       {"-i 255.255.255.255", "255.255.255.255 is not correct ip address\n"},
@@ -58,12 +43,11 @@ TEST_F(Frontend, help_and_what_cannot_be_right_end_the_run_before_the_bmc_is_tou
       {"-e 18 01 zz", "-e: zz is not a hexadecimal byte\n" + usage},
       {"-e 18", "-e: a request needs at least a Net/LUN and a CMD byte\n" + usage},
       {"-e18 01", "-e: 18: the first byte must be a separate word\n" + usage},
-      {long_request, "-e: more than 255 bytes\n" + usage},
-  };
+      {"-e" + repeated(256, " 0"), "-e: more than 255 bytes\n" + usage}};
   for (const auto& [line, says] : cases) EXPECT_EQ(qarn(line), BANNER + says + "status 1\n");
 }
 
-TEST_F(Frontend, a_letter_means_what_its_long_name_means_and_a_value_has_any_length) {
+TEST(Frontend, a_letter_means_what_its_long_name_means_and_a_value_has_any_length) {
   const std::string pairs[][2] = {
       {"-s f", "--sdr f"},
       {"-t -s f", "--nrst --sdr f"},
@@ -82,20 +66,19 @@ TEST_F(Frontend, a_letter_means_what_its_long_name_means_and_a_value_has_any_len
       {"-j /dev/null", "--seldump /dev/null"},
       {"-o -b", "--open --debug"},
       {"-y " + std::string(5000, 'f'), "--verify " + std::string(5000, 'f')},
-      {"-r " + std::string(5000, '0'), "--arp=" + std::string(5000, '0')},
-  };
+      {"-r " + std::string(5000, '0'), "--arp=" + std::string(5000, '0')}};
   std::set<std::string> different = {qarn("-0")};
   for (const auto& [letter, name] : pairs) {
     const std::string does = qarn(letter);
     EXPECT_EQ(does, qarn(name)) << letter;
     EXPECT_TRUE(different.insert(does).second) << letter;
   }
-  EXPECT_EQ(run({"--s"}).err,
+  EXPECT_EQ(run("--s").err,
             "qarn: option '--s' is ambiguous; possibilities: '--sdr' '--sp0' '--sp1' '--sp2' "
             "'--sp3' '--sp4' '--save' '--seldump' '--sdrdump'\n");
 }
 
-TEST_F(Frontend, the_identity_line_is_read_from_the_device_id) {
+TEST(Frontend, the_identity_line_is_read_from_the_device_id) {
   sim::Bytes& id = machine().bmc.app.device_id;
   id = {0x20, 0x01, 0xFF, 0xA9, 0xEF, 0x00, 0xFD, 0x02, 0x80, 0x04, 0xFF};
   const char shown[] = "IPMI Ver: F.E\tFirmware Rev: 127.A9\tVendor ID: 8389373\tPdt ID: 65284\n";
@@ -105,7 +88,7 @@ TEST_F(Frontend, the_identity_line_is_read_from_the_device_id) {
   EXPECT_EQ(qarn("-e 18 02"), BANNER + failed);
 }
 
-TEST_F(Frontend, passwords_are_set_in_ascending_order_before_users_are_listed) {
+TEST(Frontend, passwords_are_set_in_ascending_order_before_users_are_listed) {
   machine().bmc.app.users[1].name = "sixteen letters!";
   machine().bmc.faults =
       sim::faults("shorten cmd=46 skip=2 value=4; refuse cmd=46 skip=4 value=cc");
@@ -118,18 +101,18 @@ TEST_F(Frontend, passwords_are_set_in_ascending_order_before_users_are_listed) {
                 "18 46 01\n18 46 02\n18 46 03\n18 46 04\n18 46 05\n");
 }
 
-TEST_F(Frontend, every_word_after_e_is_a_byte) {
+TEST(Frontend, every_word_after_e_is_a_byte) {
   EXPECT_EQ(qarn("-e 0x1a 102"), START + "response is 1E 02 00 \nstatus 0\n18 01\n1A 02\n");
   EXPECT_EQ(qarn("-e 18 02 -d"), START + "response is 1C 02 00 \nstatus 0\n18 01\n18 02 F3\n");
   EXPECT_EQ(qarn("no -e fc fe"), START + "response is FC FE C1 \nstatus 0\n18 01\nFC FE\n");
 }
 
-TEST_F(Frontend, the_bmc_is_found_on_each_port_pair_and_device_and_traced) {
+TEST(Frontend, the_bmc_is_found_on_each_port_pair_and_device_and_traced) {
   const std::string end = IDENTITY + "status 0\n18 01\n";
   const std::string answer = "recv:20 1c 01 00 20 01 01 23 51 bf 57 01 00 03 00 00 00 00 00 \n";
-  for (const sim::Kcs& pair : {sim::Kcs{0xCAC, 0xCA8}, {0xCA3, 0xCA2}, {0xCA9, 0xCA8}}) {
-    machine().ports = {pair};
-    EXPECT_EQ(qarn("--debug"), BANNER + "20 18 01 \n" + answer + end) << pair.command_port;
+  for (const char* pair : {"cac,ca8", "ca3,ca2", "ca9,ca8"}) {
+    sim::set_variable("QARN_SIM_PORTS", pair);
+    EXPECT_EQ(qarn("--debug"), BANNER + "20 18 01 \n" + answer + end) << pair;
   }
   for (const char* path : {"/dev/ipmi0", "/dev/ipmi/0", "/dev/ipmidev/0"}) {
     machine().devices = {path};
@@ -137,14 +120,16 @@ TEST_F(Frontend, the_bmc_is_found_on_each_port_pair_and_device_and_traced) {
   }
 }
 
-TEST_F(Frontend, the_kernel_device_is_closed_at_the_end) {
-  char words[][7] = {"qarn", "--open"};
-  char* arguments[] = {words[0], words[1], nullptr};
-  const auto leaves_open = [&] { return qarn_main(2, arguments) + machine().device_is_open; };
-  EXPECT_EXIT(std::_Exit(leaves_open()), testing::ExitedWithCode(0), "");
+TEST(Frontend, the_kernel_device_is_closed_at_the_end) {
+  const auto fail_at_exit_if_open = [] {
+    std::atexit([] {
+      if (machine().device_is_open) std::_Exit(9);
+    });
+  };
+  EXPECT_EQ(run("--open", {.prepare = fail_at_exit_if_open}).status, 0);
 }
 
-TEST_F(Frontend, without_a_way_to_the_bmc_the_status_is_255) {
+TEST(Frontend, without_a_way_to_the_bmc_the_status_is_255) {
   machine().bmc.faults = sim::faults("write_error times=0 value=0");
   EXPECT_TRUE(qarn("--users").starts_with(BANNER + "cmd error\nstatus 255\n"));
   sim::reset(sim::Kind::plain);  // a time-out looks for the card, and there is none
@@ -156,16 +141,18 @@ TEST_F(Frontend, without_a_way_to_the_bmc_the_status_is_255) {
   EXPECT_EQ(qarn("--open -d"), BANNER + no_device + "status 255\n");
 }
 
-TEST_F(Frontend, firmware_is_for_the_card_only_and_passwords_come_first) {
-  sim::reset(sim::Kind::plain);
+TEST(Frontend, firmware_is_for_the_card_only_and_passwords_come_first) {
   const char start[] = "Cannot find ORBE C4410/4415\nqarn only support C4410/4415 firmware ";
   const std::string end = "\nstatus 1\n18 01\n18 47 02 02 00" + ZEROS + "\n";
-  EXPECT_EQ(qarn("-u f.mot --sdr f -d --sp1"), START + start + "update" + end);
-  EXPECT_EQ(qarn("--save f -d --sp1"), START + start + "save" + end);
-  EXPECT_EQ(qarn("--verify f -d --sp1"), START + start + "save" + end);
+  for (const char* others : {"ca3,ca2", "ca9,ca8"}) {
+    sim::set_variable("QARN_SIM_PORTS", others);
+    EXPECT_EQ(qarn("-u f.mot --sdr f -d --sp1"), START + start + "update" + end);
+    EXPECT_EQ(qarn("--save f -d --sp1"), START + start + "save" + end);
+    EXPECT_EQ(qarn("--verify f -d --sp1"), START + start + "save" + end);
+  }
 }
 
-TEST_F(Frontend, the_later_fru_option_wins_and_a_save_leaves_the_lan_alone) {
+TEST(Frontend, the_later_fru_option_wins_and_a_save_leaves_the_lan_alone) {
   const auto text = qarn("--fru f --wfru /dev/null -d --seldump /dev/null --save /dev/null");
   EXPECT_TRUE(text.starts_with(START + "Dump FRU to file /dev/null\n")) << text;
   EXPECT_NE(text.find("ok\nDumping SEL to file /dev/null\nRead firmware and Save"),
@@ -174,41 +161,78 @@ TEST_F(Frontend, the_later_fru_option_wins_and_a_save_leaves_the_lan_alone) {
   EXPECT_EQ(text.find("\n30 0"), std::string::npos);
 }
 
-TEST_F(Frontend, an_interface_that_dies_during_a_dump_leaves_no_half_file) {
-  machine().bmc.faults = sim::faults("write_error netfn=8 cmd=3 skip=20 times=0 value=1");
-  EXPECT_NE(qarn("--save " + path_of("half")).find("cmd error\nstatus 255\n"), std::string::npos);
-  EXPECT_EQ(content_of(path_of("half")), "(no file)");
-}
-
-// Runs with this text on standard input.
-std::string qarn_with_input(const std::string& line, const std::string& input) {
-  const int before = dup(STDIN_FILENO);
-  const int file = open(file_with("typed", input).c_str(), O_RDONLY | O_CLOEXEC);
-  dup2(file, STDIN_FILENO);
-  const std::string text = qarn(line);
-  dup2(before, STDIN_FILENO);
-  close(file);
-  close(before);
-  return text;
-}
-
-TEST_F(Frontend, passwords_that_were_not_given_are_asked_for_before_the_bmc_is_touched) {
+TEST(Frontend, passwords_that_were_not_given_are_asked_for_before_the_bmc_is_touched) {
   const std::string three = "--sp3=abc --sp2 --sp1 --prompt";
   const std::string rest = " 00 00 00 00 00 00 00 00 00 00 00 00 00\n";
-  EXPECT_EQ(qarn_with_input(three, "0123456789abcdef\nxyz"),
+  EXPECT_EQ(qarn(three, "0123456789abcdef\nxyz"),
             START +
                 "status 0\n18 01\n18 47 02 02 30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66\n" +
                 "18 47 03 02 78 79 7A" + rest + "18 47 04 02 61 62 63" + rest);
-  EXPECT_EQ(qarn_with_input(three, "one\n"), BANNER + "--sp2: no password was given\nstatus 1\n");
-  EXPECT_EQ(qarn_with_input(three, "one\n0123456789abcdefg\n"),
+  EXPECT_EQ(qarn(three, "one\n"), BANNER + "--sp2: no password was given\nstatus 1\n");
+  EXPECT_EQ(qarn(three, "one\n0123456789abcdefg\n"),
             BANNER + "the password mustn't more than 16 bytes\nstatus 1\n");
 }
 
-TEST_F(Frontend, a_password_does_not_stay_in_the_argument) {
+TEST(Frontend, a_password_does_not_stay_in_the_argument) {
   char name[] = "qarn", option[] = "--sp1=secret", after[] = "-e", byte[] = "18";
   char* words[] = {name, option, after, byte, nullptr};
-  console_of([&] { EXPECT_EQ(qarn_main(4, words), 1); });
-  EXPECT_EQ(std::string(option, sizeof option), std::string("--sp1=\0\0\0\0\0\0", sizeof option));
+  const auto is_wiped = [&] {
+    console_of([&] { qarn_main(4, words); });
+    return std::string(option, sizeof option) == std::string("--sp1=\0\0\0\0\0\0", sizeof option);
+  };
+  EXPECT_EXIT(std::_Exit(is_wiped() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+const Start ERRORS_ON_TERMINAL = {.terminals = "2"};
+const Start ALL_ON_TERMINAL = {.terminals = "012"};
+
+TEST(Terminal, shows_the_progress_line_and_erases_it_before_a_message_of_the_transport) {
+  const std::string dump = "--seldump " + path_of("log");
+  EXPECT_EQ(run(dump, ERRORS_ON_TERMINAL).terminal,
+            "\033[KSEL 1/3\r\033[KSEL 2/3\r\033[KSEL 3/3\r\033[K");
+  EXPECT_EQ(run(dump).err, "") << "this is no terminal";
+  EXPECT_EQ(run("--debug " + dump, ERRORS_ON_TERMINAL).terminal, "") << "requests are traced there";
+  machine().bmc.faults = sim::faults("write_error netfn=0a cmd=43 skip=1 times=0 value=1");
+  EXPECT_EQ(run(dump, ERRORS_ON_TERMINAL).terminal,
+            "\033[KSEL 1/3\r\033[Kqarn: the BMC does not take the request at its ports\n");
+}
+
+TEST(Terminal, is_told_what_an_interface_that_fails_in_an_update_leaves_undone) {
+  const std::string image = path_of("image");
+  run("--save " + image);
+  for (const char* terminals : {"", "2"}) {
+    machine().bmc.faults = sim::faults("write_error netfn=8 cmd=4 skip=9 times=0 value=1");
+    const RunResult result = run("-u " + image, {.terminals = terminals});
+    EXPECT_EQ(result.status, 255);
+    EXPECT_EQ(result.err, "");
+    EXPECT_NE(result.terminal.find("the firmware is only half updated") == std::string::npos,
+              *terminals == '2');
+  }
+}
+
+TEST(Terminal, is_shown_no_control_character_of_a_user_name) {
+  machine().bmc.faults = sim::faults("answer cmd=46 bytes=001b5b326a41009b");
+  EXPECT_NE(run("--users", ALL_ON_TERMINAL).terminal.find("User ID 1\t:\t\t?[2jA\n"),
+            std::string::npos);
+  EXPECT_NE(run("--users").out.find("User ID 1\t:\t\t\x1B[2jA\n"), std::string::npos);
+}
+
+TEST(Terminal, does_not_show_a_password_which_is_asked_for_twice) {
+  const std::string refused = "the two passwords differ\n--sp1: no password was given\n";
+  for (const auto& [second, outcome] : {std::pair("secrex", refused), {"secret", IDENTITY}}) {
+    const RunResult result =
+        run("--sp1 --prompt", {.terminals = "012", .typed = {"secret", second}});
+    EXPECT_TRUE(result.terminal.ends_with(outcome)) << result.terminal;
+    EXPECT_EQ(result.terminal.find("secre"), std::string::npos);
+    EXPECT_EQ(result.traffic.find("18 47 02 02 73") != std::string::npos, outcome == IDENTITY);
+  }
+}
+
+TEST(Log, shows_how_far_a_run_came_that_was_killed) {
+  machine().bmc.faults = sim::faults("signal netfn=0a cmd=40 value=9");
+  const RunResult result = run("--seldump log");
+  EXPECT_EQ(result.status, 128 + SIGKILL);
+  EXPECT_EQ(result.said, "Dumping SEL to file log\n");
 }
 
 }  // namespace

@@ -40,10 +40,10 @@ sim::FruDevice& serve(const Bytes& image, size_t size = 0) {
 }
 
 // The status of a run, what it says after its headings, and what it sends.
-std::pair<std::string, std::string> outcome(const char* option, const std::string& path) {
-  const RunResult result = run({option, path, "--open"});
+std::pair<std::string, std::string> outcome(const std::string& option, const std::string& path) {
+  const RunResult result = run("--open " + option + " " + path);
   const std::string said = result.out.substr(result.out.find("\nreading ") + 1);
-  return {std::to_string(result.status) + " " + said, after_identity(result.traffic)};
+  return {std::to_string(result.status) + " " + said, result.sent};
 }
 
 // What an update with this text says, and what it sends.
@@ -56,7 +56,7 @@ std::string updated(const std::string& text) {
 std::string read_device() {
   const std::string path = path_of("read.fru");
   std::filesystem::remove(path);
-  run({"--wfru", path, "--open"});
+  run("--open --wfru " + path);
   return content_of(path);
 }
 
@@ -213,10 +213,6 @@ TEST(FruFaults, every_corrupt_byte_and_every_truncation_is_read_right_or_is_a_fa
     serve(image).contents.resize(at);
     EXPECT_EQ(read_device(), expected) << at;
   }
-}
-
-std::string repeated(int count, const std::string& text) {
-  return count == 0 ? "" : text + repeated(count - 1, text);
 }
 
 TEST(FruFaults, a_refused_file_names_the_line_and_writes_nothing) {

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,10 +12,25 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
+
+#include "transport/kcs_intf.h"
 
 int qarn_main(int argc, char** argv);
 
 namespace {
+
+struct FreshMachine : testing::EmptyTestEventListener {
+  void OnTestStart(const testing::TestInfo&) override {
+    sim::reset(sim::Kind::card);
+    KCS_bounds = {20, 3};
+  }
+};
+
+[[maybe_unused]] const bool listens = [] {
+  testing::UnitTest::GetInstance()->listeners().Append(new FreshMachine);
+  return true;
+}();
 
 // Removed with all its files when the test program ends, but not when a child of it ends.
 struct Folder {
@@ -32,56 +48,75 @@ const std::string& folder() {
 }
 
 // Points a standard stream to the file; returns a handle to what it was.
-int divert_to(const std::string& path, int stream = STDOUT_FILENO) {
+int divert_to(const std::string& path, int stream, int flags = O_WRONLY | O_CREAT | O_TRUNC) {
   std::fflush(nullptr);
   const int before = dup(stream);
-  const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  const int file = open(path.c_str(), flags | O_CLOEXEC, 0600);
   dup2(file, stream);
   close(file);
   return before;
 }
 
-// A terminal: what is written to the program's end is read from ours. -1: there is none.
+// What is written to the program's end of a terminal is read from ours.
 struct Terminal {
   int ours = -1;
   int programs = -1;
 };
 
-Terminal new_terminal() {
-  const int ours = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-  if (ours < 0 || grantpt(ours) != 0 || unlockpt(ours) != 0) return {};
-  return {ours, open(ptsname(ours), O_RDWR | O_NOCTTY | O_CLOEXEC)};
-}
-
-// All that comes to our end of a terminal until its other end is closed, with plain line ends.
-std::string shown_on(int ours) {
+// Types each line once it is asked for; all that comes to our end until the other one is closed.
+std::string shown_on(const Terminal& terminal, std::vector<std::string> typed) {
   std::string text;
-  char bytes[4096];
-  for (ssize_t count = 1; ours >= 0 && count > 0;) {
-    count = read(ours, bytes, sizeof bytes);
-    for (ssize_t i = 0; i < count; i++) {
-      if (bytes[i] != '\r' || i + 1 == count || bytes[i + 1] != '\n') text += bytes[i];
-    }
+  for (char byte = 0; read(terminal.ours, &byte, 1) == 1;) {
+    if (byte == '\n' && text.ends_with('\r')) text.pop_back();
+    text += byte;
+    if (typed.empty() || !text.ends_with(": ")) continue;
+    const std::string line = typed.front() + "\n";
+    EXPECT_EQ(write(terminal.ours, line.data(), line.size()), static_cast<ssize_t>(line.size()));
+    typed.erase(typed.begin());
   }
-  if (ours >= 0) close(ours);
+  close(terminal.ours);
   return text;
 }
 
-[[noreturn]] void run_child(std::vector<std::string> words, int terminal) {
-  close(divert_to(path_of("run.out")));
-  if (terminal >= 0) {
-    dup2(terminal, STDERR_FILENO);
-  } else {
-    close(divert_to(path_of("run.err"), STDERR_FILENO));
-  }
+[[noreturn]] void run_child(const std::string& line, const Start& start, int terminal) {
+  divert_to(file_with("run.in", start.input), STDIN_FILENO, O_RDONLY);
+  divert_to(path_of("run.out"), STDOUT_FILENO);
+  divert_to(path_of("run.err"), STDERR_FILENO);
+  for (const char stream : start.terminals) dup2(terminal, stream - '0');
+  close(terminal);
   sim::save_state(path_of("run.state"), sim::machine().bmc);
   sim::keep_state(path_of("run.state"));
   sim::keep_transcript(path_of("run.traffic"));
-  words.insert(words.begin(), "qarn");
+  if (start.prepare) start.prepare();
+  std::istringstream text("qarn " + line);
+  std::vector<std::string> words{std::istream_iterator<std::string>(text), {}};
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
   std::exit(qarn_main(static_cast<int>(words.size()), arguments.data()));
+}
+
+// Sends the signal to a child that waits for something, and ends one that goes on waiting.
+void end_waiting(pid_t child, int signal) {
+  usleep(50000);
+  kill(child, signal);
+  siginfo_t ended = {};
+  for (unsigned left = 100; left > 0 && ended.si_pid == 0; left--) {
+    usleep(20000);
+    waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOHANG | WNOWAIT);
+  }
+  if (ended.si_pid == 0) kill(child, SIGKILL);
+}
+
+// The exit status of the child; a stop is noted, and ended.
+int status_of(pid_t child, std::string* stopped) {
+  for (int raw = 0; waitpid(child, &raw, WUNTRACED) == child;) {
+    if (WIFEXITED(raw)) return WEXITSTATUS(raw);
+    if (WIFSIGNALED(raw)) return 128 + WTERMSIG(raw);
+    *stopped = content_of(path_of("run.out"));
+    kill(child, SIGCONT);
+  }
+  return -1;
 }
 
 std::string taken(const std::string& name) {
@@ -90,38 +125,41 @@ std::string taken(const std::string& name) {
   return content;
 }
 
+std::string after_identity(const std::string& text, const std::string& mark) {
+  const size_t at = text.find(mark);
+  return at == std::string::npos ? text : text.substr(text.find('\n', at) + 1);
+}
+
 }  // namespace
 
-RunResult run(const std::vector<std::string>& words, bool on_terminal) {
+RunResult run(const std::string& line, const Start& start) {
   sim::machine();
   folder();
   std::fflush(nullptr);
-  const Terminal terminal = on_terminal ? new_terminal() : Terminal{};
-  const pid_t child = fork();
-  if (child == 0) run_child(words, terminal.programs);
-  if (terminal.programs >= 0) close(terminal.programs);
-  std::string err = shown_on(terminal.ours);
-  int raw = 0;
-  const bool ended = child > 0 && waitpid(child, &raw, 0) == child;
-  int status = -1;
-  if (ended && WIFEXITED(raw)) status = WEXITSTATUS(raw);
-  if (ended && WIFSIGNALED(raw)) status = 128 + WTERMSIG(raw);
-  sim::load_state(path_of("run.state"), sim::machine().bmc);
-  if (!on_terminal) err = taken("run.err");
-  if (err.find("Sanitizer") != std::string::npos) std::fputs(err.c_str(), stderr);
-  return {status, taken("run.out"), err, taken("run.traffic")};
-}
-
-std::string after_identity(const std::string& text) {
-  for (const char* mark : {"IPMI Ver:", "18 01\n"}) {
-    const size_t at = text.find(mark);
-    if (at != std::string::npos) return text.substr(text.find('\n', at) + 1);
+  Terminal terminal;
+  if (!start.terminals.empty()) {
+    EXPECT_EQ(openpty(&terminal.ours, &terminal.programs, nullptr, nullptr, nullptr), 0);
   }
-  return text;
+  const pid_t child = fork();
+  if (child == 0) run_child(line, start, terminal.programs);
+  close(terminal.programs);
+  RunResult result;
+  result.terminal = shown_on(terminal, start.typed);
+  if (start.signal != 0) end_waiting(child, start.signal);
+  result.status = status_of(child, &result.stopped);
+  sim::load_state(path_of("run.state"), sim::machine().bmc);
+  result.out = taken("run.out");
+  result.err = taken("run.err");
+  result.traffic = taken("run.traffic");
+  result.said = after_identity(result.out, "IPMI Ver:");
+  result.sent = after_identity(result.traffic, "18 01\n");
+  const std::string errors = result.err + result.terminal;
+  if (errors.find("Sanitizer") != std::string::npos) std::fputs(errors.c_str(), stderr);
+  return result;
 }
 
 std::string console_of(const std::function<void()>& action) {
-  const int before = divert_to(path_of("console.out"));
+  const int before = divert_to(path_of("console.out"), STDOUT_FILENO);
   action();
   std::fflush(stdout);
   dup2(before, STDOUT_FILENO);
@@ -142,4 +180,8 @@ std::string content_of(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   if (!file) return "(no file)";
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+std::string repeated(size_t count, const std::string& text) {
+  return count == 0 ? "" : text + repeated(count - 1, text);
 }

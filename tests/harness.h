@@ -1,5 +1,5 @@
 // What all tests share: a simulated machine, whole commands in a child process, files, console
-// text.
+// text. Each test begins with a fresh machine that has the card, and waits a moment for its ports.
 #pragma once
 #include <functional>
 #include <string>
@@ -7,21 +7,31 @@
 
 #include "sim/machine.h"
 
-// A whole command, run in a child process on a copy of sim::machine().
-struct RunResult {
-  int status;           // exit status as a shell sees it
-  std::string out;      // standard output
-  std::string err;      // standard error
-  std::string traffic;  // sim::transcript() of the child
+// How a run starts, where it differs from one with empty standard input, output and errors to
+// files.
+struct Start {
+  std::string input = {};               // standard input
+  std::string terminals = {};           // streams that are a terminal; "2" is standard error
+  std::vector<std::string> typed = {};  // a line each time that the terminal shows ": "
+  int signal = 0;                       // comes after a while, for a run that waits
+  std::function<void()> prepare = {};   // what else the process does first
 };
 
-// Runs "qarn WORDS..."; standard error is a file, or a terminal when `on_terminal` is set.
-// Afterwards sim::machine().bmc holds what the child's BMC held at its end, as far as a state file
-// keeps it: not the queue, the clock and the faults.
-RunResult run(const std::vector<std::string>& words, bool on_terminal = false);
+// A whole command, run in a child process on a copy of sim::machine().
+struct RunResult {
+  int status = -1;       // exit status as a shell sees it
+  std::string out;       // standard output
+  std::string err;       // standard error
+  std::string terminal;  // what was shown on the terminal, with plain line ends
+  std::string stopped;   // standard output at the moment when the process was stopped
+  std::string traffic;   // sim::transcript() of the child
+  std::string said;      // `out` after the identity of the BMC
+  std::string sent;      // `traffic` likewise
+};
 
-// What a run said (RunResult::out) or sent (RunResult::traffic) after the identity of the BMC.
-std::string after_identity(const std::string& text);
+// Runs "qarn LINE"; blanks separate its words. Afterwards sim::machine().bmc holds what the child's
+// BMC held at its end, as far as a state file keeps it: not the queue, the clock and the faults.
+RunResult run(const std::string& line, const Start& start = {});
 
 // Standard output of `action`, run in this process.
 std::string console_of(const std::function<void()>& action);
@@ -31,3 +41,5 @@ std::string file_with(const std::string& name, const std::string& content);
 std::string path_of(const std::string& name);
 // The whole file, or "(no file)".
 std::string content_of(const std::string& path);
+
+std::string repeated(size_t count, const std::string& text);

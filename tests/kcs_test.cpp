@@ -20,17 +20,11 @@ constexpr uint16_t DATA = 0xCA8;
 
 const KCS_wait_bounds SHIPPED = KCS_bounds;
 
-std::string times(unsigned count, const std::string& text) {
-  return count == 0 ? "" : text + times(count - 1, text);
-}
-
 struct Kcs : testing::Test {
   uint8_t received[KCS_RESPONSE_ROOM] = {};
   BMC_Msg response = {0, BMC_ADDRESS, received};
 
   void SetUp() override {
-    KCS_bounds = {20, 3};
-    sim::reset(sim::Kind::card);
     ASSERT_EQ(KCS_Intf_Init(COMMAND, DATA, 0), KCS_OK);
   }
   static int send(Bytes bytes) {
@@ -50,7 +44,7 @@ TEST_F(Kcs, a_response_is_read_whole_up_to_its_limit_with_the_accesses_it_must_c
   constexpr unsigned OUT = 3 * FOR_A_BYTE + 10;
   constexpr unsigned FULL = KCS_RESPONSE_ROOM;
   for (const unsigned length : {3U, FULL, FULL + 1, 300U}) {
-    machine().bmc.faults = sim::faults("answer bytes=" + times(length - 2, "5A"));
+    machine().bmc.faults = sim::faults("answer bytes=" + repeated(length - 2, "5A"));
     machine().port_reads = machine().port_writes = 0;
     EXPECT_EQ(send({0x18, 0x46, 0x02}), KCS_OK);
     const bool fits = length <= FULL;
@@ -61,7 +55,7 @@ TEST_F(Kcs, a_response_is_read_whole_up_to_its_limit_with_the_accesses_it_must_c
     EXPECT_EQ(received[fits ? length - 1 : FULL - 1], 0x5A);
     EXPECT_TRUE(works()) << "the rest of a long response must not spoil the next request";
   }
-  EXPECT_EQ(sim::transcript(), times(4, "18 46 02\n18 01\n")) << "no pause if all goes well";
+  EXPECT_EQ(sim::transcript(), repeated(4, "18 46 02\n18 01\n")) << "no pause if all goes well";
 }
 
 TEST_F(Kcs, init_finds_out_at_once_that_nothing_is_there) {
@@ -105,10 +99,10 @@ TEST_F(Kcs, a_wait_that_runs_out_pauses_after_each_pass_and_pokes_the_bmc) {
   EXPECT_EQ(console_of([&] { EXPECT_EQ(send({0x18, 0x01}), KCS_TIMEOUT); }), "");
   machine().ports.clear();
   EXPECT_EQ(send({0x18, 0x01}), KCS_NO_DEVICE) << "the interface vanished";
-  const std::string waited = times(3, "sleep 50\n");
+  const std::string waited = repeated(3, "sleep 50\n");
   const std::string poke = "poke 80\nsleep 100000\n";
   EXPECT_EQ(sim::transcript(), "18 01\nsleep 50\nsleep 50\n18 01\n" + waited + poke + waited +
-                                   times(3, poke + times(200, "sleep 10000\n")));
+                                   repeated(3, poke + repeated(200, "sleep 10000\n")));
 }
 
 TEST_F(Kcs, a_wait_lasts_ten_seconds_beside_its_polls) {
@@ -129,7 +123,7 @@ TEST_F(Kcs, an_abort_ends_with_a_wait_that_fails_or_after_five_attempts) {
     machine().port_stream.resize(2000, WRITING_BUSY);
     EXPECT_EQ(KCS_Intf_Init(COMMAND, DATA, 0), attempts < 4 ? KCS_TIMEOUT : KCS_ABORT_FAILED);
   }
-  EXPECT_EQ(sim::transcript(), times(5, "sleep 200000\n"));
+  EXPECT_EQ(sim::transcript(), repeated(5, "sleep 200000\n"));
 }
 
 }  // namespace

@@ -1,10 +1,5 @@
 // The BMC's LAN configuration, and the host interface that carries its MAC address.
-#include "lan/lan.h"
-
 #include <gtest/gtest.h>
-
-#include <iterator>
-#include <sstream>
 
 #include "tests/harness.h"
 
@@ -22,78 +17,64 @@ const std::string SHOWN =
     "\nMAC Address:\t\t\t00:0E:0C:44:10:01\nNet Mask:\t\t\t255.255.255.0\n"
     "Gate Way:\t\t\t192.168.1.1\n";
 
-struct Lan : testing::Test {
-  void SetUp() override {
-    sim::reset(sim::Kind::card);
-  }
-  static void fault(const std::string& text) {
-    machine().bmc.faults = sim::faults(text);
-  }
-};
-
-// A run as one text: what it says and sends after the identity of the BMC, its exit status.
-std::string qarn(const std::string& line) {
-  std::istringstream words(line);
-  const RunResult result = run({std::istream_iterator<std::string>(words), {}});
-  return after_identity(result.out) + after_identity(result.traffic) + "status " +
-         std::to_string(result.status);
+// A run as one text, while these faults act: what it says and sends, its exit status.
+std::string qarn(const std::string& line, const std::string& faults = "") {
+  machine().bmc.faults = sim::faults(faults);
+  const RunResult result = run(line);
+  return result.said + result.sent + "status " + std::to_string(result.status);
 }
 
-TEST_F(Lan, the_configuration_is_shown_then_set_each_address_after_its_static_source) {
-  machine().bmc.lan.parameters[3] = {10, 0, 200, 255};
+TEST(Lan, the_configuration_is_shown_then_set_each_address_after_its_static_source) {
+  sim::set_variable("QARN_SIM_LAN", "3=0a00c8ff");
   EXPECT_EQ(
       qarn("--arp=1 -n 255.255.0.0 -g 10.1.0.1 -m 2:0:0:aB:cd:EF -i 10.1.2.3 -d --dhcp -e 18 02"),
       "enable DHCP\nDHCP\t\t\tEnable\nBMC IP Address:\t\t\t10.0.200.255" + SHOWN +
           "response is 1C 02 00 \n30 01 01 04 02\n" + READS + STATIC + IP +
           "30 01 01 05 02 00 00 AB CD EF\n" + STATIC + "30 01 01 0C 0A 01 00 01\n" + STATIC +
           "30 01 01 06 FF FF 00 00\n30 01 01 0A 01\n18 02\nstatus 0");
-  fault("refuse netfn=c cmd=1 times=0 value=d5");
-  EXPECT_EQ(qarn("-i 10.1.2.3 --arp=2"), STATIC + IP + "30 01 01 0A 00\nstatus 0");
+  EXPECT_EQ(qarn("-i 10.1.2.3 --arp=2", "refuse netfn=c cmd=1 times=0 value=d5"),
+            STATIC + IP + "30 01 01 0A 00\nstatus 0");
 }
 
-TEST_F(Lan, the_mac_address_that_the_card_reports_is_taken) {
+TEST(Lan, the_mac_address_that_the_card_reports_is_taken) {
   EXPECT_EQ(qarn("--imac"), "F8 84 00 00 FF\n30 01 01 05 00 0E 0C 44 10 02\nstatus 0");
-  fault("shorten netfn=3e cmd=84 value=6");
-  EXPECT_EQ(qarn("--imac"), "F8 84 00 00 FF\nstatus 0");
+  EXPECT_EQ(qarn("--imac", "shorten netfn=3e cmd=84 value=6"), "F8 84 00 00 FF\nstatus 0");
 }
 
-TEST_F(Lan, a_parameter_that_cannot_be_read_ends_the_run_with_the_reason) {
+TEST(Lan, a_parameter_that_cannot_be_read_ends_the_run_with_the_reason) {
   // The answer to each read loses its last byte; a completion code and a revision are first.
   const std::pair<std::string, const char*> cases[] = {
-      {" Get IP Address Fail\n", "value=5"}, {" Get MAC Address Fail\n", "value=7"},
-      {"Get Net Mask Fail\n", "value=5"},    {" Get Gateway IP Address Fail\n", "value=5"},
-      {"Get IP Source Fail\n", "value=2"},
-  };
+      {" Get IP Address Fail\n", "value=5"},
+      {" Get MAC Address Fail\n", "value=7"},
+      {"Get Net Mask Fail\n", "value=5"},
+      {" Get Gateway IP Address Fail\n", "value=5"},
+      {"Get IP Source Fail\n", "value=2"}};
   size_t sent = 0;
   for (unsigned read = 0; const auto& [reason, too_short] : cases) {
-    const std::string skip = " skip=" + std::to_string(read++) + " ";
+    const std::string which = " netfn=c cmd=2 skip=" + std::to_string(read++) + " ";
     sent = READS.find('\n', sent) + 1;
     const std::string text = reason + READS.substr(0, sent) + "status 255";
-    fault("refuse netfn=c cmd=2 value=d5" + skip);
-    EXPECT_EQ(qarn("-d -i 1.2.3.4"), text);
-    fault("shorten netfn=c cmd=2" + skip + too_short);
-    EXPECT_EQ(qarn("-d -i 1.2.3.4 --open"), text);
+    EXPECT_EQ(qarn("-d -i 1.2.3.4", "refuse value=d5" + which), text);
+    EXPECT_EQ(qarn("-d -i 1.2.3.4 --open", "shorten" + which + too_short), text);
   }
 }
 
-TEST_F(Lan, the_first_interface_with_its_mac_gives_the_bmc_its_address) {
-  const sim::Bytes mac = machine().bmc.lan.parameters[5];
-  auto& interfaces = machine().interfaces;
-  interfaces = {{"lo", mac, {127, 0, 0, 1}}};                         // does not count
-  interfaces.push_back({std::string(600, 'n'), mac, {10, 1, 2, 2}});  // nor does so long a name
-  for (char i = 'a'; i < 'q'; i++) interfaces.push_back({{i}, sim::Bytes(6, 2), {127, 0, 0, 2}});
-  interfaces.push_back({"eth1:1", mac, {10, 1, 2, 3}});
-  interfaces.push_back({"eth2", mac, {10, 1, 2, 4}});
+TEST(Lan, the_first_interface_with_its_mac_gives_the_bmc_its_address) {
+  const std::string mac = ",00:0e:0c:44:10:01";
+  std::string interfaces = "lo" + mac + ",127.0.0.1;" + std::string(600, 'n') + mac + ",10.1.2.2";
+  for (char i = 'a'; i < 'q'; i++) interfaces += std::string(";") + i + ",2:2:2:2:2:2,127.0.0.2";
+  interfaces += ";eth1:1" + mac + ",10.1.2.3;eth2" + mac + ",10.1.2.4";
+  machine().interfaces.clear();
+  sim::set_variable("QARN_SIM_INTERFACES", interfaces);
   EXPECT_EQ(qarn("-a"), READS + "status 0") << "only the first 16 are looked at";
-  interfaces[2].address.clear();  // does not count either
-  machine().bmc.lan.parameters[4] = {3};
+  machine().interfaces[2].address.clear();  // does not count, as loopback and so long a name
+  sim::set_variable("QARN_SIM_LAN", "4=03");
   EXPECT_EQ(
       qarn("-d -a -i 10.7.7.7 -m 2:2:2:2:2:2"),
       "DHCP\t\t\tDisable\nBMC IP Address:\t\t\t10.1.2.3" + SHOWN + READS + IP + STATIC +
           "30 01 01 05 00 0E 0C 44 10 01\n30 01 01 06 FF FF FF 00\n30 01 01 0C C0 A8 01 01\n" +
           STATIC + IP + "30 01 01 05 00 0E 0C 44 10 01\nstatus 0");
-  fault("refuse netfn=c cmd=1 skip=1 value=d5");
-  EXPECT_EQ(qarn("-a"), READS + IP + STATIC + "status 0");
+  EXPECT_EQ(qarn("-a", "refuse netfn=c cmd=1 skip=1 value=d5"), READS + IP + STATIC + "status 0");
   machine().has_sockets = false;
   EXPECT_EQ(qarn("-a"), READS + "status 0");
   machine().lists_interfaces = false;

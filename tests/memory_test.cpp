@@ -22,9 +22,7 @@ void* operator new[](size_t size, const std::nothrow_t&) noexcept {
 namespace {
 
 struct Action {
-  const char* option;
-  const char* file;
-  std::string announced = "";  // printed before any allocation
+  std::string line;
   // What a complete dump ends with, or the request that changes the BMC begins with.
   std::string done;
   // In order, when the first allocation fails, the second and so on; at last none fails. Equal ones
@@ -32,16 +30,16 @@ struct Action {
   std::vector<std::string> outcomes;
 };
 
-// Runs the action, in which the given allocation fails: "STATUS, done or not: what it says".
+// "STATUS, done or not: the last lines that it says", when this allocation fails.
 std::string outcome(const Action& action, int failing) {
   std::filesystem::remove("out");
   *allocations_left = failing;
-  const RunResult result = run({action.option, action.file, "--nrst"});
+  const RunResult result = run("--nrst " + action.line);
   const std::string dump = content_of("out");
   const bool done = (dump + result.traffic).find(action.done) != std::string::npos;
   EXPECT_TRUE(done || dump == "(no file)") << dump;
-  std::string says = after_identity(result.out);
-  if (says.starts_with(action.announced)) says.erase(0, action.announced.size());
+  const size_t heading = result.said.find("file......\n");
+  const std::string says = result.said.substr(heading < result.said.size() ? heading + 11 : 0);
   return std::to_string(result.status) + (done ? ", done: " : ", not done: ") + says;
 }
 
@@ -56,40 +54,31 @@ TEST(Memory, that_runs_out_ends_an_action_with_its_message_and_nothing_half_done
             "_SEE_CHASSIS\n01 01 17 C1 'P' C0 C2 'X1' C1\n_SEE_MULTIREC\nC0 82 02 00 00 AA BB\n");
   sim::machine().bmc.sel.records.resize(17);  // one more than the first array holds
   const std::string lost = ": out of memory\nCannot read file server\n";
+  const std::string log = "Dumping SEL to file out\n";
+  const std::string fru = "Dump FRU to file out\nDump FRU to File out\nreading FRU......\n";
   const Action actions[] = {
-      {.option = "--sdr",
-       .file = "records",
-       .done = "28 27 ",  // Clear SDR Repository
-       .outcomes = {"0, not done: line 4: out of memory\nload sdr file records failed\n",
-                    "0, not done: writing SDR......\npsdr_entry.sdr_data error\n",
-                    "0, done: writing SDR......\nUpdate successfully\n"}},
-      {.option = "--sdrdump",
-       .file = "out",
-       .done = "\n\n)\n18 01\n",
-       .outcomes = {"0, done: ",  // without the comments of util.dat
-                    "0, not done: Get SDR Record 00 00 Fail\n",
-                    "0, not done: Get SDR Record 02 00 Fail\n", "0, done: "}},
-      {.option = "--seldump",
-       .file = "out",
-       .announced = "Dumping SEL to file out\n",
-       .done = "5F 5A\n18 01\n",
-       .outcomes = {"0, not done: Get SEL Fail:\tOut of memory\n", "0, done: "}},
-      {.option = "--fru",
-       .file = "server",
-       .announced =
-           "update FRU with file server\nUpdate FRU with File server\nreading file......\n",
-       .done = "28 12 ",  // Write FRU Data
-       .outcomes = {"1, not done: Cannot read file server\n", "1, not done: line 1" + lost,
-                    "1, not done: line 4" + lost, "1, not done: line 6" + lost,
-                    "1, not done: line 8" + lost,
-                    "1, not done: writing FRU......\nUpdate FRU fail\n",
-                    "0, done: writing FRU......\nUpdate successfully\n"}},
-      {.option = "--wfru",
-       .file = "out",
-       .announced = "Dump FRU to file out\nDump FRU to File out\nreading FRU......\n",
-       .done = "AA BB18 01\n",
-       .outcomes = {"1, not done: checksum error\n", "0, done: writing file......ok\n"}},
-  };
+      {"--sdr records",
+       "28 27 ",  // Clear SDR Repository
+       {"0, not done: line 4: out of memory\nload sdr file records failed\n",
+        "0, not done: writing SDR......\npsdr_entry.sdr_data error\n",
+        "0, done: writing SDR......\nUpdate successfully\n"}},
+      {"--sdrdump out",
+       "\n\n)\n18 01\n",
+       {"0, done: ",  // without the comments of util.dat
+        "0, not done: Get SDR Record 00 00 Fail\n", "0, not done: Get SDR Record 02 00 Fail\n",
+        "0, done: "}},
+      {"--seldump out",
+       "5F 5A\n18 01\n",
+       {"0, not done: " + log + "Get SEL Fail:\tOut of memory\n", "0, done: " + log}},
+      {"--fru server",
+       "28 12 ",  // Write FRU Data
+       {"1, not done: Cannot read file server\n", "1, not done: line 1" + lost,
+        "1, not done: line 4" + lost, "1, not done: line 6" + lost, "1, not done: line 8" + lost,
+        "1, not done: writing FRU......\nUpdate FRU fail\n",
+        "0, done: writing FRU......\nUpdate successfully\n"}},
+      {"--wfru out",
+       "AA BB18 01\n",
+       {"1, not done: " + fru + "checksum error\n", "0, done: " + fru + "writing file......ok\n"}}};
   for (const Action& action : actions) {
     std::vector<std::string> outcomes;
     // Until a run makes fewer allocations than `failing`, so that none of them failed.
@@ -97,7 +86,7 @@ TEST(Memory, that_runs_out_ends_an_action_with_its_message_and_nothing_half_done
       const std::string next = outcome(action, failing);
       if (outcomes.empty() || outcomes.back() != next) outcomes.push_back(next);
     }
-    EXPECT_EQ(outcomes, action.outcomes) << action.option;
+    EXPECT_EQ(outcomes, action.outcomes) << action.line;
   }
 }
 

@@ -8,7 +8,6 @@
 #include "platform/platform.h"
 #include "tests/harness.h"
 #include "transport/bmc.h"
-#include "transport/kcs_intf.h"
 #include "transport/transaction.h"
 
 namespace {
@@ -24,15 +23,12 @@ Response response;  // to the last request
 
 struct Message : testing::Test {
   void SetUp() override {
-    KCS_bounds = {20, 3};
-    sim::reset(sim::Kind::card);
     machine().bmc.targets[0x2C].users[1].name = "Hot swap";
     ASSERT_EQ(Init_Interface(nullptr, 0xCAC, 0xCA8, 0), 0);
   }
   // What the console says, then the response of the request, which is empty when it failed.
   static std::string ask(const Bytes& request, const std::string& faults = "") {
-    machine().bmc.faults.clear();
-    if (!faults.empty()) machine().bmc.faults = sim::faults(faults);
+    machine().bmc.faults = sim::faults(faults);
     response = {};
     const std::string console = console_of([&] {
       if (Send_Req(request.data(), static_cast<unsigned>(request.size())) != 0) return;
@@ -113,7 +109,6 @@ TEST_F(Message, a_request_outside_the_size_limits_or_without_an_interface_is_not
 }
 
 TEST(Kernel, a_response_counts_only_as_far_as_it_came) {
-  sim::reset(sim::Kind::card);
   driverHandle = platform::device_open("/dev/ipmi0");
   openIpmiFlag = 1;
   // What the console says, "-" when the exchange failed, and the bytes of the response.

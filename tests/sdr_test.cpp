@@ -30,7 +30,6 @@ struct Sdr : testing::Test {
 
   Sdr() {
     std::filesystem::remove(path);
-    sim::reset(sim::Kind::card);
   }
   // The repository holds these, with IDs from 1 on.
   void hold(const std::vector<Bytes>& bodies, uint8_t type = 0xC0) const {
@@ -41,18 +40,18 @@ struct Sdr : testing::Test {
       record.insert(record.end(), data.begin(), data.end());
     }
   }
-  // What a run with this option for the file at `path` says and sends; with --open, also the reset.
-  std::string act(const char* action, const char* faults = "", const char* way = "--nrst") const {
+  // What a run with this option for the file at `path` says and sends, while these faults act.
+  std::string act(const std::string& action, const char* faults = "") const {
     sim::machine().bmc.faults = sim::faults(faults);
-    const RunResult result = run({way, action, path});
-    return after_identity(result.out) + after_identity(result.traffic);
+    const RunResult result = run(action + " " + path);
+    return result.said + result.sent;
   }
   // Writes records with these bodies: how many the BMC holds then, and what is said.
   std::string written(const std::vector<Bytes>& bodies, const char* faults = "") const {
     const std::string start = "writing SDR......\n";
     hold(bodies);
     act("--sdrdump");
-    const std::string text = act("--sdr", faults);
+    const std::string text = act("--nrst --sdr", faults);
     EXPECT_TRUE(text.starts_with(start)) << text;
     const size_t said = text.find('\n', start.size()) - start.size();
     return std::to_string(sdr->records.size()) + " held, " + text.substr(start.size(), said);
@@ -60,14 +59,14 @@ struct Sdr : testing::Test {
   // This file is refused, and nothing is sent but the reset.
   void refuses(const char* name, const std::string& content, const std::string& reason) {
     path = file_with(name, content);
-    EXPECT_EQ(act("--sdr", "", "--open"), reason + "load sdr file " + path_of(name) + " failed\n" +
-                                              "reset BMC and wait\n18 02\nsleep 8000000\n");
+    EXPECT_EQ(act("--open --sdr"), reason + "load sdr file " + path_of(name) + " failed\n" +
+                                       "reset BMC and wait\n18 02\nsleep 8000000\n");
   }
   // This file is written with these requests.
   void sends(const char* name, const std::string& content, const std::string& requests) {
     path = file_with(name, content);
-    EXPECT_EQ(act("--sdr", "", "--open"), WRITTEN + "reset BMC and wait\n" + ERASED + "28 25\n" +
-                                              requests + "sleep 1000000\n18 02\nsleep 8000000\n");
+    EXPECT_EQ(act("--open --sdr"), WRITTEN + "reset BMC and wait\n" + ERASED + "28 25\n" +
+                                       requests + "sleep 1000000\n18 02\nsleep 8000000\n");
   }
 };
 
@@ -92,12 +91,12 @@ TEST_F(Sdr, are_read_sixteen_bytes_at_a_time_and_no_more_than_the_bmc_claims) {
       {0, "28 20\n"}, {2, "28 23 02 00 02 00 00 10\n"}, {3, third}, {0xFFFF, third}};
   for (const auto& [claimed, last] : claims) {
     sdr->claimed = claimed;
-    EXPECT_TRUE(act("--sdrdump", "", "--open").ends_with(last)) << claimed;
+    EXPECT_TRUE(act("--sdrdump").ends_with(last)) << claimed;
   }
   // An ID with one byte FF is not yet the end of the chain.
   sdr->claimed = -1;
   sdr->records = {{0x00FF, {0xFF, 0x00, 0x51, 0xC0, 0}}, {0xFFFE, {0xFE, 0xFF, 0x51, 0xC0, 0}}};
-  EXPECT_TRUE(act("--sdrdump", "", "--open").ends_with("28 23 02 00 FE FF 00 10\n"));
+  EXPECT_TRUE(act("--sdrdump").ends_with("28 23 02 00 FE FF 00 10\n"));
 }
 
 TEST_F(Sdr, dump_that_cannot_be_read_or_written_whole_is_no_file) {
@@ -135,7 +134,7 @@ TEST_F(Sdr, are_not_added_unless_the_erase_completes) {
   const std::string poll = "sleep 100000\n28 22\n28 27 0";
   std::string polls = "writing SDR......\nClear SDR Fail\n" + ERASED;
   for (const char id : {'3', '4', '5', '6'}) polls += poll + id + " 00 43 4C 52 00\n";
-  EXPECT_EQ(act("--sdr"), polls + "sleep 1000000\n");
+  EXPECT_EQ(act("--nrst --sdr"), polls + "sleep 1000000\n");
 }
 
 TEST_F(Sdr, failure_ends_the_writing_of_whole_records_but_not_of_parts) {
@@ -172,7 +171,7 @@ TEST_F(Sdr, of_every_type_survive_the_way_through_text_and_the_bmc) {
       sdr->partial_add = partial;
       act("--sdrdump");
       // Long ones do not fit into a whole request of the KCS driver.
-      EXPECT_TRUE(act("--sdr", "", "--open").starts_with(WRITTEN + "reset BMC"));
+      EXPECT_TRUE(act("--open --sdr").starts_with(WRITTEN + "reset BMC"));
       EXPECT_EQ(sdr->records, before) << "type " << int{type};
     }
   }
@@ -216,7 +215,7 @@ TEST_F(Sdr, are_written_as_people_spell_them_and_from_binary_blocks_two_bytes_ap
 TEST_F(Sdr, text_has_a_byte_a_line_and_its_comments_from_util_dat_in_one_column) {
   // The files in data/.
   std::filesystem::current_path("data");
-  run({"--sdr", "sample.sdr"});
+  run("--sdr sample.sdr");
   act("--sdrdump");
   EXPECT_EQ(sdr->records.size(), 6U);
   EXPECT_NE(content_of(path).find("// ID string type (bits 7..6) and length"), std::string::npos);
@@ -227,6 +226,7 @@ TEST_F(Sdr, text_has_a_byte_a_line_and_its_comments_from_util_dat_in_one_column)
   for (unsigned i = 0; i < 50; i++) comments += "line " + std::to_string(i) + "\n";
   hold({body(43, 43), body(15, 11)}, 0x01);
   sdr->records[2][3] = 0x12;
+  sdr->records[2][15] = 0xE3;  // the ID string has 3 characters; bit 5 says nothing
   std::filesystem::current_path(path_of(""));
   file_with("util.dat", comments);
   act("--sdrdump");
@@ -242,8 +242,8 @@ TEST_F(Sdr, text_has_a_byte_a_line_and_its_comments_from_util_dat_in_one_column)
             "   C0\t// line 39\n\n_SDR_TYPE    12\n_REC_LEN     14\n\n   02\t// Record ID LSB\n"
             "   00\t// Record ID MSB\n   51\t// SDR Version\n   12\t// Record Type\n"
             "   0F\t// Record Length\n\n   41\t// Device Slave Address\n   42\t// Channel Number\n"
-            "   43\n   44\n   45\n   46\n   47\n   48\n   49\n   4A\n   C4\n"
-            "   'LMNO'                               // Sensor ID String'\n\n\n)\n");
+            "   43\n   44\n   45\n   46\n   47\n   48\n   49\n   4A\n   E3\n"
+            "   'LMN'                                // Sensor ID String'\n\n\n)\n");
 }
 
 }  // namespace
