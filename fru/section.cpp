@@ -67,7 +67,10 @@ void keep_long_field(const Section& section, unsigned position) {
 // A field that ends between two bytes of one quoted piece has another length than its text.
 void note_split_fields(const fru_layout& layout, const Section& section, File_signs* signs) {
   if (signs == nullptr) return;
-  for (size_t at = layout.fixed; at < section.count && section.bytes[at] != FRU_END_MARK;) {
+  size_t texts = layout.texts.size();  // those before the custom fields; C1 is the length of one
+  size_t at = layout.fixed;
+  while (at < section.count && (texts > 0 || section.bytes[at] != FRU_END_MARK)) {
+    if (texts > 0) texts--;
     at += 1 + size_t{section.bytes[at]} % (FRU_TEXT_LENGTH + 1);
     if (at >= section.count) return;
     const bool same_piece = section.pieces[at] != 0 &&

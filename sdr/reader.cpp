@@ -181,7 +181,7 @@ bool load_text(FILE* file, sdr_repository* repository, File_signs* signs) {
     if (cleaned[0] != '\0' && !read_text_line(&reader, cleaned)) return false;
   }
   if (reader.lines.too_long) return false;
-  note_ends(reader);
+  if (std::ferror(file) == 0) note_ends(reader);
   // The end of the file closes what the closing line would close.
   return reader.state != IN_DATA || std::ferror(file) != 0 || end_record(&reader, BEFORE_LENGTH);
 }
