@@ -83,12 +83,12 @@ inline std::string between(const std::string& head, const std::string& text,
 // What an action says, then what it asks, between its way into the downloader and its way out,
 // while these faults act. Of an update that fails the last line is "FAIL".
 inline std::string outcome(const std::string& option, const std::string& path,
-                           const std::string& faults = "") {
+                           const std::string& faults = "", const Start& start = {}) {
   const std::map<std::string, std::string> titles = {{"-u", "Update Firmware with"},
                                                      {"--save", "Read firmware and Save to"},
                                                      {"--verify", "Verify firmware with the"}};
   sim::machine().bmc.faults = sim::faults(faults);
-  const RunResult result = run(option + " " + path);
+  const RunResult result = run(option + " " + path, start);
   std::string said = between(titles.at(option) + " File " + path + "\nEnter Downloader......OK\n",
                              result.said, "reset and wait\nExit Downloader......OK\n");
   const std::string failure = "can't find file " + path + "\n";

@@ -17,6 +17,7 @@ using sim::machine;
 const std::string BANNER = "BMC Utility on Linux version 1.1.3\n";
 const std::string IDENTITY = "IPMI Ver: 1.5\tFirmware Rev: 1.23\tVendor ID: 343\tPdt ID: 3\n";
 const std::string START = BANNER + IDENTITY;
+const std::string LONG(5000, '0');
 const std::string ZEROS = " 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00";
 
 // A run as one text: what it says, its exit status, what it sends.
@@ -48,30 +49,30 @@ TEST(Frontend, help_and_what_cannot_be_right_end_the_run_before_the_bmc_is_touch
 }
 
 TEST(Frontend, a_letter_means_what_its_long_name_means_and_a_value_has_any_length) {
-  const std::string pairs[][2] = {
-      {"-s f", "--sdr f"},
-      {"-t -s f", "--nrst --sdr f"},
-      {"-q /dev/null", "--sdrdump=/dev/null"},
-      {"-c f", "--cfg f"},
-      {"-0a -1b -2c -3d -4e", "--sp0=a --sp1=b --sp2=c --sp3=d --sp4=e"},
-      {"-r 1", "--arp=1"},
-      {"-p", "--dhcp"},
-      {"-b", "--debug"},
-      {"-l", "--imac"},
-      {"-v /dev/null", "--save /dev/null"},
-      {"-y f", "--verify f"},
-      {"-5", "--users"},
-      {"-f f", "--fru f"},
-      {"-w /dev/null", "--wfru /dev/null"},
-      {"-j /dev/null", "--seldump /dev/null"},
-      {"-o -b", "--open --debug"},
-      {"-y " + std::string(5000, 'f'), "--verify " + std::string(5000, 'f')},
-      {"-r " + std::string(5000, '0'), "--arp=" + std::string(5000, '0')}};
+  const std::string pairs[] = {"-s f = --sdr f",
+                               "-t -s f = --nrst --sdr f",
+                               "-q /dev/null = --sdrdump=/dev/null",
+                               "-c f = --cfg f",
+                               "-0a -1b -2c -3d -4e = --sp0=a --sp1=b --sp2=c --sp3=d --sp4=e",
+                               "-r 1 = --arp=1",
+                               "-p = --dhcp",
+                               "-b = --debug",
+                               "-l = --imac",
+                               "-v /dev/null = --save /dev/null",
+                               "-y f = --verify f",
+                               "-5 = --users",
+                               "-f f = --fru f",
+                               "-w /dev/null = --wfru /dev/null",
+                               "-j /dev/null = --seldump /dev/null",
+                               "-o -b = --open --debug",
+                               "-y " + LONG + " = --verify " + LONG,
+                               "-r " + LONG + " = --arp=" + LONG};
   std::set<std::string> different = {qarn("-0")};
-  for (const auto& [letter, name] : pairs) {
-    const std::string does = qarn(letter);
-    EXPECT_EQ(does, qarn(name)) << letter;
-    EXPECT_TRUE(different.insert(does).second) << letter;
+  for (const std::string& pair : pairs) {
+    const size_t equals = pair.find(" = ");
+    const std::string does = qarn(pair.substr(0, equals));
+    EXPECT_EQ(does, qarn(pair.substr(equals + 3))) << pair;
+    EXPECT_TRUE(different.insert(does).second) << pair;
   }
   EXPECT_EQ(run("--s").err,
             "qarn: option '--s' is ambiguous; possibilities: '--sdr' '--sp0' '--sp1' '--sp2' "
@@ -111,7 +112,7 @@ TEST(Frontend, the_bmc_is_found_on_each_port_pair_and_device_and_traced) {
   const std::string end = IDENTITY + "status 0\n18 01\n";
   const std::string answer = "recv:20 1c 01 00 20 01 01 23 51 bf 57 01 00 03 00 00 00 00 00 \n";
   for (const char* pair : {"cac,ca8", "ca3,ca2", "ca9,ca8"}) {
-    sim::set_variable("QARN_SIM_PORTS", pair);
+    setting("PORTS", pair);
     EXPECT_EQ(qarn("--debug"), BANNER + "20 18 01 \n" + answer + end) << pair;
   }
   for (const char* path : {"/dev/ipmi0", "/dev/ipmi/0", "/dev/ipmidev/0"}) {
@@ -145,7 +146,7 @@ TEST(Frontend, firmware_is_for_the_card_only_and_passwords_come_first) {
   const char start[] = "Cannot find ORBE C4410/4415\nqarn only support C4410/4415 firmware ";
   const std::string end = "\nstatus 1\n18 01\n18 47 02 02 00" + ZEROS + "\n";
   for (const char* others : {"ca3,ca2", "ca9,ca8"}) {
-    sim::set_variable("QARN_SIM_PORTS", others);
+    setting("PORTS", others);
     EXPECT_EQ(qarn("-u f.mot --sdr f -d --sp1"), START + start + "update" + end);
     EXPECT_EQ(qarn("--save f -d --sp1"), START + start + "save" + end);
     EXPECT_EQ(qarn("--verify f -d --sp1"), START + start + "save" + end);

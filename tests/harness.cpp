@@ -132,6 +132,10 @@ std::string after_identity(const std::string& text, const std::string& mark) {
 
 }  // namespace
 
+void setting(const std::string& name, const std::string& value) {
+  EXPECT_TRUE(sim::set_variable("QARN_SIM_" + name, value)) << name << "=" << value;
+}
+
 RunResult run(const std::string& line, const Start& start) {
   sim::machine();
   folder();

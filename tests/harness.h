@@ -29,6 +29,9 @@ struct RunResult {
   std::string sent;      // `traffic` likewise
 };
 
+// Sets the machine up in the words of sim/environment.cpp: setting("LOCK", "4711").
+void setting(const std::string& name, const std::string& value);
+
 // Runs "qarn LINE"; blanks separate its words. Afterwards sim::machine().bmc holds what the child's
 // BMC held at its end, as far as a state file keeps it: not the queue, the clock and the faults.
 RunResult run(const std::string& line, const Start& start = {});

@@ -23,7 +23,7 @@ void small_server() {
   sim::Card& card = machine().bmc.card;
   card.flash_size = 0x1000;
   card.update_start = card.flash_base + 0x0F00;
-  sim::set_variable("QARN_SIM_INTERFACES", "eth0,00:0e:0c:44:10:01,10.0.0.7");
+  setting("INTERFACES", "eth0,00:0e:0c:44:10:01,10.0.0.7");
   machine().bmc.fru.devices = {{uint8_t{0}, sim::fru_device(sim::example_fru_image(), 128)}};
   auto& records = machine().bmc.sdr.records;
   records.erase(std::next(records.begin(), 2), records.end());

@@ -25,7 +25,7 @@ std::string qarn(const std::string& line, const std::string& faults = "") {
 }
 
 TEST(Lan, the_configuration_is_shown_then_set_each_address_after_its_static_source) {
-  sim::set_variable("QARN_SIM_LAN", "3=0a00c8ff");
+  setting("LAN", "3=0a00c8ff");
   EXPECT_EQ(
       qarn("--arp=1 -n 255.255.0.0 -g 10.1.0.1 -m 2:0:0:aB:cd:EF -i 10.1.2.3 -d --dhcp -e 18 02"),
       "enable DHCP\nDHCP\t\t\tEnable\nBMC IP Address:\t\t\t10.0.200.255" + SHOWN +
@@ -65,10 +65,10 @@ TEST(Lan, the_first_interface_with_its_mac_gives_the_bmc_its_address) {
   for (char i = 'a'; i < 'q'; i++) interfaces += std::string(";") + i + ",2:2:2:2:2:2,127.0.0.2";
   interfaces += ";eth1:1" + mac + ",10.1.2.3;eth2" + mac + ",10.1.2.4";
   machine().interfaces.clear();
-  sim::set_variable("QARN_SIM_INTERFACES", interfaces);
+  setting("INTERFACES", interfaces);
   EXPECT_EQ(qarn("-a"), READS + "status 0") << "only the first 16 are looked at";
   machine().interfaces[2].address.clear();  // does not count, as loopback and so long a name
-  sim::set_variable("QARN_SIM_LAN", "4=03");
+  setting("LAN", "4=03");
   EXPECT_EQ(
       qarn("-d -a -i 10.7.7.7 -m 2:2:2:2:2:2"),
       "DHCP\t\t\tDisable\nBMC IP Address:\t\t\t10.1.2.3" + SHOWN + READS + IP + STATIC +

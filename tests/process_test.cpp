@@ -114,15 +114,15 @@ TEST(Waiting, for_a_password_ends_with_a_signal_before_the_bmc_is_touched) {
 }
 
 TEST(Turn, is_waited_for_while_another_run_uses_the_bmc_and_given_up_after_a_minute) {
-  machine().lock_holder = 4711;
-  machine().lock_until_us = 2500000;
+  setting("LOCK", "4711");
+  setting("LOCK_UNTIL", "3");
   const std::string waits =
       "qarn: another run, process 4711, uses the BMC: waiting up to 60 seconds for it\n";
   RunResult result = run("-e 18 01");
   EXPECT_EQ(result.err, waits);
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.traffic, "sleep 1000000\nsleep 1000000\nsleep 1000000\n18 01\n18 01\n");
-  machine().lock_until_us = UINT64_MAX;
+  setting("LOCK_UNTIL", "1000000");
   for (const char* line : {"-d", "-d --open"}) {
     result = run(line);
     EXPECT_EQ(result.err, waits + "qarn: the other run still uses the BMC: nothing was done\n");
@@ -141,14 +141,13 @@ TEST(Turn, is_waited_for_while_another_run_uses_the_bmc_and_given_up_after_a_min
 
 TEST(Ports, that_belong_to_a_driver_are_named_before_they_are_touched) {
   sim::reset(sim::Kind::plain);
-  machine().port_owners =
-      "0000-0cf7 : PCI Bus 0000:00\n  0ca2-0ca3 : IPI0001:00\n    0ca2-0ca2 : ipmi_si\n";
+  setting("PORT_OWNERS", "0000-0cf7 : PCI Bus\n  0ca2-0ca3 : IPI0001:00\n    0ca2-0ca2 : ipmi_si");
   EXPECT_EQ(run("--users").err,
             "qarn: the ports CA3 and CA2 belong to the kernel's driver ipmi_si: use --open\n");
   EXPECT_EQ(run("--users --open").err, "");
   sim::reset(sim::Kind::card);
-  machine().root = false;
-  machine().lockdown = "none [integrity] confidentiality\n";
+  setting("USER", "nobody");
+  setting("LOCKDOWN", "none [integrity] confidentiality");
   EXPECT_EQ(run("--users").err, "");
   EXPECT_EQ(run("--users", {.terminals = "2"}).terminal,
             "qarn: the kernel is locked down and keeps programs from the ports: use --open\n");
