@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 
 #include "platform/platform.h"
 #include "sim/machine.h"
@@ -32,6 +33,11 @@ inline uint8_t take(std::string* input) {
 inline const char* file(const char* name, const std::string& content) {
   std::ofstream(name, std::ios::binary) << content;
   return name;
+}
+
+inline std::string content_of(const std::string& path) {
+  std::ifstream stream(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 // A condition that does not hold is a finding: the process aborts.

@@ -1,11 +1,12 @@
 // What must hold after a whole command.
-#include "fuzz/outcome.h"
-
+#include <algorithm>
 #include <cctype>
 #include <filesystem>
 
 #include "firmware/flash.h"
-#include "fuzz/fuzz.h"
+#include "fuzz/command.h"
+#include "transport/bmc.h"
+#include "transport/ipmi.h"
 #include "transport/kcs_intf.h"
 
 namespace {
@@ -14,13 +15,8 @@ namespace files = std::filesystem;
 
 constexpr int NO_ANSWER = 255;
 
-std::string content_of(const files::path& path) {
-  std::ifstream stream(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
-}
-
 bool said(const fuzz::Run& run, const char* text) {
-  return run.result.err.find(text) != std::string::npos;
+  return run.err.find(text) != std::string::npos;
 }
 
 // Whether one reached the BMC; its line begins with a hexadecimal digit.
@@ -42,8 +38,8 @@ void check_card(const fuzz::Run& run) {
   if (!bmc.card.in_downloader || by_hand) return;
   fuzz::require(is_firmware_action(run.options));
   if (said(run, "no answer from the BMC for 10 seconds")) return;
-  if (run.result.gave == NO_ANSWER) {
-    const bool seen = run.process.terminals.find('2') != std::string::npos;
+  if (run.gave == NO_ANSWER) {
+    const bool seen = fuzz::names(run.command.terminals, 2);
     return fuzz::require(!seen || said(run, "may still be in its downloader"));
   }
   const std::string sent = sim::transcript();
@@ -64,14 +60,16 @@ void check_interface(const fuzz::Run& run) {
   });
   if (used == machine.ports.end() || !machine.port_stream.empty()) return;
   if (used->phase == sim::KcsPhase::idle || used->phase == sim::KcsPhase::busy) return;
-  fuzz::require(run.result.gave == NO_ANSWER);
+  fuzz::require(run.gave == NO_ANSWER);
   machine.bmc.faults.clear();
   machine.bmc.answer_stream.clear();
-  machine.lock_holder = 0;
   machine.bmc.back_at_us = 0;
-  sim::clear_log();
-  const fuzz::Result next = fuzz::run({}, {"-e", "18", "01"}, false);
-  fuzz::require(next.status == 0 && sim::transcript().ends_with("18 01\n"));
+  fuzz::require(Init_Interface("KCS", used->command_port, used->data_port, 0) == 0);
+  const uint8_t request[] = {BMC_ADDRESS, 0x18, 0x01};
+  uint8_t response[RESPONSE_ROOM];
+  unsigned length = 0;
+  fuzz::require(Send_Req(request, sizeof request) == 0 && Get_Resp(response, &length) == 0);
+  fuzz::require(length > RESPONSE_DATA && response[RESPONSE_COMPLETION] == 0);
 }
 
 bool is_whole_log(const std::string& dump) {
@@ -123,10 +121,10 @@ void check_files(const fuzz::Run& run) {
   for (const auto& entry : files::recursive_directory_iterator(".")) {
     const std::string name = entry.path().filename();
     if (entry.is_symlink() || !entry.is_regular_file()) continue;
-    if (name == fuzz::INPUT || name == fuzz::OUTPUT) continue;
-    const std::string content = content_of(entry.path());
-    const auto before = run.files.find(name);
-    const bool was_there = before != run.files.end();
+    if (fuzz::is_among(fuzz::STREAMS, name)) continue;
+    const std::string content = fuzz::content_of(entry.path());
+    const auto before = run.command.files.find(name);
+    const bool was_there = before != run.command.files.end();
     if (was_there && content == before->second) continue;
     if (fuzz::is_among(fuzz::HARD_LINKS, name) && content == fuzz::OLDER) continue;
     const bool target =

@@ -1,229 +1,173 @@
-// The process around a whole command.
-#include "fuzz/process.h"
-
+// A whole command in a process of its own: a child of the fuzz target's.
 #include <fcntl.h>
-#include <getopt.h>
-#include <stdio_ext.h>
+#include <sanitizer/common_interface_defs.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <functional>
-#include <iterator>
-#include <utility>
+#include <filesystem>
 
-#include "base/dump_file.h"
-#include "base/process_end.h"
-#include "base/progress.h"
-#include "firmware/flash.h"
-#include "fuzz/fuzz.h"
+#include "fuzz/command.h"
+
+// Some builds have none of these.
+#pragma weak __sanitizer_print_stack_trace
+#pragma weak __sanitizer_set_death_callback
+extern uint8_t edges_begin[] __asm__("__start___sancov_cntrs") __attribute__((weak));
+extern uint8_t edges_end[] __asm__("__stop___sancov_cntrs") __attribute__((weak));
 
 int qarn_main(int argc, char** argv);
 
+// What callers of the procedures that CMakeLists.txt names get instead, and how to get there.
+int note_options(int, char**, Options*) __asm__("__wrap__Z13parse_optionsiPPcP7Options");
+int parse(int, char**, Options*) __asm__("__real__Z13parse_optionsiPPcP7Options");
+int count_look() __asm__("__wrap__ZN8platform15signals_pendingEv");
+int pending() __asm__("__real__ZN8platform15signals_pendingEv");
+int set_echo(bool) __asm__("__wrap__ZN8platform13terminal_echoEb");
+void check_and_raise(int) __asm__("__wrap__ZN8platform13raise_defaultEi");
+void raise_last(int) __asm__("__real__ZN8platform13raise_defaultEi");
+
 namespace {
 
-// Port reads, or looks for a signal, that a run may take.
-constexpr unsigned MOST_WORK = 200000;
-constexpr int ENDING_SIGNALS[] = {SIGHUP, SIGINT, SIGTERM, SIGQUIT, SIGTSTP};
+namespace files = std::filesystem;
 
-// Thrown where a process would end, or where the machine would be switched off.
-struct Ended {
-  int status;
+constexpr char FOLDER[] = "command-run";
+constexpr unsigned MOST_WORK = 200000;  // port reads, or looks for a signal
+
+// What a child leaves to its parent.
+struct Left {
+  bool over;   // and nothing was found
+  int signal;  // that ends it; 0: none
+  uint8_t edges[0x10000];
 };
-struct Given_up {};
+Left* const left = static_cast<Left*>(
+    mmap(nullptr, sizeof(Left), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
 
-fuzz::Process now;
-std::vector<void (*)()> at_end;
-volatile sig_atomic_t noted = 0;
+fuzz::Run run;  // the child's own
 unsigned looks = 0;
 
-// Only the simulator's own signals are a part of the input.
-void note(int number, siginfo_t* from, void*) {
-  if (from->si_code != SI_TKILL) _exit(128 + number);
-  if (number != SIGTSTP) noted = number;
+void leave(int signal) {
+  std::copy(edges_begin, edges_end, left->edges);
+  left->signal = signal;
+  left->over = true;
 }
 
-bool names(const std::string& streams, int stream) {
-  return streams.find(static_cast<char>('0' + stream)) != std::string::npos;
-}
-
-// Standard input and output of a run, and the fuzzer's own before and after.
-struct Streams {
-  int input = dup(STDIN_FILENO);
-  int output = dup(STDOUT_FILENO);
-  FILE* error = stderr;
-  char* text = nullptr;  // of the run's standard error
-  size_t length = 0;
-
-  Streams() {
-    std::fflush(stdout);
-    take(STDIN_FILENO, fuzz::INPUT, O_RDONLY | O_CREAT);
-    take(STDOUT_FILENO, now.full ? "/dev/full" : fuzz::OUTPUT, O_RDWR | O_CREAT | O_TRUNC);
-    // The handle stays: sanitizers report to it.
-    stderr = open_memstream(&text, &length);
-  }
-
-  ~Streams() {
-    std::fflush(stdout);
-    __fpurge(stdout);
-    std::clearerr(stdout);
-    give_back(STDIN_FILENO, input);
-    give_back(STDOUT_FILENO, output);
-    std::fclose(stderr);
-    stderr = error;
-    std::free(text);
-  }
-  Streams(const Streams&) = delete;
-  Streams& operator=(const Streams&) = delete;
-
-  static void take(int stream, const char* path, int flags) {
-    const int handle = open(path, flags | O_CLOEXEC, 0600);
-    fuzz::require(handle >= 0 && dup2(handle, stream) == stream);
-    close(handle);
-    if (names(now.closed, stream)) close(stream);
-  }
-
-  static void give_back(int stream, int handle) {
-    close(stream);
-    if (handle < 0) return;
-    dup2(handle, stream);
-    close(handle);
-  }
-
-  std::string said() {
-    std::fflush(stderr);
-    return {text, length};
-  }
-};
-
-// While it lives, the ending signals are noted.
-struct Signals {
-  struct sigaction before[std::size(ENDING_SIGNALS)];
-
-  Signals() {
-    struct sigaction action {};
-    action.sa_sigaction = note;
-    action.sa_flags = SA_SIGINFO;
-    for (size_t i = 0; i < std::size(before); i++)
-      sigaction(ENDING_SIGNALS[i], &action, &before[i]);
-  }
-  ~Signals() {
-    for (size_t i = 0; i < std::size(before); i++)
-      sigaction(ENDING_SIGNALS[i], &before[i], nullptr);
-  }
-  Signals(const Signals&) = delete;
-  Signals& operator=(const Signals&) = delete;
-};
-
-int status_of(const std::function<int()>& part) {
-  try {
-    return part();
-  } catch (const Ended& ended) {
-    return ended.status;
-  }
-}
-
-// The way that exit goes, which a signal may cut short.
-int end(int status) {
-  while (!at_end.empty()) {
-    void (*last)() = std::exchange(at_end.back(), nullptr);
-    at_end.pop_back();
-    const int cut = status_of([&] { return last(), -1; });
-    if (cut >= 0) return cut;
-  }
-  return status;
-}
-
-// What a new process would have afresh.
-void forget_run(bool saving) {
-  at_end.clear();
-  noted = 0;
+void check(int signal) {
+  std::fflush(nullptr);
+  run.err = fuzz::content_of("/proc/self/fd/2");
+  run.command.signal = 0;
   looks = 0;
-  progress_end();
-  if (saving) fp = nullptr;  // it was the dump
-  close_image();
-  flashfilename = "";
-  driverHandle = -1;
-  optind = 0;
+  sim::machine().port_reads = 0;
+  fuzz::require(pending() == signal);
+  fuzz::check(run);
+  leave(signal);
+}
+
+void check_at_exit() {
+  check(0);
+  _exit(0);
+}
+
+void take(int stream, const char* path, int flags) {
+  const int handle = open(path, flags | O_CLOEXEC, 0600);
+  fuzz::require(handle >= 0 && dup2(handle, stream) == stream);
+  close(handle);
+}
+
+void enter_folder() {
+  files::remove_all(FOLDER);
+  files::create_directories(files::path(FOLDER) / "folder");
+  files::current_path(FOLDER);
+  for (const auto& [name, content] : run.command.files) fuzz::file(name.c_str(), content);
+  std::error_code ignored;  // a file of the input may have the name of a link
+  files::remove(fuzz::HARD_LINKS[1]);
+  files::create_symlink("dump", "link", ignored);
+  files::create_symlink("absent", "nowhere", ignored);
+  files::create_symlink("loop", "loop", ignored);
+  const char* hard = fuzz::file(fuzz::HARD_LINKS[0], fuzz::OLDER);
+  files::create_hard_link(hard, fuzz::HARD_LINKS[1], ignored);
+  take(STDIN_FILENO, fuzz::STREAMS[STDIN_FILENO], O_RDONLY | O_CREAT);
+  const char* output = run.command.full ? "/dev/full" : fuzz::STREAMS[STDOUT_FILENO];
+  take(STDOUT_FILENO, output, O_RDWR | O_CREAT | O_TRUNC);
+  take(STDERR_FILENO, fuzz::STREAMS[STDERR_FILENO], O_RDWR | O_CREAT | O_TRUNC);
+}
+
+// What a fault of the program says is for the parent, which ends by it.
+void show_faults() {
+  std::signal(SIGABRT, [](int) {
+    if (__sanitizer_print_stack_trace != nullptr) __sanitizer_print_stack_trace();
+  });
+  if (__sanitizer_set_death_callback != nullptr) __sanitizer_set_death_callback(nullptr);
+}
+
+[[noreturn]] void live() {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  platform::core_off();
+  enter_folder();
+  show_faults();
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO}) {
+    if (fuzz::names(run.command.closed, stream)) close(stream);
+  }
+  std::atexit(check_at_exit);
+  char name[] = "qarn";
+  std::vector<char*> words = {name};
+  for (std::string& word : run.command.words) words.push_back(word.data());
+  words.push_back(nullptr);
+  std::exit(qarn_main(static_cast<int>(words.size()) - 1, words.data()));
 }
 
 }  // namespace
 
-namespace fuzz {
-
-Result run(const Process& process, std::vector<std::string> words, bool saving) {
-  now = process;
-  words.insert(words.begin(), "qarn");
-  std::vector<char*> arguments;
-  for (std::string& word : words) arguments.push_back(word.data());
-  arguments.push_back(nullptr);
-  forget_run(false);
-  Result result = {};
-  {
-    const Signals signals;
-    Streams streams;
-    try {
-      result.gave = 0xFF & status_of([&] {
-                      return qarn_main(static_cast<int>(words.size()), arguments.data());
-                    });
-      result.status = end(result.gave);
-      require(noted == 0 || result.status == 128 + noted);
-    } catch (const Given_up&) {
-      result.given_up = true;
-      dump_abandon();
-    }
-    result.err = streams.said();
+void fuzz::run(const Command& command) {
+  *left = {};
+  const pid_t child = fork();
+  if (child == 0) {
+    ::run.command = command;
+    live();
   }
-  forget_run(saving);
+  int status = 0;
+  while (TEMP_FAILURE_RETRY(waitpid(child, &status, WUNTRACED)) == child && WIFSTOPPED(status)) {
+    kill(child, SIGCONT);
+  }
+  if (!left->over || left->signal != (WIFSIGNALED(status) ? WTERMSIG(status) : 0)) {
+    const std::string said = content_of(files::path(FOLDER) / STREAMS[STDERR_FILENO]);
+    std::fprintf(stderr, "%s\nThe child's wait status is %x.\n", said.c_str(), status);
+    std::abort();
+  }
+  std::copy_n(left->edges, edges_end - edges_begin, edges_begin);
+}
+
+int note_options(int argc, char** argv, Options* options) {
+  // The first of the exit handlers, before one that raises a signal.
+  on_exit([](int status, void*) { run.gave = status & 0xFF; }, nullptr);
+  const int result = parse(argc, argv, options);
+  run.parsed = result == OPTIONS_ACCEPTED;
+  run.options = *options;
   return result;
 }
 
-}  // namespace fuzz
-
-void at_process_end(void (*last)()) {
-  at_end.push_back(last);
+int count_look() {
+  if (++looks == run.command.looks + 1 && run.command.signal != 0) raise(run.command.signal);
+  if (looks <= MOST_WORK && sim::machine().port_reads <= MOST_WORK) return pending();
+  leave(0);
+  _exit(0);
 }
 
-void end_process(int status) {
-  throw Ended{status};
+int set_echo(bool) {
+  return isatty(STDIN_FILENO) - 1;
 }
 
-// Of the C library: the fuzzer's own streams do not count, and a disk takes long.
+void check_and_raise(int signal) {
+  check(signal);
+  raise_last(signal);
+}
+
+// Of the C library: a terminal is what the input says, and a disk takes long.
 extern "C" int isatty(int stream) noexcept {
-  return names(now.terminals, stream) ? 1 : 0;
+  return fuzz::names(run.command.terminals, stream) ? 1 : 0;
 }
 
 extern "C" int fsync(int) {
   return 0;
 }
-
-namespace platform {
-
-void signals_hold() {
-  std::signal(SIGPIPE, SIG_IGN);
-}
-
-int signals_pending() {
-  if (++looks > MOST_WORK || sim::machine().port_reads > MOST_WORK) throw Given_up{};
-  if (looks > now.looks && noted == 0) noted = now.signal;
-  return noted;
-}
-
-void signals_stop_here() {
-}
-
-void signals_let_in(bool) {
-}
-
-int terminal_echo(bool) {
-  return names(now.terminals, STDIN_FILENO) ? 0 : -1;
-}
-
-int core_off() {
-  return 0;
-}
-
-void raise_default(int number) {
-  throw Ended{128 + number};
-}
-
-}  // namespace platform
