@@ -1,10 +1,10 @@
 // Fuzz target: whole commands. The first line of the input has the words, the lines after it set
-// the simulated server (the variables of sim/environment.cpp) and the process (SETTINGS); what
-// follows a line "== NAME" is a file of that name, or one of the machine's streams, ANSWERS and
-// PORTS.
+// the simulated server (the variables of sim/environment.cpp) and the process (TERMINALS, CLOSED,
+// FULL, SIGNAL, LOOKS); what follows a line "== NAME" is a file of that name, or one of the
+// machine's streams, ANSWERS and PORTS.
 #include "fuzz/command.h"
 
-#include <algorithm>
+#include <csignal>
 
 #include "textfile/lines.h"
 #include "transport/kcs_intf.h"
@@ -20,34 +20,14 @@ const char* const PATHS[] = {
     "/proc/self/fd/1", "folder/dump", "folder/../dump", "folder/",    "/",
 };
 
-// What a word may name: all of it, or the value of a long option.
-std::string value_of(const std::string& word) {
-  const size_t equals = word.starts_with("--") ? word.find('=') : std::string::npos;
-  return equals == std::string::npos ? word : word.substr(equals + 1);
+// Not one that stands for a fault of the program.
+unsigned signal_of(unsigned choice) {
+  constexpr unsigned FAULTS[] = {SIGILL, SIGTRAP, SIGABRT, SIGBUS,
+                                 SIGFPE, SIGKILL, SIGSEGV, SIGSYS};
+  constexpr unsigned MOST = 64;
+  const unsigned signal = choice % (MOST + 1);
+  return fuzz::is_among(FAULTS, signal) ? SIGTERM : signal;
 }
-
-uint32_t number(const std::string& text) {
-  uint32_t value = 0;
-  sim::parse_number(text, 10, UINT16_MAX, value);
-  return value;
-}
-
-int signal_of(unsigned choice) {
-  constexpr unsigned SIGNALS[] = {1, 2, 3, 15, 20};
-  const bool known = std::find(std::begin(SIGNALS), std::end(SIGNALS), choice) != std::end(SIGNALS);
-  return static_cast<int>(known ? choice : SIGNALS[choice % std::size(SIGNALS)]);
-}
-
-const struct {
-  const char* name;
-  void (*set)(const std::string& value, fuzz::Command* command);
-} SETTINGS[] = {
-    {"TERMINALS", [](auto& value, auto* command) { command->terminals = value; }},
-    {"CLOSED", [](auto& value, auto* command) { command->closed = value; }},
-    {"FULL", [](auto&, auto* command) { command->full = true; }},
-    {"SIGNAL", [](auto& value, auto* command) { command->signal = signal_of(number(value)); }},
-    {"LOOKS", [](auto& value, auto* command) { command->looks = number(value); }},
-};
 
 // A card whose flash is gone through in milliseconds.
 void shorten_flash() {
@@ -59,9 +39,12 @@ void shorten_flash() {
 void set(const std::string& line, fuzz::Command* command) {
   const std::string name = line.substr(0, line.find('='));
   const std::string value = line.substr(std::min(line.size(), name.size() + 1));
-  for (const auto& setting : SETTINGS) {
-    if (setting.name == name) setting.set(value, command);
-  }
+  if (name == "TERMINALS") command->terminals = value;
+  if (name == "CLOSED") command->closed = value.substr(0, value.find('2'));
+  if (name == "FULL") command->full = true;
+  if (name == "LOOKS") sim::parse_number(value, 10, UINT16_MAX, command->looks);
+  if (name == "SIGNAL") sim::parse_number(value, 10, UINT16_MAX, command->signal);
+  command->signal = signal_of(command->signal);
   // These two would write a file, and the help ends the process.
   if (name == "QARN_SIM_LOG" || name == "QARN_SIM_STATE" || value == "help") return;
   sim::set_variable(name, value);
@@ -76,13 +59,12 @@ void limit_machine(const fuzz::Command& command) {
   const bool named = std::any_of(command.words.begin(), command.words.end(), [](auto& word) {
     return word.ends_with("/dev/stdout") || word.ends_with("/fd/1");
   });
+  using enum sim::FaultKind;
   std::erase_if(bmc.faults, [&](const sim::Fault& fault) {
-    return fault.kind == sim::FaultKind::power_cut ||
-           (fault.kind == sim::FaultKind::close_output && named);
+    return fault.kind == power_cut || (fault.kind == close_output && named);
   });
   for (sim::Fault& fault : bmc.faults) {
-    if (fault.kind != sim::FaultKind::raise_signal) continue;
-    fault.value = static_cast<unsigned>(signal_of(fault.value));
+    if (fault.kind == raise_signal) fault.value = signal_of(fault.value);
   }
 }
 
@@ -99,14 +81,15 @@ void take_section(const std::string& section, fuzz::Command* command) {
 
 fuzz::Command take_apart(const std::string& text) {
   const std::string mark = "\n== ";
-  fuzz::Command command = {.files = {{"dump", fuzz::OLDER}}};
+  fuzz::Command command = {.files = {{"dump", fuzz::OLDER}, {"stdin", ""}}};
   size_t end = text.find(mark);
   const std::vector<std::string> lines = sim::split(text.substr(0, end), '\n');
+  for (size_t i = 1; i < lines.size(); i++) set(lines[i], &command);
   if (!lines.empty()) command.words = sim::split(lines[0].c_str(), ' ');
   for (std::string& word : command.words) {
-    if (!fuzz::is_among(PATHS, value_of(word))) std::erase(word, '/');
+    const std::string value = word.substr(word.find('=') + 1);
+    if (!fuzz::is_among(PATHS, value)) std::erase(word, '/');
   }
-  for (size_t i = 1; i < lines.size(); i++) set(lines[i], &command);
   while (end != std::string::npos) {
     const size_t start = end + mark.size();
     end = text.find(mark, start);

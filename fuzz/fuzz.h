@@ -40,9 +40,11 @@ inline std::string content_of(const std::string& path) {
   return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-// A condition that does not hold is a finding: the process aborts.
-inline void require(bool holds) {
-  if (!holds) std::abort();
+// A condition that does not hold is a finding: the process aborts, and says where.
+inline void require(bool holds, const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
+  if (holds) return;
+  std::fprintf(stderr, "%s:%d: this does not hold\n", file, line);
+  std::abort();
 }
 
 }  // namespace fuzz

@@ -11,28 +11,28 @@
 
 #include "fuzz/command.h"
 
-// Some builds have none of these.
-#pragma weak __sanitizer_print_stack_trace
+namespace files = std::filesystem;
+
+// Only a build with sanitizers, or with a fuzzer, has these.
 #pragma weak __sanitizer_set_death_callback
 extern uint8_t edges_begin[] __asm__("__start___sancov_cntrs") __attribute__((weak));
 extern uint8_t edges_end[] __asm__("__stop___sancov_cntrs") __attribute__((weak));
 
 int qarn_main(int argc, char** argv);
 
-// What callers of the procedures that CMakeLists.txt names get instead, and how to get there.
+// What the callers of four procedures get instead (CMakeLists.txt), and how that gets there.
 int note_options(int, char**, Options*) __asm__("__wrap__Z13parse_optionsiPPcP7Options");
 int parse(int, char**, Options*) __asm__("__real__Z13parse_optionsiPPcP7Options");
 int count_look() __asm__("__wrap__ZN8platform15signals_pendingEv");
 int pending() __asm__("__real__ZN8platform15signals_pendingEv");
-int set_echo(bool) __asm__("__wrap__ZN8platform13terminal_echoEb");
 void check_and_raise(int) __asm__("__wrap__ZN8platform13raise_defaultEi");
 void raise_last(int) __asm__("__real__ZN8platform13raise_defaultEi");
+int set_echo(bool) __asm__("__wrap__ZN8platform13terminal_echoEb");
 
 namespace {
 
-namespace files = std::filesystem;
-
-constexpr char FOLDER[] = "command-run";
+constexpr char FOLDER[] = "folder";
+constexpr char ERRORS[] = "errors";
 constexpr unsigned MOST_WORK = 200000;  // port reads, or looks for a signal
 
 // What a child leaves to its parent.
@@ -44,7 +44,7 @@ struct Left {
 Left* const left = static_cast<Left*>(
     mmap(nullptr, sizeof(Left), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
 
-fuzz::Run run;  // the child's own
+fuzz::Command command;  // of the child
 unsigned looks = 0;
 
 void leave(int signal) {
@@ -55,75 +55,64 @@ void leave(int signal) {
 
 void check(int signal) {
   std::fflush(nullptr);
-  run.err = fuzz::content_of("/proc/self/fd/2");
-  run.command.signal = 0;
+  command.err = fuzz::content_of("/proc/self/fd/2");
+  fuzz::require(pending() == signal);
+  command.signal = 0;
   looks = 0;
   sim::machine().port_reads = 0;
-  fuzz::require(pending() == signal);
-  fuzz::check(run);
+  fuzz::check(command);
   leave(signal);
 }
 
-void check_at_exit() {
-  check(0);
-  _exit(0);
-}
-
-void take(int stream, const char* path, int flags) {
-  const int handle = open(path, flags | O_CLOEXEC, 0600);
+void take(int stream, const char* path) {
+  const int handle = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   fuzz::require(handle >= 0 && dup2(handle, stream) == stream);
   close(handle);
+  if (fuzz::is_among(command.closed, '0' + stream)) close(stream);
 }
 
-void enter_folder() {
-  files::remove_all(FOLDER);
+void make_files() {
+  for (const char* path : {FOLDER, ERRORS, "output"}) files::remove_all(path);
   files::create_directories(files::path(FOLDER) / "folder");
+  take(STDERR_FILENO, ERRORS);
+  take(STDOUT_FILENO, command.full ? "/dev/full" : "output");
   files::current_path(FOLDER);
-  for (const auto& [name, content] : run.command.files) fuzz::file(name.c_str(), content);
+  for (const auto& [name, content] : command.files) fuzz::file(name.c_str(), content);
+  take(STDIN_FILENO, "stdin");
   std::error_code ignored;  // a file of the input may have the name of a link
-  files::remove(fuzz::HARD_LINKS[1]);
   files::create_symlink("dump", "link", ignored);
   files::create_symlink("absent", "nowhere", ignored);
   files::create_symlink("loop", "loop", ignored);
-  const char* hard = fuzz::file(fuzz::HARD_LINKS[0], fuzz::OLDER);
-  files::create_hard_link(hard, fuzz::HARD_LINKS[1], ignored);
-  take(STDIN_FILENO, fuzz::STREAMS[STDIN_FILENO], O_RDONLY | O_CREAT);
-  const char* output = run.command.full ? "/dev/full" : fuzz::STREAMS[STDOUT_FILENO];
-  take(STDOUT_FILENO, output, O_RDWR | O_CREAT | O_TRUNC);
-  take(STDERR_FILENO, fuzz::STREAMS[STDERR_FILENO], O_RDWR | O_CREAT | O_TRUNC);
-}
-
-// What a fault of the program says is for the parent, which ends by it.
-void show_faults() {
-  std::signal(SIGABRT, [](int) {
-    if (__sanitizer_print_stack_trace != nullptr) __sanitizer_print_stack_trace();
-  });
-  if (__sanitizer_set_death_callback != nullptr) __sanitizer_set_death_callback(nullptr);
+  files::remove(fuzz::HARD_LINKS[1]);
+  files::create_hard_link(fuzz::file(fuzz::HARD_LINKS[0], fuzz::OLDER), fuzz::HARD_LINKS[1]);
 }
 
 [[noreturn]] void live() {
+  // The parent, too, tells of what ends the child.
   prctl(PR_SET_PDEATHSIG, SIGKILL);
+  std::signal(SIGABRT, SIG_DFL);
+  if (__sanitizer_set_death_callback != nullptr) __sanitizer_set_death_callback(nullptr);
   platform::core_off();
-  enter_folder();
-  show_faults();
-  for (const int stream : {STDIN_FILENO, STDOUT_FILENO}) {
-    if (fuzz::names(run.command.closed, stream)) close(stream);
-  }
-  std::atexit(check_at_exit);
-  char name[] = "qarn";
-  std::vector<char*> words = {name};
-  for (std::string& word : run.command.words) words.push_back(word.data());
+  make_files();
+  std::atexit([] {
+    check(0);
+    _exit(0);
+  });
+  std::vector<char*> words;
+  command.words.insert(command.words.begin(), "qarn");
+  for (std::string& word : command.words) words.push_back(word.data());
   words.push_back(nullptr);
   std::exit(qarn_main(static_cast<int>(words.size()) - 1, words.data()));
 }
 
 }  // namespace
 
-void fuzz::run(const Command& command) {
-  *left = {};
+void fuzz::run(const Command& given) {
+  left->over = false;
+  left->signal = 0;
   const pid_t child = fork();
   if (child == 0) {
-    ::run.command = command;
+    command = given;
     live();
   }
   int status = 0;
@@ -131,31 +120,26 @@ void fuzz::run(const Command& command) {
     kill(child, SIGCONT);
   }
   if (!left->over || left->signal != (WIFSIGNALED(status) ? WTERMSIG(status) : 0)) {
-    const std::string said = content_of(files::path(FOLDER) / STREAMS[STDERR_FILENO]);
-    std::fprintf(stderr, "%s\nThe child's wait status is %x.\n", said.c_str(), status);
+    std::fprintf(stderr, "%s\nIts wait status: %x\n", content_of(ERRORS).c_str(), status);
     std::abort();
   }
   std::copy_n(left->edges, edges_end - edges_begin, edges_begin);
 }
 
 int note_options(int argc, char** argv, Options* options) {
-  // The first of the exit handlers, before one that raises a signal.
-  on_exit([](int status, void*) { run.gave = status & 0xFF; }, nullptr);
+  // It is called before the handler that raises a signal.
+  on_exit([](int status, void*) { command.gave = status & 0xFF; }, nullptr);
   const int result = parse(argc, argv, options);
-  run.parsed = result == OPTIONS_ACCEPTED;
-  run.options = *options;
+  command.parsed = result == OPTIONS_ACCEPTED;
+  command.options = *options;
   return result;
 }
 
 int count_look() {
-  if (++looks == run.command.looks + 1 && run.command.signal != 0) raise(run.command.signal);
+  if (looks++ == command.looks) raise(static_cast<int>(command.signal));
   if (looks <= MOST_WORK && sim::machine().port_reads <= MOST_WORK) return pending();
   leave(0);
   _exit(0);
-}
-
-int set_echo(bool) {
-  return isatty(STDIN_FILENO) - 1;
 }
 
 void check_and_raise(int signal) {
@@ -163,11 +147,10 @@ void check_and_raise(int signal) {
   raise_last(signal);
 }
 
-// Of the C library: a terminal is what the input says, and a disk takes long.
 extern "C" int isatty(int stream) noexcept {
-  return fuzz::names(run.command.terminals, stream) ? 1 : 0;
+  return fuzz::is_among(command.terminals, '0' + stream) ? 1 : 0;
 }
 
-extern "C" int fsync(int) {
-  return 0;
+int set_echo(bool) {
+  return isatty(STDIN_FILENO) - 1;
 }
