@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 
 #include "platform/platform.h"
 #include "sim/machine.h"
@@ -34,9 +35,16 @@ inline const char* file(const char* name, const std::string& content) {
   return name;
 }
 
-// A condition that does not hold is a finding: the process aborts.
-inline void require(bool holds) {
-  if (!holds) std::abort();
+inline std::string content_of(const std::string& path) {
+  std::ifstream stream(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+// A condition that does not hold is a finding: the process aborts, and says where.
+inline void require(bool holds, const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
+  if (holds) return;
+  std::fprintf(stderr, "%s:%d: this does not hold\n", file, line);
+  std::abort();
 }
 
 }  // namespace fuzz

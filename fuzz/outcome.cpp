@@ -1,11 +1,12 @@
 // What must hold after a whole command.
-#include "fuzz/outcome.h"
-
+#include <algorithm>
 #include <cctype>
 #include <filesystem>
 
 #include "firmware/flash.h"
-#include "fuzz/fuzz.h"
+#include "fuzz/command.h"
+#include "transport/bmc.h"
+#include "transport/ipmi.h"
 #include "transport/kcs_intf.h"
 
 namespace {
@@ -14,64 +15,56 @@ namespace files = std::filesystem;
 
 constexpr int NO_ANSWER = 255;
 
-std::string content_of(const files::path& path) {
-  std::ifstream stream(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-bool said(const fuzz::Run& run, const char* text) {
-  return run.result.err.find(text) != std::string::npos;
+bool said(const fuzz::Command& run, const char* text) {
+  return run.err.find(text) != std::string::npos;
 }
 
 // Whether one reached the BMC; its line begins with a hexadecimal digit.
 bool any_request() {
-  const std::string lines = "\n" + sim::transcript();
-  return std::adjacent_find(lines.begin(), lines.end(), [](char end, char first) {
-           return end == '\n' && std::isxdigit(static_cast<unsigned char>(first)) != 0;
-         }) != lines.end();
-}
-
-bool is_firmware_action(const Options& options) {
-  return (options.firmware_update | options.firmware_save | options.firmware_verify) != 0;
+  const std::vector<std::string> lines = sim::split(sim::transcript(), '\n');
+  return std::any_of(lines.begin(), lines.end(), [](const std::string& line) {
+    return std::isxdigit(static_cast<unsigned char>(line[0])) != 0;
+  });
 }
 
 // The card leaves its downloader, or is at least asked to, unless the way to it is lost.
-void check_card(const fuzz::Run& run) {
+void check_card(const fuzz::Command& run) {
   const sim::Bmc& bmc = sim::machine().bmc;
-  const bool by_hand = run.options.raw_count != 0 || run.options.script_path != nullptr;
-  if (!bmc.card.in_downloader || by_hand) return;
-  fuzz::require(is_firmware_action(run.options));
+  const Options& options = run.options;
+  if (!bmc.card.in_downloader || options.raw_count != 0 || options.script_path != nullptr) return;
+  fuzz::require((options.firmware_update | options.firmware_save | options.firmware_verify) != 0);
   if (said(run, "no answer from the BMC for 10 seconds")) return;
-  if (run.result.gave == NO_ANSWER) {
-    const bool seen = run.process.terminals.find('2') != std::string::npos;
+  if (run.gave == NO_ANSWER) {
+    const bool seen = fuzz::is_among(run.terminals, '2');
     return fuzz::require(!seen || said(run, "may still be in its downloader"));
   }
-  const std::string sent = sim::transcript();
-  const auto at = [&](const char* request) { return sent.rfind(request); };
   // The kernel's driver does not hand on what it could not write.
   const bool unwritten = std::any_of(bmc.faults.begin(), bmc.faults.end(), [](const auto& fault) {
     return fault.kind == sim::FaultKind::write_error;
   });
-  const bool asked = at("\n18 02\n") != std::string::npos && at("\n18 02\n") > at("\n20 02 ");
-  fuzz::require(asked || unwritten);
+  const std::string sent = sim::transcript();
+  const size_t asked = sent.rfind("\n18 02\n");
+  fuzz::require(unwritten || (asked != std::string::npos && asked > sent.rfind("\n20 02 ")));
 }
 
 // The interface is idle, or the BMC holds it, or the next run finds its way.
-void check_interface(const fuzz::Run& run) {
+void check_interface(const fuzz::Command& run) {
   sim::Machine& machine = sim::machine();
   const auto used = std::find_if(machine.ports.begin(), machine.ports.end(), [](const auto& kcs) {
     return kcs.command_port == KCS_para.cmd_port && kcs.data_port == KCS_para.data_port;
   });
   if (used == machine.ports.end() || !machine.port_stream.empty()) return;
   if (used->phase == sim::KcsPhase::idle || used->phase == sim::KcsPhase::busy) return;
-  fuzz::require(run.result.gave == NO_ANSWER);
+  fuzz::require(run.gave == NO_ANSWER);
   machine.bmc.faults.clear();
   machine.bmc.answer_stream.clear();
-  machine.lock_holder = 0;
   machine.bmc.back_at_us = 0;
-  sim::clear_log();
-  const fuzz::Result next = fuzz::run({}, {"-e", "18", "01"}, false);
-  fuzz::require(next.status == 0 && sim::transcript().ends_with("18 01\n"));
+  fuzz::require(Init_Interface("KCS", used->command_port, used->data_port, 0) == 0);
+  const uint8_t request[] = {BMC_ADDRESS, 0x18, 0x01};
+  uint8_t response[RESPONSE_ROOM];
+  unsigned length = 0;
+  fuzz::require(Send_Req(request, sizeof request) == 0 && Get_Resp(response, &length) == 0);
+  fuzz::require(length > RESPONSE_DATA && response[RESPONSE_COMPLETION] == 0);
 }
 
 bool is_whole_log(const std::string& dump) {
@@ -87,6 +80,7 @@ bool is_whole_log(const std::string& dump) {
 bool is_sound(const sim::Machine& machine) {
   const auto& faults = machine.bmc.faults;
   return machine.bmc.answer_stream.empty() && machine.port_stream.empty() &&
+         machine.kernel_faults.receive_errno == 0 &&
          std::all_of(faults.begin(), faults.end(), [](const sim::Fault& fault) {
            return sim::row_of(fault).point == sim::FaultPoint::arrival;
          });
@@ -108,7 +102,7 @@ bool is_whole(const std::string& dump) {
 }
 
 // Nothing but a dump changes a file, or leaves one, and it is whole.
-void check_files(const fuzz::Run& run) {
+void check_files(const fuzz::Command& run) {
   const Options& options = run.options;
   std::vector<std::string> targets;
   for (const char* path :
@@ -123,8 +117,7 @@ void check_files(const fuzz::Run& run) {
   for (const auto& entry : files::recursive_directory_iterator(".")) {
     const std::string name = entry.path().filename();
     if (entry.is_symlink() || !entry.is_regular_file()) continue;
-    if (name == fuzz::INPUT || name == fuzz::OUTPUT) continue;
-    const std::string content = content_of(entry.path());
+    const std::string content = fuzz::content_of(entry.path());
     const auto before = run.files.find(name);
     const bool was_there = before != run.files.end();
     if (was_there && content == before->second) continue;
@@ -137,7 +130,7 @@ void check_files(const fuzz::Run& run) {
 
 }  // namespace
 
-void fuzz::check(const Run& run) {
+void fuzz::check(const Command& run) {
   require(run.parsed || sim::transcript().empty());
   require(!said(run, "ended before the BMC was touched") || !any_request());
   check_files(run);

@@ -1,229 +1,156 @@
-// The process around a whole command.
-#include "fuzz/process.h"
-
+// A whole command in a process of its own: a child of the fuzz target's.
 #include <fcntl.h>
-#include <getopt.h>
-#include <stdio_ext.h>
+#include <sanitizer/common_interface_defs.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <functional>
-#include <iterator>
-#include <utility>
+#include <filesystem>
 
-#include "base/dump_file.h"
-#include "base/process_end.h"
-#include "base/progress.h"
-#include "firmware/flash.h"
-#include "fuzz/fuzz.h"
+#include "fuzz/command.h"
+
+namespace files = std::filesystem;
+
+// Only a build with sanitizers, or with a fuzzer, has these.
+#pragma weak __sanitizer_set_death_callback
+extern uint8_t edges_begin[] __asm__("__start___sancov_cntrs") __attribute__((weak));
+extern uint8_t edges_end[] __asm__("__stop___sancov_cntrs") __attribute__((weak));
 
 int qarn_main(int argc, char** argv);
 
+// What the callers of four procedures get instead (CMakeLists.txt), and how that gets there.
+int note_options(int, char**, Options*) __asm__("__wrap__Z13parse_optionsiPPcP7Options");
+int parse(int, char**, Options*) __asm__("__real__Z13parse_optionsiPPcP7Options");
+int count_look() __asm__("__wrap__ZN8platform15signals_pendingEv");
+int pending() __asm__("__real__ZN8platform15signals_pendingEv");
+void check_and_raise(int) __asm__("__wrap__ZN8platform13raise_defaultEi");
+void raise_last(int) __asm__("__real__ZN8platform13raise_defaultEi");
+int set_echo(bool) __asm__("__wrap__ZN8platform13terminal_echoEb");
+
 namespace {
 
-// Port reads, or looks for a signal, that a run may take.
-constexpr unsigned MOST_WORK = 200000;
-constexpr int ENDING_SIGNALS[] = {SIGHUP, SIGINT, SIGTERM, SIGQUIT, SIGTSTP};
+constexpr char FOLDER[] = "folder";
+constexpr char ERRORS[] = "errors";
+constexpr unsigned MOST_WORK = 200000;  // port reads, or looks for a signal
 
-// Thrown where a process would end, or where the machine would be switched off.
-struct Ended {
-  int status;
+// What a child leaves to its parent.
+struct Left {
+  bool over;   // and nothing was found
+  int signal;  // that ends it; 0: none
+  uint8_t edges[0x10000];
 };
-struct Given_up {};
+Left* const left = static_cast<Left*>(
+    mmap(nullptr, sizeof(Left), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
 
-fuzz::Process now;
-std::vector<void (*)()> at_end;
-volatile sig_atomic_t noted = 0;
+fuzz::Command command;  // of the child
 unsigned looks = 0;
 
-// Only the simulator's own signals are a part of the input.
-void note(int number, siginfo_t* from, void*) {
-  if (from->si_code != SI_TKILL) _exit(128 + number);
-  if (number != SIGTSTP) noted = number;
+void leave(int signal) {
+  std::copy(edges_begin, edges_end, left->edges);
+  left->signal = signal;
+  left->over = true;
 }
 
-bool names(const std::string& streams, int stream) {
-  return streams.find(static_cast<char>('0' + stream)) != std::string::npos;
-}
-
-// Standard input and output of a run, and the fuzzer's own before and after.
-struct Streams {
-  int input = dup(STDIN_FILENO);
-  int output = dup(STDOUT_FILENO);
-  FILE* error = stderr;
-  char* text = nullptr;  // of the run's standard error
-  size_t length = 0;
-
-  Streams() {
-    std::fflush(stdout);
-    take(STDIN_FILENO, fuzz::INPUT, O_RDONLY | O_CREAT);
-    take(STDOUT_FILENO, now.full ? "/dev/full" : fuzz::OUTPUT, O_RDWR | O_CREAT | O_TRUNC);
-    // The handle stays: sanitizers report to it.
-    stderr = open_memstream(&text, &length);
-  }
-
-  ~Streams() {
-    std::fflush(stdout);
-    __fpurge(stdout);
-    std::clearerr(stdout);
-    give_back(STDIN_FILENO, input);
-    give_back(STDOUT_FILENO, output);
-    std::fclose(stderr);
-    stderr = error;
-    std::free(text);
-  }
-  Streams(const Streams&) = delete;
-  Streams& operator=(const Streams&) = delete;
-
-  static void take(int stream, const char* path, int flags) {
-    const int handle = open(path, flags | O_CLOEXEC, 0600);
-    fuzz::require(handle >= 0 && dup2(handle, stream) == stream);
-    close(handle);
-    if (names(now.closed, stream)) close(stream);
-  }
-
-  static void give_back(int stream, int handle) {
-    close(stream);
-    if (handle < 0) return;
-    dup2(handle, stream);
-    close(handle);
-  }
-
-  std::string said() {
-    std::fflush(stderr);
-    return {text, length};
-  }
-};
-
-// While it lives, the ending signals are noted.
-struct Signals {
-  struct sigaction before[std::size(ENDING_SIGNALS)];
-
-  Signals() {
-    struct sigaction action {};
-    action.sa_sigaction = note;
-    action.sa_flags = SA_SIGINFO;
-    for (size_t i = 0; i < std::size(before); i++)
-      sigaction(ENDING_SIGNALS[i], &action, &before[i]);
-  }
-  ~Signals() {
-    for (size_t i = 0; i < std::size(before); i++)
-      sigaction(ENDING_SIGNALS[i], &before[i], nullptr);
-  }
-  Signals(const Signals&) = delete;
-  Signals& operator=(const Signals&) = delete;
-};
-
-int status_of(const std::function<int()>& part) {
-  try {
-    return part();
-  } catch (const Ended& ended) {
-    return ended.status;
-  }
-}
-
-// The way that exit goes, which a signal may cut short.
-int end(int status) {
-  while (!at_end.empty()) {
-    void (*last)() = std::exchange(at_end.back(), nullptr);
-    at_end.pop_back();
-    const int cut = status_of([&] { return last(), -1; });
-    if (cut >= 0) return cut;
-  }
-  return status;
-}
-
-// What a new process would have afresh.
-void forget_run(bool saving) {
-  at_end.clear();
-  noted = 0;
+void check(int signal) {
+  std::fflush(nullptr);
+  command.err = fuzz::content_of("/proc/self/fd/2");
+  fuzz::require(pending() == signal);
+  command.signal = 0;
   looks = 0;
-  progress_end();
-  if (saving) fp = nullptr;  // it was the dump
-  close_image();
-  flashfilename = "";
-  driverHandle = -1;
-  optind = 0;
+  sim::machine().port_reads = 0;
+  fuzz::check(command);
+  leave(signal);
+}
+
+void take(int stream, const char* path) {
+  const int handle = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  fuzz::require(handle >= 0 && dup2(handle, stream) == stream);
+  close(handle);
+  if (fuzz::is_among(command.closed, '0' + stream)) close(stream);
+}
+
+void make_files() {
+  for (const char* path : {FOLDER, ERRORS, "output"}) files::remove_all(path);
+  files::create_directories(files::path(FOLDER) / "folder");
+  take(STDERR_FILENO, ERRORS);
+  take(STDOUT_FILENO, command.full ? "/dev/full" : "output");
+  files::current_path(FOLDER);
+  for (const auto& [name, content] : command.files) fuzz::file(name.c_str(), content);
+  take(STDIN_FILENO, "stdin");
+  std::error_code ignored;  // a file of the input may have the name of a link
+  files::create_symlink("dump", "link", ignored);
+  files::create_symlink("absent", "nowhere", ignored);
+  files::create_symlink("loop", "loop", ignored);
+  files::remove(fuzz::HARD_LINKS[1]);
+  files::create_hard_link(fuzz::file(fuzz::HARD_LINKS[0], fuzz::OLDER), fuzz::HARD_LINKS[1]);
+}
+
+[[noreturn]] void live() {
+  // The parent, too, tells of what ends the child.
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  std::signal(SIGABRT, SIG_DFL);
+  if (__sanitizer_set_death_callback != nullptr) __sanitizer_set_death_callback(nullptr);
+  platform::core_off();
+  make_files();
+  std::atexit([] {
+    check(0);
+    _exit(0);
+  });
+  std::vector<char*> words;
+  command.words.insert(command.words.begin(), "qarn");
+  for (std::string& word : command.words) words.push_back(word.data());
+  words.push_back(nullptr);
+  std::exit(qarn_main(static_cast<int>(words.size()) - 1, words.data()));
 }
 
 }  // namespace
 
-namespace fuzz {
-
-Result run(const Process& process, std::vector<std::string> words, bool saving) {
-  now = process;
-  words.insert(words.begin(), "qarn");
-  std::vector<char*> arguments;
-  for (std::string& word : words) arguments.push_back(word.data());
-  arguments.push_back(nullptr);
-  forget_run(false);
-  Result result = {};
-  {
-    const Signals signals;
-    Streams streams;
-    try {
-      result.gave = 0xFF & status_of([&] {
-                      return qarn_main(static_cast<int>(words.size()), arguments.data());
-                    });
-      result.status = end(result.gave);
-      require(noted == 0 || result.status == 128 + noted);
-    } catch (const Given_up&) {
-      result.given_up = true;
-      dump_abandon();
-    }
-    result.err = streams.said();
+void fuzz::run(const Command& given) {
+  left->over = false;
+  left->signal = 0;
+  const pid_t child = fork();
+  if (child == 0) {
+    command = given;
+    live();
   }
-  forget_run(saving);
+  int status = 0;
+  while (TEMP_FAILURE_RETRY(waitpid(child, &status, WUNTRACED)) == child && WIFSTOPPED(status)) {
+    kill(child, SIGCONT);
+  }
+  if (!left->over || left->signal != (WIFSIGNALED(status) ? WTERMSIG(status) : 0)) {
+    std::fprintf(stderr, "%s\nIts wait status: %x\n", content_of(ERRORS).c_str(), status);
+    std::abort();
+  }
+  std::copy_n(left->edges, edges_end - edges_begin, edges_begin);
+}
+
+int note_options(int argc, char** argv, Options* options) {
+  // It is called before the handler that raises a signal.
+  on_exit([](int status, void*) { command.gave = status & 0xFF; }, nullptr);
+  const int result = parse(argc, argv, options);
+  command.parsed = result == OPTIONS_ACCEPTED;
+  command.options = *options;
   return result;
 }
 
-}  // namespace fuzz
-
-void at_process_end(void (*last)()) {
-  at_end.push_back(last);
+int count_look() {
+  if (looks++ == command.looks) raise(static_cast<int>(command.signal));
+  if (looks <= MOST_WORK && sim::machine().port_reads <= MOST_WORK) return pending();
+  leave(0);
+  _exit(0);
 }
 
-void end_process(int status) {
-  throw Ended{status};
+void check_and_raise(int signal) {
+  check(signal);
+  raise_last(signal);
 }
 
-// Of the C library: the fuzzer's own streams do not count, and a disk takes long.
 extern "C" int isatty(int stream) noexcept {
-  return names(now.terminals, stream) ? 1 : 0;
+  return fuzz::is_among(command.terminals, '0' + stream) ? 1 : 0;
 }
 
-extern "C" int fsync(int) {
-  return 0;
+int set_echo(bool) {
+  return isatty(STDIN_FILENO) - 1;
 }
-
-namespace platform {
-
-void signals_hold() {
-  std::signal(SIGPIPE, SIG_IGN);
-}
-
-int signals_pending() {
-  if (++looks > MOST_WORK || sim::machine().port_reads > MOST_WORK) throw Given_up{};
-  if (looks > now.looks && noted == 0) noted = now.signal;
-  return noted;
-}
-
-void signals_stop_here() {
-}
-
-void signals_let_in(bool) {
-}
-
-int terminal_echo(bool) {
-  return names(now.terminals, STDIN_FILENO) ? 0 : -1;
-}
-
-int core_off() {
-  return 0;
-}
-
-void raise_default(int number) {
-  throw Ended{128 + number};
-}
-
-}  // namespace platform
