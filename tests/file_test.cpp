@@ -3,10 +3,12 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 
 #include "base/dump_file.h"
@@ -88,6 +90,24 @@ TEST_F(Files, a_new_dump_is_for_its_owner_and_one_that_replaces_another_keeps_it
   EXPECT_EQ(status.st_mode, S_IFREG | 0644U);
   EXPECT_EQ(status.st_gid, group);
   EXPECT_EQ(files(), 1);
+}
+
+// The group's bits of such a file's mode are the most that its list may give.
+TEST_F(Files, the_access_list_of_a_dump_that_is_replaced_stays) {
+  put("dump", "old");
+  const unsigned char list[] = {2,  0, 0, 0,                       // version
+                                1,  0, 6, 0, 255, 255, 255, 255,   // owner: rw
+                                2,  0, 6, 0, 254, 255, 0,   0,     // user 65534: rw
+                                4,  0, 4, 0, 255, 255, 255, 255,   // group: r
+                                16, 0, 6, 0, 255, 255, 255, 255,   // the most: rw
+                                32, 0, 0, 0, 255, 255, 255, 255};  // others: none
+  constexpr char NAME[] = "system.posix_acl_access";
+  if (setxattr("dump", NAME, list, sizeof list, 0) != 0) GTEST_SKIP() << "no access lists here";
+  run("--seldump dump");
+  unsigned char now[100] = {};
+  EXPECT_EQ(getxattr("dump", NAME, now, sizeof now), ssize_t{sizeof list});
+  EXPECT_EQ(std::memcmp(now, list, sizeof list), 0);
+  EXPECT_NE(content_of("dump"), "old");
 }
 
 TEST_F(Files, links_are_followed_to_a_file_or_to_where_one_will_be) {

@@ -174,12 +174,13 @@ TEST(Frontend, passwords_that_were_not_given_are_asked_for_before_the_bmc_is_tou
             BANNER + "the password mustn't more than 16 bytes\nstatus 1\n");
 }
 
-TEST(Frontend, a_password_does_not_stay_in_the_argument) {
-  char name[] = "qarn", option[] = "--sp1=secret", after[] = "-e", byte[] = "18";
-  char* words[] = {name, option, after, byte, nullptr};
+TEST(Frontend, a_password_does_not_stay_in_the_argument_even_if_it_is_not_attached) {
+  char name[] = "qarn", option[] = "--sp1=secret", detached[] = "--sp2", secret[] = "secret";
+  char* words[] = {name, option, detached, secret, nullptr};
   const auto is_wiped = [&] {
     console_of([&] { qarn_main(4, words); });
-    return std::string(option, sizeof option) == std::string("--sp1=\0\0\0\0\0\0", sizeof option);
+    return std::string(option, sizeof option) == std::string("--sp1=\0\0\0\0\0\0", sizeof option) &&
+           std::string(secret, sizeof secret) == std::string(sizeof secret, '\0');
   };
   EXPECT_EXIT(std::_Exit(is_wiped() ? 0 : 1), testing::ExitedWithCode(0), "");
 }

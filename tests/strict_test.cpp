@@ -1,11 +1,9 @@
 // Signs of a mistake and failed steps: told on a terminal or with --strict, and to nobody else;
 // what
 // --strict makes of them.
-#include <getopt.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "frontend/options.h"
 #include "tests/firmware_support.h"
 
 namespace {
@@ -356,22 +354,6 @@ TEST(Strict, tells_of_output_that_was_lost_and_stands_anywhere_on_the_line) {
   EXPECT_TRUE(
       unknown.err.ends_with("qarn: warning: --nothing is not understood: nothing was done\n"));
   EXPECT_EQ(unknown.status, 1);
-}
-
-TEST(Sign, of_a_password_that_is_not_attached_wipes_it_from_the_arguments) {
-  serve();
-  std::string words[] = {"qarn", "--sp1", "secret"};
-  char* arguments[] = {words[0].data(), words[1].data(), words[2].data(), nullptr};
-  Options options{};
-  optind = 0;
-  EXPECT_EQ(parse_options(3, arguments, &options), OPTIONS_ACCEPTED);
-  EXPECT_EQ(words[2], std::string(6, '\0'));
-  std::string attached = "--sp2=secret";
-  arguments[1] = attached.data();
-  optind = 0;
-  EXPECT_EQ(parse_options(2, arguments, &options), OPTIONS_ACCEPTED);
-  EXPECT_EQ(attached, "--sp2=" + std::string(6, '\0'));
-  optind = 0;  // for the runs of other tests
 }
 
 }  // namespace
