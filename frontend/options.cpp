@@ -172,6 +172,7 @@ const Row ROWS[] = {
     {'j', "seldump", VALUE, WRITES, nullptr, &Options::sel_path, nullptr, nullptr},
     {'q', "sdrdump", VALUE, WRITES, &Options::sdr_dump, &Options::sdr_path, nullptr, nullptr},
     {NO_LETTER, "prompt", NONE, LOOKS, &Options::prompt, nullptr, nullptr, nullptr},
+    {NO_LETTER, "exact", NONE, LOOKS, &Options::exact, nullptr, nullptr, nullptr},
     {NO_LETTER, "strict", NONE, LOOKS, &Options::strict, nullptr, nullptr, nullptr},
     {'u', nullptr, VALUE, WRITES, &Options::firmware_update, &Options::firmware_path, nullptr,
      nullptr},

@@ -21,6 +21,7 @@ struct Options {
   char password[USERS][PASSWORD_LIMIT + 1];  // padded with zeros
   int password_given[USERS];
   int prompt;  // ask for the passwords that were not given
+  int exact;   // dumps and updates keep every byte
   int strict;  // refuse signs of a mistake, and tell failed steps
   int users;
   int firmware_update;

@@ -21,6 +21,7 @@
 #include "lan/lan.h"
 #include "platform/platform.h"
 #include "textfile/cfg.h"
+#include "textfile/quoted.h"
 #include "transport/access.h"
 #include "transport/bmc.h"
 #include "transport/interrupt.h"
@@ -58,6 +59,7 @@ void show_version() {
 void set_switches(const Options& options) {
   debugFlag = options.debug;
   openIpmiFlag = options.open;
+  exactFlag = options.exact;
   resetFlag = options.no_reset != 0 ? 0 : 1;
   if (options.firmware_path != nullptr) flashfilename = options.firmware_path;
   progressFlag = debugFlag == 0 && hintFlag != 0;

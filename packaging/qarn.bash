@@ -15,7 +15,7 @@ _qarn() {
     *)
       mapfile -t COMPREPLY < <(compgen -W '-h --open --debug --users -u --save --verify --sdr
         --sdrdump --nrst --fru --wfru --seldump --cfg --dhcp --imac --arp= -a -d -i -m -n -g -e
-        --sp0 --sp1 --sp2 --sp3 --sp4 --prompt --strict' -- "$word")
+        --sp0 --sp1 --sp2 --sp3 --sp4 --prompt --strict --exact' -- "$word")
       [[ ${COMPREPLY[0]-} == *= ]] && compopt -o nospace 2>/dev/null
       ;;
   esac
