@@ -5,19 +5,21 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include "base/error_text.h"
 #include "base/notice.h"
 #include "base/regular_file.h"
 #include "sdr/sdr.h"
 #include "textfile/lines.h"
+#include "textfile/quoted.h"
 #include "textfile/signs.h"
 #include "textfile/tokenizer.h"
 #include "transport/interrupt.h"
 
 namespace {
 
-constexpr unsigned LENGTH_LIMIT = 0xFF;  // the length line's value is one byte
+constexpr unsigned LENGTH_LIMIT = SDR_HEADER_SIZE + 0xFF;
 constexpr uint32_t COUNT_LIMIT = 0xFFFF;
 
 const char OPENING[] = "_SDR";
@@ -25,6 +27,7 @@ const char TYPE[] = "_SDR_TYPE";
 const char LENGTH[] = "_REC_LEN";
 const char CLOSING[] = ")";
 const char BINARY_ENDING[] = ".dat";
+constexpr std::string_view DUMP_START = "_SDR (\n";
 
 // A binary file. Where no block begins, bytes are skipped two at a time.
 //
@@ -103,7 +106,7 @@ bool begin_record(Text_reader* reader, const char* text) {
   if (reader->length < SDR_HEADER_SIZE)
     return refuse_line(reader->lines.number, "record length under 05");
   if (reader->length > LENGTH_LIMIT)
-    return refuse_line(reader->lines.number, "record length over FF");
+    return refuse_line(reader->lines.number, "record length over 0104");
   reader->record.fill(0);
   reader->count = 0;
   reader->culprit = reader->lines.number;
@@ -205,6 +208,15 @@ bool load_binary(FILE* file, sdr_repository* repository) {
   return true;
 }
 
+// With --exact a dump comes back under any name.
+bool is_exact_dump(FILE* file) {
+  if (exactFlag == 0 || !is_regular(file)) return false;
+  char start[DUMP_START.size()];
+  const size_t count = std::fread(start, 1, sizeof start, file);
+  std::rewind(file);
+  return std::string_view(start, count) == DUMP_START;
+}
+
 bool is_binary(const char* path) {
   const size_t length = std::strlen(path);
   const size_t tail = sizeof BINARY_ENDING - 1;
@@ -214,8 +226,8 @@ bool is_binary(const char* path) {
 // False when the file is refused, or cannot be read; the repository is then empty.
 bool load(FILE* file, const char* path, sdr_repository* repository, File_signs* signs) {
   freespace(repository);
-  const bool loaded =
-      is_binary(path) ? load_binary(file, repository) : load_text(file, repository, signs);
+  const bool loaded = is_binary(path) && !is_exact_dump(file) ? load_binary(file, repository)
+                                                              : load_text(file, repository, signs);
   const bool sound = loaded && std::ferror(file) == 0;
   if (loaded && !sound) keep_refusal("%s", std::strerror(errno));
   if (sound && repository->record_count == 0) note_sign(signs, Sign::no_record, 0);

@@ -6,6 +6,7 @@
 #include "base/dump_file.h"
 #include "sdr/comments.h"
 #include "sdr/sdr.h"
+#include "textfile/quoted.h"
 
 namespace {
 
@@ -84,9 +85,20 @@ void put_id_string(FILE* file, std::span<const uint8_t> id) {
   put_line(file, line);
 }
 
+void put_exact_id_string(FILE* file, std::span<const uint8_t> id) {
+  char room[quoted_room(ID_LENGTH_MASK)];
+  Text_line line;
+  add(&line, "   ");
+  add(&line, put_quoted(id, room));
+  add_comment(&line, "// Sensor ID String\n");
+  put_line(file, line);
+}
+
 void put_record_header(FILE* file, const sdr_entry& entry) {
   std::fprintf(file, "\n_SDR_TYPE    %02X\n", entry.record_type);
-  std::fprintf(file, "_REC_LEN     %02X\n\n", entry.record_length + SDR_HEADER_SIZE);
+  const unsigned length = entry.record_length + SDR_HEADER_SIZE;
+  const bool two_bytes = exactFlag != 0 && length > 0xFF;
+  std::fprintf(file, "_REC_LEN     %0*X\n\n", two_bytes ? 4 : 2, length);
   const auto header = header_of(entry);
   for (unsigned i = 0; i < SDR_HEADER_SIZE; i++) {
     put_byte_line(file, header[i], HEADER_COMMENTS[i]);
@@ -114,9 +126,12 @@ void put_body(FILE* file, const sdr_entry& entry, const sdr_comments& comments) 
     put_byte_line(file, body[i], part != nullptr ? comment_of(*part, comments, i) : nullptr);
   }
   if (body.size() == fixed) return;
-  const auto id = body.subspan(fixed);
+  const auto rest = body.subspan(fixed);
   const size_t length = body[fixed - 1] & ID_LENGTH_MASK;
-  put_id_string(file, id.first(std::min(length, id.size())));
+  const auto id = rest.first(std::min(length, rest.size()));
+  if (exactFlag == 0) return put_id_string(file, id);
+  if (!id.empty()) put_exact_id_string(file, id);
+  for (const uint8_t byte : rest.subspan(id.size())) put_byte_line(file, byte, nullptr);
 }
 
 }  // namespace
