@@ -4,8 +4,9 @@
 #include <string_view>
 
 #include "base/dump_file.h"
-#include "sdr/comments.h"
-#include "sdr/sdr.h"
+#include "base/notice.h"
+#include "sdr/losses.h"
+#include "sdr/text.h"
 #include "textfile/quoted.h"
 
 namespace {
@@ -118,23 +119,42 @@ const char* comment_of(const Fixed_part& part, const sdr_comments& comments, uns
   return field_comment(comments, part.record_type, index);
 }
 
+// How many bytes of the body come before the ID string; all of a type that has none.
+size_t fixed_size(const sdr_entry& entry) {
+  const Fixed_part* part = fixed_part_of(entry.record_type);
+  const size_t size = body_of(entry).size();
+  return part != nullptr ? std::min<size_t>(part->size, size) : size;
+}
+
 void put_body(FILE* file, const sdr_entry& entry, const sdr_comments& comments) {
   const auto body = body_of(entry);
   const Fixed_part* part = fixed_part_of(entry.record_type);
-  const size_t fixed = part != nullptr ? std::min<size_t>(part->size, body.size()) : body.size();
+  const size_t fixed = fixed_size(entry);
   for (unsigned i = 0; i < fixed; i++) {
     put_byte_line(file, body[i], part != nullptr ? comment_of(*part, comments, i) : nullptr);
   }
   if (body.size() == fixed) return;
-  const auto rest = body.subspan(fixed);
-  const size_t length = body[fixed - 1] & ID_LENGTH_MASK;
-  const auto id = rest.first(std::min(length, rest.size()));
+  const auto id = id_string_of(entry);
   if (exactFlag == 0) return put_id_string(file, id);
   if (!id.empty()) put_exact_id_string(file, id);
-  for (const uint8_t byte : rest.subspan(id.size())) put_byte_line(file, byte, nullptr);
+  for (const uint8_t byte : body.subspan(fixed + id.size())) put_byte_line(file, byte, nullptr);
 }
 
 }  // namespace
+
+std::span<const uint8_t> id_string_of(const sdr_entry& entry) {
+  const auto body = body_of(entry);
+  const size_t fixed = fixed_size(entry);
+  const auto rest = body.subspan(fixed);
+  if (rest.empty()) return rest;
+  const size_t length = body[fixed - 1] & ID_LENGTH_MASK;
+  return rest.first(std::min(length, rest.size()));
+}
+
+void put_sdr_record(FILE* file, const sdr_entry& entry, const sdr_comments& comments) {
+  put_record_header(file, entry);
+  put_body(file, entry, comments);
+}
 
 int SdrToFile(const char* path, const sdr_repository* repository) {
   sdr_comments comments;
@@ -142,10 +162,9 @@ int SdrToFile(const char* path, const sdr_repository* repository) {
   FILE* file = dump_open(path);
   if (file == nullptr) return 0;
   std::fputs("_SDR (\n", file);
-  for (const sdr_entry& entry : entries_of(*repository)) {
-    put_record_header(file, entry);
-    put_body(file, entry, comments);
-  }
+  for (const sdr_entry& entry : entries_of(*repository)) put_sdr_record(file, entry, comments);
   std::fputs("\n\n)\n", file);
-  return dump_close(file) ? 1 : 0;
+  if (!dump_close(file)) return 0;
+  if (exactFlag == 0 && warnings_wanted()) tell_sdr_losses(path, *repository);
+  return 1;
 }
