@@ -24,6 +24,7 @@ constexpr unsigned LAST_PART = OFFSET_LIMIT + 1 - CHUNK;
 // Get SDR Repository Info response data: version, record count (2), free space (2), time of last
 // addition (4), time of last erase (4), operation support.
 constexpr unsigned INFO_SIZE = 14;
+constexpr unsigned INFO_NEEDED = 3;
 // Get SDR response data: next record ID, record bytes.
 constexpr unsigned NEXT_ID_SIZE = 2;
 // Partial Add SDR request: header, reservation ID (2), record ID (2), offset, progress, record
@@ -60,8 +61,12 @@ Id reserve_repository() {
 bool get_repository_info(sdr_repository* repository) {
   const uint8_t request[] = {BMC_ADDRESS, NETFN_STORAGE, GET_SDR_INFO};
   Response response;
-  const auto info = ask(request, INFO_SIZE, &response);
-  if (info.empty()) return false;
+  const auto answer = ask(request, INFO_NEEDED, &response);
+  if (answer.empty()) return false;
+  // A repository can be read without what follows the count of its records.
+  std::array<uint8_t, INFO_SIZE> bytes{};
+  std::ranges::copy(answer.first(std::min(answer.size(), bytes.size())), bytes.begin());
+  const std::span<const uint8_t, INFO_SIZE> info = bytes;
   repository->repo_version = info[0];
   repository->count_ls = info[1];
   repository->count_ms = info[2];

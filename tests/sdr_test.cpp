@@ -103,7 +103,7 @@ TEST_F(Sdr, dump_that_cannot_be_read_or_written_whole_is_no_file) {
   const std::string second = "Get SDR Record 02 00 Fail\n28 20\n";
   const std::pair<const char*, std::string> cases[] = {
       {"refuse cmd=20 value=C0", "Get Sdr Repository Fail\n28 20\n"},
-      {"shorten cmd=20 value=E", "Get Sdr Repository Fail\n28 20\n"},
+      {"shorten cmd=20 value=3", "Get Sdr Repository Fail\n28 20\n"},
       {"shorten cmd=23 skip=2 value=7", second},
       {"shorten cmd=23 skip=2 value=12", second},
       {"refuse cmd=23 skip=3 value=FF", second},
@@ -121,6 +121,14 @@ TEST_F(Sdr, dump_that_cannot_be_read_or_written_whole_is_no_file) {
     path = file;
     EXPECT_TRUE(act("--sdrdump").starts_with("Writting File " + file + " fail\n28 20\n")) << file;
   }
+}
+
+TEST_F(Sdr, are_read_though_the_bmc_says_no_more_than_how_many_there_are) {
+  hold({{1}, {2}});
+  act("--sdrdump");
+  const std::string whole = content_of(path);
+  EXPECT_TRUE(act("--sdrdump", "shorten cmd=20 value=4").starts_with("28 20\n28 22\n28 23"));
+  EXPECT_EQ(content_of(path), whole);
 }
 
 TEST_F(Sdr, are_not_added_unless_the_erase_completes) {
