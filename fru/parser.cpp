@@ -118,8 +118,8 @@ int parse_device_area(const fru_layout& layout, std::span<const uint8_t> area, f
   const size_t end = area.size() - 1;
   if (parse_area(layout, area, end, fru, &unused) == 1) return 1;
   size_t texts = 0;
-  const bool ended = find_end_mark(layout, area, end, &texts) < end;
-  return ended ? parse_texts(layout, area, end, texts, fru, &unused) : 0;
+  const bool early = find_end_mark(layout, area, end, &texts) < end && texts < layout.texts.size();
+  return early ? parse_texts(layout, area, end, texts, fru, &unused) : 0;
 }
 
 int GetChassis(std::span<const uint8_t> area, size_t end, fru_info* fru, fru_fault* fault) {

@@ -72,14 +72,15 @@ void keep_long_field(const Section& section, unsigned position) {
                shown);
 }
 
-// The first type/length byte that stands in a quoted piece: the field before it has another length
-// than its text. The count of bytes: there is none.
+// The type/length byte of the first field whose length does not fit its text: the next one then
+// stands in a quoted piece. The count of bytes: there is none.
 size_t find_split_field(const fru_layout& layout, const Section& section) {
   size_t texts = 0;
   const size_t end = find_end_mark(layout, gathered(section), section.count, &texts);
   for (size_t at = layout.fixed; at < end;) {
-    at += 1 + size_t{section.bytes[at]} % (FRU_TEXT_LENGTH + 1);
-    if (at < section.count && section.pieces[at] != 0) return at;
+    const size_t next = at + 1 + size_t{section.bytes[at]} % (FRU_TEXT_LENGTH + 1);
+    if (next < section.count && section.pieces[next] != 0) return at;
+    at = next;
   }
   return section.count;
 }
@@ -123,7 +124,7 @@ int hand_over_exact(unsigned state, const Section& section, fru_exact* fru) {
   const size_t split = layout != nullptr ? find_split_field(*layout, section) : section.count;
   if (split < section.count) {
     return refuse_byte(section, static_cast<unsigned>(split),
-                       "the field before does not fit its text");
+                       "a field's length does not fit its text");
   }
   const char* reason = build_part(part, gathered(section), &fru->parts[part]);
   return reason == nullptr ? 1 : refuse_byte(section, 0, reason);

@@ -3,6 +3,7 @@
 #include <sys/mman.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <random>
 
 #include "base/notice.h"
@@ -149,6 +150,156 @@ TEST(ExactFru, dump_that_is_written_back_changes_no_byte_of_any_device) {
   }
   strictFlag = 0;
   openIpmiFlag = 0;
+}
+
+// A chassis at 8, a board at 24 with one unit of room after it, a product area at the end.
+const std::string SERIAL = "PN#4";
+Bytes three_areas(const std::string& serial = SERIAL) {
+  const Bytes chassis = area({0x17}, {"CP", serial});
+  const Bytes board = area({0, 1, 2, 3}, {"Maker", "Fan '1'", "S", "", ""}, {.units = 4});
+  const Bytes product = area({0}, {"Maker", "a//b", "", "", "", "", ""});
+  const Header header = {.chassis = 1, .board = 3, .product = 8};
+  return chained({header_of(header), chassis, board, Bytes(8, 0xEE), product});
+}
+
+// What an update with the text that is dumped exactly, after one change, does to the device.
+struct Edited {
+  RunResult result;
+  Bytes device;
+};
+Edited edited(const std::string& from, const std::string& to, const Bytes& device,
+              const std::string& options = "--strict --exact") {
+  sim::reset(sim::Kind::plain);
+  serve(device);
+  const std::string path = path_of("edited.fru");
+  run("--exact --wfru " + path);
+  std::string text = content_of(path);
+  const size_t at = text.find(from);
+  EXPECT_NE(at, std::string::npos) << text;
+  if (at != std::string::npos) text.replace(at, from.size(), to);
+  file_with("edited.fru", text);
+  Edited edited;
+  edited.result = run(options + " --fru " + path);
+  edited.device = machine().bmc.fru.devices[0].contents;
+  return edited;
+}
+
+TEST(ExactFru, edit_of_a_serial_number_changes_the_serial_number) {
+  const Edited same = edited("'PN'23'4'", "'PN'23'5'", three_areas());
+  EXPECT_EQ(same.result.err + std::to_string(same.result.status), "0");
+  EXPECT_TRUE(same.device == three_areas("PN#5"));
+  const Edited shorter = edited("C4\n   'PN'23'4'", "C2\n   'PN'", three_areas());
+  EXPECT_TRUE(shorter.device == three_areas("PN"));
+}
+
+TEST(ExactFru, area_that_outgrows_its_place_moves_those_after_it_and_says_so) {
+  const std::string longer = "PN#4 and twenty more bytes";
+  Bytes device = three_areas();
+  device.resize(200, 0xEE);
+  const Edited moved = edited("C4\n   'PN'23'4'", "DA\n   'PN'23'4 and twenty more bytes'", device);
+  EXPECT_EQ(moved.result.err,
+            "qarn: inventory device 0: the board area moves from 24 to 48\n"
+            "qarn: inventory device 0: the product area moves from 64 to 80\n");
+  EXPECT_EQ(moved.result.status, 0);
+  const Bytes chassis = area({0x17}, {"CP", longer});
+  const Bytes header = header_of({.chassis = 1, .board = 6, .product = 10});
+  EXPECT_TRUE(std::equal(header.begin(), header.end(), moved.device.begin()));
+  EXPECT_TRUE(std::equal(chassis.begin(), chassis.end(), moved.device.begin() + 8));
+  EXPECT_TRUE(std::equal(device.begin() + 24, device.begin() + 56, moved.device.begin() + 48));
+  EXPECT_TRUE(std::equal(device.begin() + 64, device.begin() + 96, moved.device.begin() + 80));
+  device = three_areas();
+  const Edited full = edited("C4\n   'PN'23'4'", "DA\n   'PN'23'4 and twenty more bytes'", device);
+  EXPECT_TRUE(full.result.err.ends_with("the product area ends at 104, the device at 88\n"))
+      << full.result.err;
+  EXPECT_TRUE(full.device == device) << "nothing is written";
+}
+
+TEST(ExactFru, field_whose_length_does_not_fit_its_text_is_refused_with_the_line) {
+  for (const auto& [from, to, line] :
+       {std::tuple{"'PN'23'4'", "'PN'23'4567'", 22}, {"'Maker'", "'Make'", 37}}) {
+    const Edited refused = edited(from, to, three_areas(), "--exact");
+    EXPECT_EQ(refused.result.status, 1);
+    EXPECT_TRUE(refused.device == three_areas());
+    EXPECT_NE(refused.result.out.find("line " + std::to_string(line) + ": "), std::string::npos)
+        << refused.result.out;
+  }
+}
+
+TEST(ExactFru, text_is_read_in_the_plain_form_too) {
+  sim::reset(sim::Kind::plain);
+  serve(three_areas());
+  const std::string path = path_of("exact.fru");
+  run("--exact --wfru " + path);
+  run("--fru " + path);
+  run("--exact --wfru " + path);
+  EXPECT_NE(content_of(path).find("'PN'23'4'"), std::string::npos);
+  EXPECT_NE(content_of(path).find("'a'2F2F'b'"), std::string::npos);
+}
+
+TEST(PlainFru, dump_that_would_not_restore_names_what_is_lost) {
+  sim::reset(sim::Kind::plain);
+  const Bytes records = multirecord(0, 0x82, {1, 2});
+  Bytes device = three_areas();
+  device =
+      chained({header_of({.internal = 11, .chassis = 1, .board = 3, .product = 8, .records = 13}),
+               {device.begin() + 8, device.end()},
+               Bytes(16, 1),
+               records});
+  const Bytes typed = area({0x17}, {"A", "bc", "d"}, {.type = 2});
+  std::copy(typed.begin(), typed.end(), device.begin() + 8);
+  serve(device);
+  const std::string lost =
+      "qarn: FRU 0: board product name, product name: the text does not read back; use --exact\n"
+      "qarn: FRU 0: chassis part number, chassis custom field: the type of the field is not kept; "
+      "use --exact\n"
+      "qarn: FRU 0: chassis custom field: a field of one byte ends the fields; use --exact\n"
+      "qarn: FRU 0: internal use area: it is not dumped; use --exact\n"
+      "qarn: FRU 0: multi-record area: its first record is of type 00; use --exact\n";
+  const std::string path = path_of("plain.fru");
+  const RunResult script = run("--wfru " + path);
+  EXPECT_EQ(script.err + std::to_string(script.status), "0");
+  const std::string dump = content_of(path);
+  const RunResult strict = run("--strict --wfru " + path);
+  EXPECT_EQ(strict.err + std::to_string(strict.status), lost + "2");
+  EXPECT_EQ(content_of(path), dump) << "the file is written";
+  const std::string shown = run("--wfru " + path, {.terminals = "2"}).terminal;
+  EXPECT_TRUE(shown.ends_with(lost)) << shown;
+  EXPECT_EQ(run("--strict --exact --wfru " + path).err, "");
+}
+
+TEST(PlainFru, fields_that_end_early_and_areas_at_the_very_end_can_be_read) {
+  sim::reset(sim::Kind::plain);
+  const Bytes board = area({0, 1, 2, 3}, {"Maker", "Board", "S1", "P1"});  // no file ID
+  const Bytes small = area({0x17}, {"A", ""});
+  const Bytes records = multirecord(2, 0x82, {1, 2});
+  const std::string path = path_of("odd.fru");
+  for (const Bytes& device : {image_of({{}, board}), image_of({small}), records_of({records})}) {
+    serve(device);
+    const RunResult result = run("--strict --wfru " + path);
+    EXPECT_EQ(result.err + std::to_string(result.status), "0");
+  }
+  serve(image_of({{}, board}));
+  run("--wfru " + path);
+  EXPECT_NE(content_of(path).find("'P1'\n   C0\n   C1\n"), std::string::npos) << content_of(path);
+}
+
+TEST(PlainFru, checksum_error_names_the_area_and_the_sum) {
+  for (const auto& [offset, says] :
+       {std::pair{7U, "common header at 0: its bytes sum up to 01, not 00"},
+        {30U, "board area at 24: its bytes sum up to 01, not 00"},
+        {65U, "product area at 64: it cannot be read"}}) {
+    sim::reset(sim::Kind::plain);
+    Bytes device = three_areas();
+    device[offset] = static_cast<uint8_t>(device[offset] + 1);
+    serve(device);
+    for (const char* option : {"--strict --wfru ", "--strict --exact --wfru "}) {
+      const RunResult result = run(option + path_of("wrong.fru"));
+      EXPECT_EQ(result.out.substr(result.out.find("check")), "checksum error\n");
+      EXPECT_EQ(result.err.substr(0, 26 + std::strlen(says)),
+                "qarn: inventory device 0, " + std::string(says));
+      EXPECT_EQ(result.status, 1);
+    }
+  }
 }
 
 }  // namespace
