@@ -59,7 +59,6 @@ void show_version() {
 void set_switches(const Options& options) {
   debugFlag = options.debug;
   openIpmiFlag = options.open;
-  exactFlag = options.exact;
   resetFlag = options.no_reset != 0 ? 0 : 1;
   if (options.firmware_path != nullptr) flashfilename = options.firmware_path;
   progressFlag = debugFlag == 0 && hintFlag != 0;
@@ -201,6 +200,7 @@ int main(int argc, char** argv) {
   tell_argument_signs(options);
   if (parsed != OPTIONS_ACCEPTED) return strict_status(parsed);
   if (holds_passwords(options)) platform::core_off();
+  exactFlag = options.exact;
   look_at_files(options);
   if (warnings_refuse()) return STATUS_REFUSED;
   if (options.prompt != 0 && !ask_passwords(&options)) return STATUS_REFUSED;

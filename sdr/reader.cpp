@@ -5,19 +5,20 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include "base/error_text.h"
 #include "base/notice.h"
 #include "base/regular_file.h"
-#include "sdr/sdr.h"
+#include "sdr/text.h"
 #include "textfile/lines.h"
-#include "textfile/signs.h"
+#include "textfile/quoted.h"
 #include "textfile/tokenizer.h"
 #include "transport/interrupt.h"
 
 namespace {
 
-constexpr unsigned LENGTH_LIMIT = 0xFF;  // the length line's value is one byte
+constexpr unsigned LENGTH_LIMIT = SDR_HEADER_SIZE + 0xFF;
 constexpr uint32_t COUNT_LIMIT = 0xFFFF;
 
 const char OPENING[] = "_SDR";
@@ -25,6 +26,7 @@ const char TYPE[] = "_SDR_TYPE";
 const char LENGTH[] = "_REC_LEN";
 const char CLOSING[] = ")";
 const char BINARY_ENDING[] = ".dat";
+constexpr std::string_view DUMP_START = "_SDR (\n";
 
 // A binary file. Where no block begins, bytes are skipped two at a time.
 //
@@ -103,7 +105,7 @@ bool begin_record(Text_reader* reader, const char* text) {
   if (reader->length < SDR_HEADER_SIZE)
     return refuse_line(reader->lines.number, "record length under 05");
   if (reader->length > LENGTH_LIMIT)
-    return refuse_line(reader->lines.number, "record length over FF");
+    return refuse_line(reader->lines.number, "record length over 0104");
   reader->record.fill(0);
   reader->count = 0;
   reader->culprit = reader->lines.number;
@@ -168,24 +170,6 @@ void note_ends(const Text_reader& reader) {
   if (!reader.closed) note_sign(reader.signs, Sign::no_closing, 0);
 }
 
-bool load_text(FILE* file, sdr_repository* repository, File_signs* signs) {
-  Text_reader reader = {};
-  reader.repository = repository;
-  reader.signs = signs;
-  reader.lines.file = file;
-  reader.lines.room = LINE_ROOM;
-  for (unsigned pieces = 1; next_line(&reader.lines); pieces++) {
-    if (pieces % PIECES_UNSEEN == 0) interrupt_point();
-    char cleaned[LINE_ROOM];
-    process_string(reader.lines.text, cleaned);
-    if (cleaned[0] != '\0' && !read_text_line(&reader, cleaned)) return false;
-  }
-  if (reader.lines.too_long) return false;
-  if (std::ferror(file) == 0) note_ends(reader);
-  // The end of the file closes what the closing line would close.
-  return reader.state != IN_DATA || std::ferror(file) != 0 || end_record(&reader, BEFORE_LENGTH);
-}
-
 bool load_binary(FILE* file, sdr_repository* repository) {
   uint8_t bytes[0x100];
   unsigned long offset = std::fread(bytes, 1, FILE_HEADER_SIZE, file);
@@ -205,17 +189,21 @@ bool load_binary(FILE* file, sdr_repository* repository) {
   return true;
 }
 
-bool is_binary(const char* path) {
-  const size_t length = std::strlen(path);
-  const size_t tail = sizeof BINARY_ENDING - 1;
-  return length > tail && strcasecmp(path + length - tail, BINARY_ENDING) == 0;
+// With --exact a dump comes back under any name.
+bool is_exact_dump(FILE* file) {
+  if (exactFlag == 0 || !is_regular(file)) return false;
+  char start[DUMP_START.size()];
+  const size_t count = std::fread(start, 1, sizeof start, file);
+  std::rewind(file);
+  return std::string_view(start, count) == DUMP_START;
 }
 
 // False when the file is refused, or cannot be read; the repository is then empty.
 bool load(FILE* file, const char* path, sdr_repository* repository, File_signs* signs) {
   freespace(repository);
-  const bool loaded =
-      is_binary(path) ? load_binary(file, repository) : load_text(file, repository, signs);
+  const bool loaded = is_binary_sdr(path) && !is_exact_dump(file)
+                          ? load_binary(file, repository)
+                          : load_sdr_text(file, repository, signs);
   const bool sound = loaded && std::ferror(file) == 0;
   if (loaded && !sound) keep_refusal("%s", std::strerror(errno));
   if (sound && repository->record_count == 0) note_sign(signs, Sign::no_record, 0);
@@ -224,6 +212,30 @@ bool load(FILE* file, const char* path, sdr_repository* repository, File_signs* 
 }
 
 }  // namespace
+
+bool load_sdr_text(FILE* file, sdr_repository* repository, File_signs* signs) {
+  Text_reader reader = {};
+  reader.repository = repository;
+  reader.signs = signs;
+  reader.lines.file = file;
+  reader.lines.room = LINE_ROOM;
+  for (unsigned pieces = 1; next_line(&reader.lines); pieces++) {
+    if (pieces % PIECES_UNSEEN == 0) interrupt_point();
+    char cleaned[LINE_ROOM];
+    process_string(reader.lines.text, cleaned);
+    if (cleaned[0] != '\0' && !read_text_line(&reader, cleaned)) return false;
+  }
+  if (reader.lines.too_long) return false;
+  if (std::ferror(file) == 0) note_ends(reader);
+  // The end of the file closes what the closing line would close.
+  return reader.state != IN_DATA || std::ferror(file) != 0 || end_record(&reader, BEFORE_LENGTH);
+}
+
+bool is_binary_sdr(const char* path) {
+  const size_t length = std::strlen(path);
+  const size_t tail = sizeof BINARY_ENDING - 1;
+  return length > tail && strcasecmp(path + length - tail, BINARY_ENDING) == 0;
+}
 
 int FileToSdr(const char* path, sdr_repository* repository) {
   forget_refusal();

@@ -18,10 +18,13 @@ namespace {
 constexpr unsigned CHUNK = 16;  // record bytes that one request or response carries
 constexpr unsigned OFFSET_LIMIT = 0xFF;
 constexpr unsigned RECORD_LIMIT = SDR_HEADER_SIZE + 0xFF;
+// The offset is one byte: a part that begins here takes along all that is left.
+constexpr unsigned LAST_PART = OFFSET_LIMIT + 1 - CHUNK;
 
 // Get SDR Repository Info response data: version, record count (2), free space (2), time of last
 // addition (4), time of last erase (4), operation support.
 constexpr unsigned INFO_SIZE = 14;
+constexpr unsigned INFO_NEEDED = 3;
 // Get SDR response data: next record ID, record bytes.
 constexpr unsigned NEXT_ID_SIZE = 2;
 // Partial Add SDR request: header, reservation ID (2), record ID (2), offset, progress, record
@@ -58,8 +61,12 @@ Id reserve_repository() {
 bool get_repository_info(sdr_repository* repository) {
   const uint8_t request[] = {BMC_ADDRESS, NETFN_STORAGE, GET_SDR_INFO};
   Response response;
-  const auto info = ask(request, INFO_SIZE, &response);
-  if (info.empty()) return false;
+  const auto answer = ask(request, INFO_NEEDED, &response);
+  if (answer.empty()) return false;
+  // A repository can be read without what follows the count of its records.
+  std::array<uint8_t, INFO_SIZE> bytes{};
+  std::ranges::copy(answer.first(std::min(answer.size(), bytes.size())), bytes.begin());
+  const std::span<const uint8_t, INFO_SIZE> info = bytes;
   repository->repo_version = info[0];
   repository->count_ls = info[1];
   repository->count_ms = info[2];
@@ -199,25 +206,22 @@ bool add_in_parts(const sdr_entry& entry) {
   uint8_t room[RECORD_LIMIT];
   const auto record = lay_out(entry, room);
   const unsigned total = static_cast<unsigned>(record.size());
-  // The offset is one byte.
-  if (total > OFFSET_LIMIT + 1) {
-    return write_failed({entry.record_id_ls, entry.record_id_ms}, "it has more than 256 bytes");
-  }
-
   Id id = {0, 0};  // the BMC gives it with the first fragment
   const Id reservation = reserve_repository();
   for (unsigned offset = 0;; offset += CHUNK) {
-    const unsigned count = std::min(total - offset, CHUNK);
-    const bool last = offset + count == total;
-    uint8_t request[FRAGMENT_HEADER + CHUNK] = {BMC_ADDRESS,
-                                                NETFN_STORAGE,
-                                                PARTIAL_ADD_SDR,
-                                                reservation.ls,
-                                                reservation.ms,
-                                                id.ls,
-                                                id.ms,
-                                                static_cast<uint8_t>(offset),
-                                                last ? LAST_FRAGMENT : MORE_TO_COME};
+    const unsigned left = total - offset;
+    const bool last = left <= CHUNK || offset == LAST_PART;
+    const unsigned count = last ? left : CHUNK;
+    uint8_t request[FRAGMENT_HEADER + RECORD_LIMIT - LAST_PART] = {
+        BMC_ADDRESS,
+        NETFN_STORAGE,
+        PARTIAL_ADD_SDR,
+        reservation.ls,
+        reservation.ms,
+        id.ls,
+        id.ms,
+        static_cast<uint8_t>(offset),
+        last ? LAST_FRAGMENT : MORE_TO_COME};
     std::ranges::copy(record.subspan(offset, count), request + FRAGMENT_HEADER);
     Response response;
     if (!exchange({request, FRAGMENT_HEADER + count}, &response)) {

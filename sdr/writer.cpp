@@ -4,8 +4,10 @@
 #include <string_view>
 
 #include "base/dump_file.h"
-#include "sdr/comments.h"
-#include "sdr/sdr.h"
+#include "base/notice.h"
+#include "sdr/losses.h"
+#include "sdr/text.h"
+#include "textfile/quoted.h"
 
 namespace {
 
@@ -84,9 +86,20 @@ void put_id_string(FILE* file, std::span<const uint8_t> id) {
   put_line(file, line);
 }
 
+void put_exact_id_string(FILE* file, std::span<const uint8_t> id) {
+  char room[quoted_room(ID_LENGTH_MASK)];
+  Text_line line;
+  add(&line, "   ");
+  add(&line, put_quoted(id, room));
+  add_comment(&line, "// Sensor ID String\n");
+  put_line(file, line);
+}
+
 void put_record_header(FILE* file, const sdr_entry& entry) {
   std::fprintf(file, "\n_SDR_TYPE    %02X\n", entry.record_type);
-  std::fprintf(file, "_REC_LEN     %02X\n\n", entry.record_length + SDR_HEADER_SIZE);
+  const unsigned length = entry.record_length + SDR_HEADER_SIZE;
+  const bool two_bytes = exactFlag != 0 && length > 0xFF;
+  std::fprintf(file, "_REC_LEN     %0*X\n\n", two_bytes ? 4 : 2, length);
   const auto header = header_of(entry);
   for (unsigned i = 0; i < SDR_HEADER_SIZE; i++) {
     put_byte_line(file, header[i], HEADER_COMMENTS[i]);
@@ -106,20 +119,42 @@ const char* comment_of(const Fixed_part& part, const sdr_comments& comments, uns
   return field_comment(comments, part.record_type, index);
 }
 
+// How many bytes of the body come before the ID string; all of a type that has none.
+size_t fixed_size(const sdr_entry& entry) {
+  const Fixed_part* part = fixed_part_of(entry.record_type);
+  const size_t size = body_of(entry).size();
+  return part != nullptr ? std::min<size_t>(part->size, size) : size;
+}
+
 void put_body(FILE* file, const sdr_entry& entry, const sdr_comments& comments) {
   const auto body = body_of(entry);
   const Fixed_part* part = fixed_part_of(entry.record_type);
-  const size_t fixed = part != nullptr ? std::min<size_t>(part->size, body.size()) : body.size();
+  const size_t fixed = fixed_size(entry);
   for (unsigned i = 0; i < fixed; i++) {
     put_byte_line(file, body[i], part != nullptr ? comment_of(*part, comments, i) : nullptr);
   }
   if (body.size() == fixed) return;
-  const auto id = body.subspan(fixed);
-  const size_t length = body[fixed - 1] & ID_LENGTH_MASK;
-  put_id_string(file, id.first(std::min(length, id.size())));
+  const auto id = id_string_of(entry);
+  if (exactFlag == 0) return put_id_string(file, id);
+  if (!id.empty()) put_exact_id_string(file, id);
+  for (const uint8_t byte : body.subspan(fixed + id.size())) put_byte_line(file, byte, nullptr);
 }
 
 }  // namespace
+
+std::span<const uint8_t> id_string_of(const sdr_entry& entry) {
+  const auto body = body_of(entry);
+  const size_t fixed = fixed_size(entry);
+  const auto rest = body.subspan(fixed);
+  if (rest.empty()) return rest;
+  const size_t length = body[fixed - 1] & ID_LENGTH_MASK;
+  return rest.first(std::min(length, rest.size()));
+}
+
+void put_sdr_record(FILE* file, const sdr_entry& entry, const sdr_comments& comments) {
+  put_record_header(file, entry);
+  put_body(file, entry, comments);
+}
 
 int SdrToFile(const char* path, const sdr_repository* repository) {
   sdr_comments comments;
@@ -127,10 +162,9 @@ int SdrToFile(const char* path, const sdr_repository* repository) {
   FILE* file = dump_open(path);
   if (file == nullptr) return 0;
   std::fputs("_SDR (\n", file);
-  for (const sdr_entry& entry : entries_of(*repository)) {
-    put_record_header(file, entry);
-    put_body(file, entry, comments);
-  }
+  for (const sdr_entry& entry : entries_of(*repository)) put_sdr_record(file, entry, comments);
   std::fputs("\n\n)\n", file);
-  return dump_close(file) ? 1 : 0;
+  if (!dump_close(file)) return 0;
+  if (exactFlag == 0 && warnings_wanted()) tell_sdr_losses(path, *repository);
+  return 1;
 }

@@ -79,7 +79,7 @@ TEST_F(Sdr, are_read_sixteen_bytes_at_a_time_and_no_more_than_the_bmc_claims) {
   for (const auto& [size, last_request] : sizes) {
     hold({body(size)});
     EXPECT_TRUE(act("--sdrdump").ends_with(std::string("28 22\n") + last_request)) << size;
-    // Compared as text, because the reader refuses a length over FF.
+    // Compared as text, because the reader refuses the length 104.
     std::string lines = "// Record Length\n\n";
     for (const uint8_t byte : body(size)) lines += "   " + sim::hex_text({byte}) + "\n";
     EXPECT_TRUE(content_of(path).ends_with(lines + "\n\n)\n")) << size;
@@ -103,7 +103,7 @@ TEST_F(Sdr, dump_that_cannot_be_read_or_written_whole_is_no_file) {
   const std::string second = "Get SDR Record 02 00 Fail\n28 20\n";
   const std::pair<const char*, std::string> cases[] = {
       {"refuse cmd=20 value=C0", "Get Sdr Repository Fail\n28 20\n"},
-      {"shorten cmd=20 value=E", "Get Sdr Repository Fail\n28 20\n"},
+      {"shorten cmd=20 value=3", "Get Sdr Repository Fail\n28 20\n"},
       {"shorten cmd=23 skip=2 value=7", second},
       {"shorten cmd=23 skip=2 value=12", second},
       {"refuse cmd=23 skip=3 value=FF", second},
@@ -121,6 +121,14 @@ TEST_F(Sdr, dump_that_cannot_be_read_or_written_whole_is_no_file) {
     path = file;
     EXPECT_TRUE(act("--sdrdump").starts_with("Writting File " + file + " fail\n28 20\n")) << file;
   }
+}
+
+TEST_F(Sdr, are_read_though_the_bmc_says_no_more_than_how_many_there_are) {
+  hold({{1}, {2}});
+  act("--sdrdump");
+  const std::string whole = content_of(path);
+  EXPECT_TRUE(act("--sdrdump", "shorten cmd=20 value=4").starts_with("28 20\n28 22\n28 23"));
+  EXPECT_EQ(content_of(path), whole);
 }
 
 TEST_F(Sdr, are_not_added_unless_the_erase_completes) {
@@ -186,8 +194,8 @@ TEST_F(Sdr, file_that_is_wrong_is_refused_with_its_place_and_costs_no_repository
   refuses("a", start + " 06\n01 00\n_SDR_TYPE 01\n", "line 4" + fifth);
   refuses("a", start + " 06", "line 3" + fifth);
   refuses("a", start + "// 06\n", "line 3: record length under 05\n");
-  refuses("a", start + " 0100\n", "line 3: record length over FF\n");
-  refuses("a", start + " 1 00 00 00 00 06\n", "line 3: record length over FF\n");
+  refuses("a", start + " 0105\n", "line 3: record length over 0104\n");
+  refuses("a", start + " 1 00 00 00 00 06\n", "line 3: record length over 0104\n");
   refuses("a", many, "line 196609: more than 65535 records\n");
   refuses("a.dat", HEAD + BLOCK + "Z\x09.", "offset 25: the block runs past the end of the file\n");
   refuses("a.dat", HEAD + "Z\x09\x01\x02\x51\xC0\x03\xAA\xBB", "offset 16" + fifth);
