@@ -138,7 +138,8 @@ TEST(Interrupted, reading_passwords_and_setters_end_before_the_next_request) {
   for (const std::string& line :
        {std::string("-d --sp1=new --users -e 18 01"),
         std::string("--sp0 --sp4=x -m 0:1:2:3:4:5 --dhcp --arp=1"), std::string("--imac"),
-        "--cfg " + script, "--sdrdump " + dump, "--seldump " + dump, "--wfru " + dump}) {
+        "--cfg " + script, "--sdrdump " + dump, "--seldump " + dump, "--wfru " + dump,
+        "--exact --sdrdump " + dump, "--exact --wfru " + dump}) {
     check(line, {});
   }
 }
@@ -160,6 +161,7 @@ TEST(Interrupted, an_inventory_goes_in_whole_once_its_first_bytes_are_written) {
   const std::string inventory = made_by("--wfru");
   check("--fru " + inventory, {.goes_on_from = "28 12"});
   check("--open --fru " + inventory, {.goes_on_from = "28 12"});
+  check("--exact --fru " + made_by("--exact --wfru"), {.goes_on_from = "28 12"});
   small_server();
   machine().bmc.faults = sim::faults("signal cmd=12 value=2; refuse cmd=12 skip=1 value=80");
   EXPECT_TRUE(run("--fru " + inventory).out.ends_with("Update FRU fail\n"));
