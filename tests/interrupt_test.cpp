@@ -32,8 +32,10 @@ void small_server() {
 // The file that the option makes from a fresh server.
 std::string made_by(const std::string& option) {
   small_server();
-  run(option + " " + path_of("made" + option));
-  return path_of("made" + option);
+  std::string name = "made" + option;
+  std::erase(name, ' ');
+  run(option + " " + path_of(name));
+  return path_of(name);
 }
 
 Requests requests_of(const std::string& traffic) {
