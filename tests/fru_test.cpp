@@ -174,6 +174,7 @@ TEST(FruFaults, a_broken_device_leaves_no_dump) {
       {"header counted as 7 bytes", good, "answer cmd=11 bytes=000701000103080d00e6"},
       {"refused where zeros are", zeros, "refuse cmd=11 skip=3 value=81"},
       {"8 bytes of 16", good, "shorten cmd=11 skip=2 value=a"},
+      {"length that changes", good, "answer cmd=11 skip=1 bytes=00100104"},
       {"area of length 0", image_of({Bytes(40)}), ""},
       {"area after the end", header_of({.chassis = 0xFF}), ""},
       {"no end mark", board_ending({0, 0, 0, 0, 0}), ""},
@@ -239,6 +240,8 @@ TEST(FruFaults, a_refused_file_names_the_line_and_writes_nothing) {
       {common + eight + "_FRU_TITLE 'y'\n_SEE_BOARD\n",
        "line 6: more device blocks than _DEV_ID lines\n"},
       {common + eight + "_DEV_ID 01\n", "line 6: fewer device blocks than _DEV_ID lines\n"},
+      {repeated(256, "_DEV_ID 01\n"), "line 256: fewer device blocks than _DEV_ID lines\n"},
+      {repeated(257, "_DEV_ID 01\n"), "line 257: more than 256 devices\n"},
       {product + repeated(52, "'" + std::string(40, 'x') + "'\n"), "line 57" + many},
       {common + repeated(33, eight), "line 37" + many},
   };

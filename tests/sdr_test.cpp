@@ -174,6 +174,7 @@ TEST_F(Sdr, of_every_type_survive_the_way_through_text_and_the_bmc) {
                                               {0x11, 11}, {0x12, 11}, {0x14, 219}, {0xC0, 0}};
   for (const auto& [type, size] : types) {
     hold({{}, body(10), body(size, size), body(size + 1, size), body(size + 31, size)}, type);
+    if (size > 0) sdr->records[4][size + 4] = 0xDF;  // claims 31 characters, and has one
     const sim::SdrRecords before = sdr->records;
     for (const bool partial : {true, false}) {
       sdr->partial_add = partial;
@@ -190,7 +191,7 @@ TEST_F(Sdr, file_that_is_wrong_is_refused_with_its_place_and_costs_no_repository
   const std::string fifth = ": the record's fifth byte is not the number of bytes after it\n";
   std::string many = "_SDR (\n";
   for (unsigned i = 0; i < 65536; i++) many += "_SDR_TYPE\n_REC_LEN 05\n01 00 51 C0 00\n";
-  refuses("a", start + " 06\n01 00 51\n\nC0 02 AA\n)\n", "line 6" + fifth);
+  refuses("a", start + " 06\n01 00 51 C0\n\n02 AA\n)\n", "line 6" + fifth);
   refuses("a", start + " 06\n01 00\n_SDR_TYPE 01\n", "line 4" + fifth);
   refuses("a", start + " 06", "line 3" + fifth);
   refuses("a", start + "// 06\n", "line 3: record length under 05\n");
