@@ -190,13 +190,33 @@ std::span<const uint8_t> lay_out(const sdr_entry& entry, std::span<uint8_t, RECO
   return room.first(SDR_HEADER_SIZE + size_t{entry.record_length});
 }
 
+unsigned whole_request(const sdr_entry& entry) {
+  return REQUEST_DATA + SDR_HEADER_SIZE + entry.record_length;
+}
+
+// In one request; a longer one would end the process in the KCS driver.
+bool can_be_carried(const sdr_entry& entry) {
+  return whole_request(entry) <= request_limit();
+}
+
+// A record that cannot go in one request needs a BMC that takes parts. It is asked before the
+// erase, which would cost the records that are there.
+bool can_be_written(const sdr_repository& repository) {
+  const auto entries = entries_of(repository);
+  const auto found = std::ranges::find_if_not(entries, can_be_carried);
+  if (found == entries.end() || has_partial_add()) return true;
+  set_err_message("SDR Record %02X %02X needs --open", found->record_id_ls, found->record_id_ms);
+  hint_failed("the sensor record %02X%02X is too long for the ports: use --open; nothing is erased",
+              found->record_id_ms, found->record_id_ls);
+  return false;
+}
+
 bool add_whole(const sdr_entry& entry) {
   uint8_t request[REQUEST_DATA + RECORD_LIMIT] = {BMC_ADDRESS, NETFN_STORAGE, ADD_SDR};
-  const auto record = lay_out(entry, std::span(request).subspan<REQUEST_DATA>());
-  const unsigned length = REQUEST_DATA + static_cast<unsigned>(record.size());
+  lay_out(entry, std::span(request).subspan<REQUEST_DATA>());
+  const unsigned length = whole_request(entry);
   Response response;
-  // A request that the KCS driver cannot carry would end the process.
-  const bool carried = length <= request_limit();
+  const bool carried = can_be_carried(entry);
   if (carried && exchange({request, length}, &response)) return true;
   return write_failed({entry.record_id_ls, entry.record_id_ms},
                       carried ? failure_text() : "it is too long for the ports: use --open");
@@ -276,6 +296,7 @@ int Write_Sdr(sdr_repository* repository) {
     step_failed("writing the sensor records: out of memory");
     return 0;
   }
+  if (!can_be_written(*repository)) return 0;
   if (!erase_repository()) {
     set_err_message("Clear SDR Fail");
     step_failed("erasing the sensor records: %s", failure_text());

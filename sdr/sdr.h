@@ -41,7 +41,7 @@ int init_sdr(sdr_repository* repository);
 // with err_message; of a record that breaks off the beginning is appended, with zeros for the rest.
 int get_sdr(sdr_repository* repository);
 // Erases the BMC's repository and adds every entry in order. 1, or 0 with err_message; an entry
-// without its body fails before anything is erased.
+// without its body, or one that cannot be sent, fails before anything is erased.
 int Write_Sdr(sdr_repository* repository);
 
 struct File_signs;

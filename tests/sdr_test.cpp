@@ -166,7 +166,27 @@ TEST_F(Sdr, failure_ends_the_writing_of_whole_records_but_not_of_parts) {
   EXPECT_EQ(written(three, "refuse cmd=24 skip=1 value=C4"), "1 held, Write Sdr Record 02 00 fail");
   // The KCS driver ends the process when a request is too long for it.
   EXPECT_EQ(written({Bytes(123)}), "1 held, Update successfully");
-  EXPECT_EQ(written({Bytes(124)}), "0 held, Write Sdr Record 01 00 fail");
+  // A BMC that changes its mind after the erase.
+  EXPECT_EQ(written({Bytes(124)}, "answer cmd=25 bytes=00"), "0 held, Write Sdr Record 01 00 fail");
+}
+
+TEST_F(Sdr, too_long_for_the_ports_do_not_cost_those_that_are_there) {
+  const std::vector<Bytes> bodies = {Bytes(123), Bytes(124), Bytes(250)};
+  hold(bodies);
+  act("--sdrdump");
+  const std::string asked = "28 25\n";  // the empty Partial Add, which is sent after the erase, too
+  EXPECT_NE(
+      act("--nrst --sdr").find("writing SDR......\nUpdate successfully\n" + asked + ERASED + asked),
+      std::string::npos);
+  sdr->partial_add = false;
+  EXPECT_EQ(act("--nrst --sdr"),
+            "writing SDR......\nSDR Record 02 00 needs --open\n28 25\nsleep 1000000\n");
+  EXPECT_EQ(sdr->records.size(), 3U);
+  EXPECT_TRUE(act("--open --nrst --sdr").starts_with(WRITTEN + ERASED + asked + "28 24 "));
+  EXPECT_EQ(sdr->records.size(), 3U);
+  EXPECT_EQ(
+      run("--strict --nrst --sdr " + path).err,
+      "qarn: the sensor record 0002 is too long for the ports: use --open; nothing is erased\n");
 }
 
 TEST_F(Sdr, of_every_type_survive_the_way_through_text_and_the_bmc) {
