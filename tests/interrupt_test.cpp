@@ -1,6 +1,4 @@
 // Signals at every request of every action: what is finished, what is not begun, how the run ends.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
@@ -63,10 +61,8 @@ struct Outcome {
 // What a run on a fresh server comes to, while these faults act.
 Outcome outcome(const std::string& line, const std::string& faults = "") {
   small_server();
-  machine().bmc.faults = sim::faults(faults);
   const std::string dump = file_with("dump", "older");
-  const RunResult result = run(line);
-  machine().bmc.faults.clear();
+  const RunResult result = run(line, {faults});
   return {requests_of(result.traffic), result.status, contents(), content_of(dump)};
 }
 
@@ -148,8 +144,8 @@ TEST(Interrupted, an_inventory_goes_in_whole_once_its_first_bytes_are_written) {
   check("--open --fru " + inventory, {.goes_on_from = "28 12"});
   check("--exact --fru " + made_by("--exact --wfru"), {.goes_on_from = "28 12"});
   small_server();
-  machine().bmc.faults = sim::faults("signal cmd=12 value=2; refuse cmd=12 skip=1 value=80");
-  EXPECT_TRUE(run("--fru " + inventory).out.ends_with("Update FRU fail\n"));
+  const char faults[] = "signal cmd=12 value=2; refuse cmd=12 skip=1 value=80";
+  EXPECT_TRUE(run("--fru " + inventory, {faults}).out.ends_with("Update FRU fail\n"));
 }
 
 TEST(Interrupted, the_card_never_stays_in_its_downloader) {

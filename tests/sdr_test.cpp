@@ -1,7 +1,6 @@
 // Sensor data records: what goes over the wire, and what the files hold.
 #include "sdr/sdr.h"
 
-#include <gtest/gtest.h>
 #include <filesystem>
 
 #include "tests/harness.h"
@@ -42,8 +41,7 @@ struct Sdr : testing::Test {
   }
   // What a run with this option for the file at `path` says and sends, while these faults act.
   std::string act(const std::string& action, const char* faults = "") const {
-    sim::machine().bmc.faults = sim::faults(faults);
-    const RunResult result = run(action + " " + path);
+    const RunResult result = run(action + " " + path, {faults});
     return result.said + result.sent;
   }
   // Writes records with these bodies: how many the BMC holds then, and what is said.
