@@ -39,6 +39,14 @@ void hint(const char* format, ...) {
   va_end(arguments);
 }
 
+void remark(const char* format, ...) {
+  if (!warnings_wanted()) return;
+  va_list arguments;
+  va_start(arguments, format);
+  print_line("qarn: ", format, arguments);
+  va_end(arguments);
+}
+
 void warning(const char* format, ...) {
   warned = true;
   if (!warnings_wanted()) return;

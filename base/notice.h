@@ -13,6 +13,9 @@ extern int strictFlag;
 // The same, but only when hintFlag is 1: scripts may collect standard error.
 [[gnu::format(printf, 1, 2)]] void hint(const char* format, ...);
 
+// The same, when hintFlag or strictFlag is 1.
+[[gnu::format(printf, 1, 2)]] void remark(const char* format, ...);
+
 // A sign that something was typed wrong: "qarn: warning: " and the text, when hintFlag or
 // strictFlag is 1.
 [[gnu::format(printf, 1, 2)]] void warning(const char* format, ...);

@@ -14,12 +14,14 @@
 #include "firmware/flash.h"
 #include "frontend/operations.h"
 #include "frontend/options.h"
-#include "fru/fru.h"
+#include "fru/exact.h"
+#include "fru/losses.h"
 #include "lan/lan.h"
 #include "platform/platform.h"
 #include "sdr/sdr.h"
 #include "sel/sel.h"
 #include "textfile/cfg.h"
+#include "textfile/quoted.h"
 #include "transport/interrupt.h"
 
 int resetFlag = 1;
@@ -29,8 +31,14 @@ namespace {
 constexpr int STATUS_REFUSED = 1;
 constexpr int STATUS_FRU_FAILED = 1;
 
-[[noreturn]] void end_fru_action(fru_dev* dev) {
-  destroy_fru_dev(dev);
+// The inventory in both its forms: what --exact chooses is filled.
+struct Inventory {
+  fru_dev plain;
+  fru_exact_dev exact;
+};
+
+[[noreturn]] void end_fru_action(Inventory* inventory) {
+  destroy_fru_dev(&inventory->plain);
   end_process(STATUS_FRU_FAILED);
 }
 
@@ -43,9 +51,11 @@ bool load_sdr_file(const char* path, sdr_repository* repository) {
   return loaded;
 }
 
-bool load_fru_file(const char* path, fru_dev* dev) {
+bool load_fru_file(const char* path, Inventory* inventory) {
   const Signals_let_in while_reading;
-  const bool loaded = FileToFru(path, dev) == 1;
+  const int result =
+      exactFlag != 0 ? ExactFileToFru(path, &inventory->exact) : FileToFru(path, &inventory->plain);
+  const bool loaded = result == 1;
   interrupt_point();
   return loaded;
 }
@@ -59,6 +69,16 @@ bool write_dump(int (*write)(const char*, const Content*), const char* path,
   const bool whole = write(path, &content) == 1;
   if (!whole) keep_refusal("%s", std::strerror(errno));
   return whole;
+}
+
+bool read_inventory(Inventory* inventory) {
+  if (exactFlag != 0) return read_fru_exact(&inventory->exact) == 1;
+  return get_fru_dev(&inventory->plain) == 1;
+}
+
+bool write_inventory(const char* path, const Inventory& inventory) {
+  return exactFlag != 0 ? write_dump(FruToExactFile, path, inventory.exact)
+                        : write_dump(FruToFile, path, inventory.plain);
 }
 
 // Says why; nothing when it was said already.
@@ -119,20 +139,21 @@ void fruDump(const char* path) {
   std::printf("Dump FRU to file %s\n", path);
   std::printf("Dump FRU to File %s\n", path);
   std::puts("reading FRU......");
-  fru_dev dev;
-  init_fru_dev(&dev);
-  if (get_fru_dev(&dev) != 1) {
+  Inventory inventory;
+  init_fru_dev(&inventory.plain);
+  if (!read_inventory(&inventory)) {
     std::puts("checksum error");
-    end_fru_action(&dev);
+    end_fru_action(&inventory);
   }
   std::printf("writing file......");
-  if (!write_dump(FruToFile, path, dev)) {
+  if (!write_inventory(path, inventory)) {
     std::puts("fail");
     file_failed(path);
-    end_fru_action(&dev);
+    end_fru_action(&inventory);
   }
-  destroy_fru_dev(&dev);
   std::puts("ok");
+  tell_losses(inventory.plain);
+  destroy_fru_dev(&inventory.plain);
 }
 
 void fruUpdate(const char* path) {
@@ -140,19 +161,21 @@ void fruUpdate(const char* path) {
   std::printf("update FRU with file %s\n", path);
   std::printf("Update FRU with File %s\n", path);
   std::puts("reading file......");
-  fru_dev dev;
-  init_fru_dev(&dev);
-  if (!load_fru_file(path, &dev)) {
+  Inventory inventory;
+  init_fru_dev(&inventory.plain);
+  if (!load_fru_file(path, &inventory)) {
     std::printf("Cannot read file %s\n", path);
     file_failed(path);
-    end_fru_action(&dev);
+    end_fru_action(&inventory);
   }
   std::puts("writing FRU......");
-  if (write_fru_dev(&dev) != 1) {
+  const int written =
+      exactFlag != 0 ? write_fru_exact(&inventory.exact) : write_fru_dev(&inventory.plain);
+  if (written != 1) {
     std::puts("Update FRU fail");
-    end_fru_action(&dev);
+    end_fru_action(&inventory);
   }
-  destroy_fru_dev(&dev);
+  destroy_fru_dev(&inventory.plain);
   std::puts("Update successfully");
   now_under_way(Unfinished::nothing);
 }

@@ -259,6 +259,7 @@ int parse_options(int argc, char** argv, Options* options) {
     if (result != OPTIONS_ACCEPTED) return result;
   }
   look_at_rest(argc - optind, argv + optind, options);
+  look_at_actions(options);
   return OPTIONS_ACCEPTED;
 }
 

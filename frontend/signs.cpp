@@ -29,6 +29,34 @@ bool has_one_dash(const char* word) {
   return word[0] == '-' && word[1] != '-';
 }
 
+// In the order in which they are carried out.
+struct Action {
+  const char* name;
+  bool ends;  // the run
+  bool (*given)(const Options&);
+};
+const Action ACTIONS[] = {
+    {"-u", true, [](const Options& given) { return given.firmware_update != 0; }},
+    {"--sdrdump", true, [](const Options& given) { return given.sdr_dump != 0; }},
+    {"--sdr", true, [](const Options& given) { return given.sdr_update != 0; }},
+    {"--fru", false, [](const Options& given) { return given.fru_update_path != nullptr; }},
+    {"--wfru", false, [](const Options& given) { return given.fru_dump_path != nullptr; }},
+    {"--seldump", false, [](const Options& given) { return given.sel_path != nullptr; }},
+    {"--save", true, [](const Options& given) { return given.firmware_save != 0; }},
+    {"--verify", true, [](const Options& given) { return given.firmware_verify != 0; }},
+    {"--imac", false, [](const Options& given) { return given.inside_mac != 0; }},
+    {"--cfg", false, [](const Options& given) { return given.script_path != nullptr; }},
+    {"--dhcp", false, [](const Options& given) { return given.dhcp != 0; }},
+    {"-a", false, [](const Options& given) { return given.auto_ip != 0; }},
+    {"-d", false, [](const Options& given) { return given.display != 0; }},
+    {"-i", false, [](const Options& given) { return given.ip != nullptr; }},
+    {"-m", false, [](const Options& given) { return given.mac != nullptr; }},
+    {"-g", false, [](const Options& given) { return given.gateway != nullptr; }},
+    {"-n", false, [](const Options& given) { return given.netmask != nullptr; }},
+    {"--arp", false, [](const Options& given) { return given.arp != nullptr; }},
+    {"-e", false, [](const Options& given) { return given.raw_count != 0; }},
+};
+
 // "--sp1" or "-1", without a value.
 bool is_password_option(std::string_view word) {
   const char slot = word.empty() ? '\0' : word.back();
@@ -83,6 +111,17 @@ void look_at_rest(int count, char** words, Options* options) {
   for (int i = 0; i < count; i++) {
     if (words[i][0] == '\0') continue;
     note_argument(options, "no option takes the word %s", secret ? "that is left over" : words[i]);
+  }
+}
+
+void look_at_actions(Options* options) {
+  bool ended = false;
+  for (const Action& action : ACTIONS) {
+    if (!action.given(*options)) continue;
+    if (ended) {
+      note_argument(options, "%s is left out: an action before it ends the run", action.name);
+    }
+    ended = ended || action.ends;
   }
 }
 

@@ -13,6 +13,9 @@ void look_at_words(int argc, char** argv, Options* options);
 // Of the words that no option took, after it was parsed.
 void look_at_rest(int count, char** words, Options* options);
 
+// Of the actions: one that is given, but left out because one before it ends the run.
+void look_at_actions(Options* options);
+
 // Of a value. A MAC address has six bytes, an address four decimal numbers, a net mask no holes.
 void look_at_address(const char* value, Options* options);
 void look_at_netmask(const char* value, Options* options);

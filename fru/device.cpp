@@ -1,12 +1,13 @@
-// The BMC that holds a FRU device: reads it area after area, and writes its image, both by 16 bytes
-// a request.
+// The BMC that holds a FRU device: reads it area after area, and writes its image.
 #include <algorithm>
 #include <cstring>
 
 #include "base/memory.h"
 #include "base/notice.h"
 #include "base/progress.h"
+#include "fru/access.h"
 #include "fru/image.h"
+#include "fru/losses.h"
 #include "transport/completion.h"
 #include "transport/interrupt.h"
 #include "transport/ipmi.h"
@@ -14,71 +15,61 @@
 
 namespace {
 
-constexpr unsigned CHUNK = 16;  // bytes read or written at once
-
-// Get FRU Inventory Area Info: 20 28 10, device ID. The answer: size LSB, MSB, access.
-constexpr unsigned SIZE_BYTES = 2;
-
-// Read FRU Data: 20 28 11, device ID, offset LSB, MSB, count. The answer: count, bytes.
-using Read_request = std::span<uint8_t, FRU_READ_REQUEST>;
-constexpr unsigned READ_ID = 3;
-constexpr unsigned READ_OFFSET = 4;
-constexpr unsigned READ_COUNT = 6;
-constexpr unsigned READ_DATA = FRU_READ_HEADER;
-
-// Write FRU Data: 20 28 12, device ID, offset LSB, MSB, bytes.
-constexpr unsigned WRITE_HEADER = 6;
-
-// The size of the device, 0 when it does not say; true when it answers with `needed` bytes.
-bool ask_size(uint8_t id, unsigned needed, uint32_t* size) {
-  const uint8_t request[] = {BMC_ADDRESS, NETFN_STORAGE, GET_FRU_AREA_INFO, id};
-  Response response;
-  const bool answered = exchange(request, &response);
-  const auto answer = response_part(response, RESPONSE_DATA, 0);
-  *size = answer.size() < SIZE_BYTES ? 0U : static_cast<uint32_t>(answer[0] | answer[1] << 8);
-  return answered && answer.size() >= needed;
-}
-
-void set_range(Read_request request, size_t offset, size_t count) {
-  request[READ_OFFSET] = static_cast<uint8_t>(offset);
-  request[READ_OFFSET + 1] = static_cast<uint8_t>(offset >> 8);
-  request[READ_COUNT] = static_cast<uint8_t>(count);
-}
-
-void build_read(Read_request request, uint8_t id, size_t offset, size_t count) {
-  UpdateCommandToSendText(request.data(), ReadFRUCmd);
-  request[READ_ID] = id;
-  set_range(request, offset, count);
-}
-
-// The bytes that the device returns, at least `needed`; null when fewer arrive. The completion code
-// does not count: the checksum of the area shows whether its bytes are right.
-std::span<const uint8_t> read_chunk(Read_request request, size_t needed, Response* response) {
-  exchange({request}, response);
-  return response_part(*response, READ_DATA, static_cast<unsigned>(needed));
-}
-
 // The length of the area that the request points at; 0 when it has none.
 unsigned probe_units(Read_request request, Response* response) {
-  request[READ_COUNT] = CHUNK;
+  request[READ_COUNT] = FRU_CHUNK;
   const auto data = read_chunk(request, FRU_AREA_LENGTH + 1, response);
   return data.empty() ? 0U : data[FRU_AREA_LENGTH];
 }
 
-int read_area(fru_info* fru, const fru_layout& layout) {
-  const unsigned offset = fru->common_header[layout.header_byte];
-  if (offset == 0) return 1;
+// Says which area is at fault, and why. False.
+bool area_failed(const fru_info& fru, const char* area, unsigned offset, const char* reason) {
+  hint_failed("inventory device %u, %s at %u: %s", fru.dev_id, area, offset, reason);
+  return false;
+}
+
+bool checksum_failed(const fru_info& fru, const char* area, unsigned offset,
+                     std::span<const uint8_t> bytes) {
+  hint_failed("inventory device %u, %s at %u: its bytes sum up to %02X, not 00", fru.dev_id, area,
+              offset, 0xFF & -GetChecksum(bytes));
+  return false;
+}
+
+// The bytes that the device has after `offset`, at most a chunk.
+size_t left_in_chunk(const fru_info& fru, unsigned offset) {
+  return fru.inventory_size > offset ? std::min(fru.inventory_size - offset, FRU_CHUNK) : FRU_CHUNK;
+}
+
+// Fills the buffer as ReadFRUData does. A device may refuse to be read past its end: then what it
+// has is asked for.
+bool read_into(const fru_info& fru, unsigned offset, std::span<uint8_t, FRU_AREA_ROOM> buffer) {
   uint8_t request[FRU_READ_REQUEST];
+  build_read(request, fru.dev_id, offset, 0);
+  if (ReadFRUData(request, buffer) >= 0) return true;
+  uint8_t head[FRU_AREA_LENGTH + 1];
+  if (left_in_chunk(fru, offset) == FRU_CHUNK || !read_fru_bytes(fru.dev_id, offset, head))
+    return false;
+  build_read(request, fru.dev_id, offset, head[FRU_AREA_LENGTH]);
+  return head[FRU_AREA_LENGTH] != 0 && ReadFRUData(request, buffer) >= 0;
+}
+
+int read_area(fru_info* fru, const fru_layout& layout) {
+  const unsigned offset = fru->common_header[layout.header_byte] * FRU_UNIT;
+  if (offset == 0) return 1;
   uint8_t buffer[FRU_AREA_ROOM] = {};
-  build_read(request, fru->dev_id, offset * FRU_UNIT, 0);
-  if (ReadFRUData(request, buffer) < 0) return 0;
+  const char* const name = layout.name;
+  if (!read_into(*fru, offset, buffer)) return area_failed(*fru, name, offset, "it cannot be read");
 
   const auto room = std::span<const uint8_t>(buffer).subspan(FRU_READ_HEADER);
   const auto area = room.first(room[FRU_AREA_LENGTH] * FRU_UNIT);
   fru->*layout.length = room[FRU_AREA_LENGTH];
-  if (area.empty() || GetChecksum(area) != 0) return 0;
-  fru_fault unused;
-  return parse_area(layout, area, area.size() - 1, fru, &unused);
+  if (area.empty()) return area_failed(*fru, name, offset, "its length is 0");
+  if (GetChecksum(area) != 0) return checksum_failed(*fru, name, offset, area);
+  if (parse_device_area(layout, area, fru) != 1) {
+    return area_failed(*fru, name, offset, "its fields do not end within it");
+  }
+  if (warnings_wanted()) note_losses(layout, area, fru);
+  return 1;
 }
 
 // Fills `record`, whose length is known. When it is a whole number of chunks, a last read asks for
@@ -86,8 +77,8 @@ int read_area(fru_info* fru, const fru_layout& layout) {
 bool read_inventory_record(uint8_t id, size_t position, std::span<uint8_t> record) {
   uint8_t request[FRU_READ_REQUEST];
   Response response;
-  for (size_t stored = 0; stored <= record.size(); stored += CHUNK) {
-    const size_t part = std::min<size_t>(record.size() - stored, CHUNK);
+  for (size_t stored = 0; stored <= record.size(); stored += FRU_CHUNK) {
+    const size_t part = std::min<size_t>(record.size() - stored, FRU_CHUNK);
     build_read(request, id, position + stored, part);
     const auto data = read_chunk(request, part, &response);
     if (part == 0) break;
@@ -112,8 +103,12 @@ std::unique_ptr<fru_multirecord> take_record(uint8_t id, unsigned size, unsigned
   if (*position + FRU_RECORD_HEADER > size) return nullptr;
   uint8_t request[FRU_READ_REQUEST];
   Response response;
-  build_read(request, id, *position, CHUNK);
-  const auto probed = read_chunk(request, FRU_RECORD_LENGTH + 1, &response);
+  build_read(request, id, *position, FRU_CHUNK);
+  auto probed = read_chunk(request, FRU_RECORD_LENGTH + 1, &response);
+  if (probed.empty() && size - *position < FRU_CHUNK) {
+    build_read(request, id, *position, size - *position);
+    probed = read_chunk(request, FRU_RECORD_LENGTH + 1, &response);
+  }
   if (probed.empty()) return nullptr;
   const unsigned length = FRU_RECORD_HEADER + probed[FRU_RECORD_LENGTH];
   if (*position + length > size) return nullptr;
@@ -155,9 +150,7 @@ int get_fru_dev(fru_dev* dev) {
     init_fru_info(&dev->records[i]);
     dev->records[i].dev_id = ids[i];
     dev->records[i].inventory_size = sizes[i];
-    if (get_fru_info(&dev->records[i]) == 1) continue;
-    step_failed("the inventory of device %u cannot be read, or a checksum in it is wrong", ids[i]);
-    result = 0;
+    if (get_fru_info(&dev->records[i]) != 1) result = 0;
   }
   progress_end();
   return result;
@@ -177,9 +170,11 @@ int GetCommonHeader(fru_info* fru) {
   Response response;
   build_read(request, fru->dev_id, 0, FRU_HEADER_SIZE);
   const auto answer = ask(request, 1 + FRU_HEADER_SIZE, &response);
-  if (answer.empty() || answer[0] != FRU_HEADER_SIZE) return 0;
+  if (answer.empty() || answer[0] != FRU_HEADER_SIZE) {
+    return area_failed(*fru, "common header", 0, failure_text());
+  }
   const auto header = answer.subspan(1, FRU_HEADER_SIZE);
-  if (GetChecksum(header) != 0) return 0;
+  if (GetChecksum(header) != 0) return checksum_failed(*fru, "common header", 0, header);
   std::ranges::copy(header, fru->common_header);
   fru->common_header[FRU_HEADER_FORMAT] &= FRU_FORMAT_MASK;
   return 1;
@@ -216,7 +211,7 @@ int GetMultirecordInforArea(fru_info* fru) {
   for (bool last = false; !last;) {
     progress("FRU", position, size);
     *tail = take_record(fru->dev_id, size, &position, &last);
-    if (!*tail) return 0;
+    if (!*tail) return area_failed(*fru, "multi-record area", position, "no sound record");
     fru->multirecord_count++;
     tail = &(*tail)->next;
   }
@@ -235,8 +230,8 @@ int ReadFRUData(std::span<const uint8_t, FRU_READ_REQUEST> request,
   const unsigned start = static_cast<unsigned>(read[READ_OFFSET] | read[READ_OFFSET + 1] << 8);
   const auto area = output.subspan(FRU_READ_HEADER, units * FRU_UNIT);
   int reported = 0;
-  for (size_t stored = 0; stored < area.size(); stored += CHUNK) {
-    const size_t part = std::min<size_t>(area.size() - stored, CHUNK);
+  for (size_t stored = 0; stored < area.size(); stored += FRU_CHUNK) {
+    const size_t part = std::min<size_t>(area.size() - stored, FRU_CHUNK);
     set_range(read, start + stored, part);
     const auto data = read_chunk(read, part, &response);
     if (data.empty()) return -1;
@@ -274,26 +269,10 @@ int write_fru_info(fru_info* fru) {
 
 int WriteToFRU(std::span<const uint8_t> image, uint8_t id) {
   uint32_t size = 0;
-  if (!ask_size(id, SIZE_BYTES, &size)) {
-    step_failed("the size of inventory device %u: %s", id, failure_text());
-    return -1;
-  }
+  if (!ask_fru_size(id, &size)) return -1;
   if (image.size() > size) {
     step_failed("the inventory has %zu bytes, device %u only %u", image.size(), id, size);
     return -2;
   }
-  for (size_t offset = 0; offset < image.size(); offset += CHUNK) {
-    const auto part = image.subspan(offset, std::min<size_t>(image.size() - offset, CHUNK));
-    uint8_t request[WRITE_HEADER + CHUNK] = {BMC_ADDRESS, NETFN_STORAGE, WRITE_FRU_DATA, id};
-    request[4] = static_cast<uint8_t>(offset);
-    request[5] = static_cast<uint8_t>(offset >> 8);
-    std::ranges::copy(part, request + WRITE_HEADER);
-    Response response;
-    progress("FRU", static_cast<unsigned>(offset), static_cast<unsigned>(image.size()));
-    now_under_way(Unfinished::fru);
-    if (exchange({request, WRITE_HEADER + part.size()}, &response)) continue;
-    step_failed("writing inventory device %u at %zu: %s", id, offset, failure_text());
-    return -1;
-  }
-  return 1;
+  return write_fru_bytes(id, 0, image) ? 1 : -1;
 }

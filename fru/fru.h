@@ -105,6 +105,11 @@ struct fru_info {
   std::unique_ptr<fru_multirecord> multirecords;
   int32_t multirecord_count = 0;
 
+  // What a plain dump would not bring back (fru/losses.h).
+  uint32_t lost_texts = 0;
+  uint32_t lost_types = 0;
+  uint32_t lost_singles = 0;
+
   uint32_t inventory_size = 0;  // bytes, as the device reports; 0 = it does not report a size
 };
 

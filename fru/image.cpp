@@ -1,4 +1,4 @@
-// The bytes of a FRU device: parses areas into the model, and builds an image from it.
+// Builds the image of a FRU device from the model.
 #include <algorithm>
 #include <cstring>
 
@@ -8,56 +8,6 @@
 namespace {
 
 using Area = std::span<const uint8_t>;
-
-int fault_at(fru_fault* fault, size_t position, const char* reason) {
-  fault->position = static_cast<unsigned>(position);
-  fault->reason = reason;
-  return 0;
-}
-
-// Bytes that hold fields, and how far they have been read.
-struct Cursor {
-  Area bytes;
-  size_t position;
-};
-
-// The text after the type/length byte at the cursor, and its length.
-int take_field(Cursor* cursor, std::unique_ptr<char[]>* text, size_t* length, fru_fault* fault) {
-  const size_t at = cursor->position;
-  if (at >= cursor->bytes.size()) {
-    return fault_at(fault, at, "the section ends before its fields do");
-  }
-  *length = cursor->bytes[at] & FRU_TEXT_LENGTH;
-  const Area left = cursor->bytes.subspan(at + 1);
-  if (*length > left.size()) {
-    return fault_at(fault, at, FIELD_TOO_LONG);
-  }
-  *text = make_text(left.data(), *length);
-  if (!*text) return fault_at(fault, at, "out of memory");
-  cursor->position = at + 1 + *length;
-  return 1;
-}
-
-int take_custom_fields(const fru_layout& layout, Cursor* cursor, fru_info* fru, fru_fault* fault) {
-  std::unique_ptr<fru_field>* tail = &(fru->*layout.custom);
-  *tail = nullptr;
-  fru->*layout.custom_count = 0;
-  while (cursor->position < cursor->bytes.size()) {
-    const size_t at = cursor->position;
-    if (cursor->bytes[at] == FRU_END_MARK) return 1;
-    *tail = make_node<fru_field>();
-    if (!*tail) return fault_at(fault, at, "out of memory");
-    size_t length = 0;
-    if (take_field(cursor, &(*tail)->data, &length, fault) != 1) {
-      *tail = nullptr;
-      return 0;
-    }
-    (*tail)->len = static_cast<int32_t>(length);
-    (fru->*layout.custom_count)++;
-    tail = &(*tail)->next;
-  }
-  return fault_at(fault, cursor->position, "the section has no end mark C1");
-}
 
 // An image while it is built. What does not fit is not stored, and `sound` becomes false.
 struct Image {
@@ -202,75 +152,6 @@ uint8_t GetChecksum(std::span<const uint8_t> bytes) {
   unsigned sum = 0;
   for (const uint8_t byte : bytes) sum += byte;
   return static_cast<uint8_t>(0 - sum);
-}
-
-int parse_area(const fru_layout& layout, std::span<const uint8_t> area, size_t end, fru_info* fru,
-               fru_fault* fault) {
-  if (area.size() > FRU_AREA_LENGTH && area[FRU_AREA_LENGTH] == 0) return 1;
-  if (end < layout.fixed) return fault_at(fault, end, "the section ends before its fields do");
-  fru->*layout.format = area[FRU_AREA_FORMAT] & FRU_FORMAT_MASK;
-  fru->*layout.length = area[FRU_AREA_LENGTH];
-  fru->*layout.code = area[FRU_AREA_CODE];
-  if (layout.date != nullptr) {
-    std::ranges::copy(area.subspan(FRU_AREA_DATE, FRU_DATE_SIZE), fru->*layout.date);
-  }
-  Cursor cursor{area.first(end), layout.fixed};
-  for (const fru_text text : layout.texts) {
-    size_t length = 0;
-    if (take_field(&cursor, &(fru->*text), &length, fault) != 1) return 0;
-  }
-  if (take_custom_fields(layout, &cursor, fru, fault) != 1) return 0;
-  const unsigned last = area[FRU_AREA_LENGTH] * FRU_UNIT - 1;
-  fru->*layout.checksum = last < area.size() ? area[last] : uint8_t{0};
-  return 1;
-}
-
-int GetChassis(std::span<const uint8_t> area, size_t end, fru_info* fru, fru_fault* fault) {
-  return parse_area(FRU_AREAS[CHASSIS_AREA], area, end, fru, fault);
-}
-
-int GetBoard(std::span<const uint8_t> area, size_t end, fru_info* fru, fru_fault* fault) {
-  return parse_area(FRU_AREAS[BOARD_AREA], area, end, fru, fault);
-}
-
-int GetProduct(std::span<const uint8_t> area, size_t end, fru_info* fru, fru_fault* fault) {
-  return parse_area(FRU_AREAS[PRODUCT_AREA], area, end, fru, fault);
-}
-
-std::unique_ptr<fru_multirecord> make_multirecord(std::span<const uint8_t> record) {
-  std::unique_ptr<fru_multirecord> node = make_node<fru_multirecord>();
-  if (!node) return nullptr;
-  const Area data = record.subspan(FRU_RECORD_HEADER, record[FRU_RECORD_LENGTH]);
-  node->type_id = record[0];
-  node->format = record[FRU_RECORD_FORMAT] & FRU_FORMAT_MASK;
-  node->length = record[FRU_RECORD_LENGTH];
-  node->record_checksum = record[FRU_RECORD_CHECKSUM];
-  node->header_checksum = record[FRU_RECORD_HEADER_CHECKSUM];
-  node->data_size = node->length;
-  node->data = make_owned<uint8_t>(data.size());
-  if (!node->data) return nullptr;
-  std::ranges::copy(data, node->data.get());
-  return node;
-}
-
-int GetMultirecord(std::span<const uint8_t> area, fru_info* fru, fru_fault* fault) {
-  if (area.empty() || area[0] == 0) return 1;
-  std::unique_ptr<fru_multirecord>* tail = &fru->multirecords;
-  fru->multirecord_count = 0;
-  for (size_t position = 0; position < area.size();) {
-    const Area record = area.subspan(position);
-    if (record.size() < FRU_RECORD_HEADER ||
-        record.size() - FRU_RECORD_HEADER < record[FRU_RECORD_LENGTH]) {
-      return fault_at(fault, position, "a record is longer than what is left of the section");
-    }
-    *tail = make_multirecord(record);
-    if (!*tail) return fault_at(fault, position, "out of memory");
-    fru->multirecord_count++;
-    if ((record[FRU_RECORD_FORMAT] & FRU_LAST_RECORD) != 0) return 1;
-    tail = &(*tail)->next;
-    position += FRU_RECORD_HEADER + record[FRU_RECORD_LENGTH];
-  }
-  return fault_at(fault, area.size(), "no record has the end-of-list bit 80");
 }
 
 int process_internal(fru_info* fru) {

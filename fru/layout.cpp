@@ -21,13 +21,13 @@ constexpr fru_text PRODUCT_TEXTS[] = {
 }  // namespace
 
 constinit const fru_layout FRU_AREAS[FRU_AREA_COUNT] = {
-    {"_SEE_CHASSIS", FRU_HEADER_CHASSIS, 3, true, &fru_info::chassis_format, &fru_info::chassis_len,
-     &fru_info::chassis_type, nullptr, CHASSIS_TEXTS, &fru_info::chassis_custom,
-     &fru_info::chassis_custom_count, &fru_info::chassis_checksum},
-    {"_SEE_BOARD", FRU_HEADER_BOARD, 6, false, &fru_info::board_format, &fru_info::board_len,
-     &fru_info::board_language, &fru_info::board_mfg_date, BOARD_TEXTS, &fru_info::board_custom,
-     &fru_info::board_custom_count, &fru_info::board_checksum},
-    {"_SEE_PRODUCT", FRU_HEADER_PRODUCT, 3, false, &fru_info::product_format,
+    {"chassis area", "_SEE_CHASSIS", FRU_HEADER_CHASSIS, 3, true, &fru_info::chassis_format,
+     &fru_info::chassis_len, &fru_info::chassis_type, nullptr, CHASSIS_TEXTS,
+     &fru_info::chassis_custom, &fru_info::chassis_custom_count, &fru_info::chassis_checksum},
+    {"board area", "_SEE_BOARD", FRU_HEADER_BOARD, 6, false, &fru_info::board_format,
+     &fru_info::board_len, &fru_info::board_language, &fru_info::board_mfg_date, BOARD_TEXTS,
+     &fru_info::board_custom, &fru_info::board_custom_count, &fru_info::board_checksum},
+    {"product area", "_SEE_PRODUCT", FRU_HEADER_PRODUCT, 3, false, &fru_info::product_format,
      &fru_info::product_len, &fru_info::product_language, nullptr, PRODUCT_TEXTS,
      &fru_info::product_custom, &fru_info::product_custom_count, &fru_info::product_checksum},
 };

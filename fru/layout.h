@@ -28,6 +28,7 @@ using fru_text = std::unique_ptr<char[]> fru_info::*;
 
 // One area: where the model keeps its parts, and its place in the image and in the text file.
 struct fru_layout {
+  const char* name;       // "board area"
   const char* section;    // keyword in the text file
   unsigned header_byte;   // of its offset
   unsigned fixed;         // bytes before the first text

@@ -42,8 +42,9 @@ const Header_keyword HEADER_KEYWORDS[] = {
 struct Reader {
   Lines lines;
   char cleaned[FRU_LINE_SIZE];
-  Section section;
+  Section* section;
   fru_dev* dev;
+  fru_exact_dev* exact;  // null: the plain records are filled
   unsigned current;
   unsigned state;
   unsigned pieces;
@@ -69,8 +70,12 @@ int refuse_at(unsigned line, const char* reason) {
 // Hands the gathered bytes to the current record. 1, or 0 when they are refused.
 int end_section(Reader* reader) {
   fru_info* fru = &reader->dev->records[reader->current];
-  const int result = hand_over(reader->state, reader->section, fru, reader->signs);
-  reader->section.count = 0;
+  const Section& section = *reader->section;
+  const int result =
+      reader->exact != nullptr
+          ? hand_over_exact(reader->state, section, &reader->exact->records[reader->current])
+          : hand_over(reader->state, section, fru, reader->signs);
+  reader->section->count = 0;
   return result;
 }
 
@@ -137,19 +142,21 @@ int begin_block(Reader* reader) {
 
 int value_line(Reader* reader) {
   uint8_t content[CONTENT_SIZE];
-  Section* section = &reader->section;
+  Section* section = reader->section;
   uint16_t pieces[CONTENT_SIZE];
   const unsigned count = get_content(reader->cleaned, content);
-  if (reader->signs != nullptr) get_pieces(reader->cleaned, pieces);
+  const bool pieces_count = reader->signs != nullptr || reader->exact != nullptr;
+  if (pieces_count) get_pieces(reader->cleaned, pieces);
   note_content(reader, reader->cleaned);
-  const unsigned limit = reader->state == COMMON ? COMMON_LIMIT : SECTION_LIMIT;
+  const unsigned most = reader->exact != nullptr ? EXACT_SECTION_LIMIT : SECTION_LIMIT;
+  const unsigned limit = reader->state == COMMON ? COMMON_LIMIT : most;
   if (count > limit - section->count) {
     return refuse_at(reader->lines.number, "the section has too many bytes");
   }
   for (unsigned i = 0; i < count; i++) {
     section->bytes[section->count] = content[i];
     section->lines[section->count] = reader->lines.number;
-    section->pieces[section->count] = reader->signs != nullptr ? pieces[i] : uint16_t{0};
+    section->pieces[section->count] = pieces_count ? pieces[i] : uint16_t{0};
     section->count++;
   }
   return 1;
@@ -189,11 +196,20 @@ int read_blocks(Reader* reader) {
   return 1;
 }
 
-int read_file(FILE* file, fru_dev* dev, File_signs* signs) {
+bool make_exact_records(fru_exact_dev* exact, unsigned count) {
+  exact->records = make_owned<fru_exact>(count);
+  exact->count = exact->records ? count : 0;
+  return exact->records != nullptr;
+}
+
+int read_file(FILE* file, fru_dev* dev, fru_exact_dev* exact, File_signs* signs) {
+  static Section section;  // memory that no section reaches is never touched
   Reader reader;
+  reader.section = &section;
+  reader.exact = exact;
   reader.lines.file = file;
   reader.lines.room = FRU_LINE_SIZE;
-  reader.section.count = 0;
+  section.count = 0;
   reader.dev = dev;
   reader.current = 0;
   reader.pieces = 0;
@@ -206,6 +222,7 @@ int read_file(FILE* file, fru_dev* dev, File_signs* signs) {
   if (!dev->records) return 0;
   dev->count = static_cast<int32_t>(count);
   for (unsigned i = 0; i < count; i++) init_fru_info(&dev->records[i]);
+  if (exact != nullptr && !make_exact_records(exact, count)) return 0;
   const int result = read_blocks(&reader);
   if (!reader.opened) note_sign(reader.signs, Sign::no_opening, 0);
   return result;
@@ -218,9 +235,7 @@ const char* unreadable(FILE* file) {
   return "it has no _DEV_ID line";
 }
 
-}  // namespace
-
-int FileToFru(const char* path, fru_dev* dev) {
+int load_file(const char* path, fru_dev* dev, fru_exact_dev* exact) {
   init_fru_dev(dev);
   forget_refusal();
   FILE* file = std::fopen(path, "re");
@@ -228,10 +243,26 @@ int FileToFru(const char* path, fru_dev* dev) {
     keep_refusal("%s", std::strerror(errno));
     return 0;
   }
-  const int result = read_file(file, dev, nullptr);
+  const int result = read_file(file, dev, exact, nullptr);
   if (result != 1 && refusal()[0] == '\0') keep_refusal("%s", unreadable(file));
   std::fclose(file);
   if (result != 1) destroy_fru_dev(dev);
+  return result;
+}
+
+}  // namespace
+
+int FileToFru(const char* path, fru_dev* dev) {
+  return load_file(path, dev, nullptr);
+}
+
+int ExactFileToFru(const char* path, fru_exact_dev* exact) {
+  fru_dev dev;
+  const int result = load_file(path, &dev, exact);
+  for (unsigned i = 0; result == 1 && i < exact->count; i++) {
+    exact->records[i].id = dev.records[i].dev_id;
+  }
+  destroy_fru_dev(&dev);
   return result;
 }
 
@@ -243,7 +274,7 @@ void look_at_fru_file(const char* path) {
   init_fru_dev(&unused);
   File_signs signs = {};
   blameFlag = 0;
-  read_file(file, &unused, &signs);
+  read_file(file, &unused, nullptr, &signs);
   blameFlag = 1;
   std::fclose(file);
   destroy_fru_dev(&unused);

@@ -40,6 +40,14 @@ int end_common(const Section& section, fru_info* fru) {
   return 1;
 }
 
+int end_exact_common(const Section& section, fru_exact* fru) {
+  if (section.count < FRU_HEADER_SIZE) {
+    return refuse_byte(section, section.count, "the common section has fewer than 8 bytes");
+  }
+  std::ranges::copy(gathered(section).first(FRU_HEADER_SIZE), fru->header);
+  return 1;
+}
+
 int end_internal(const Section& section, fru_info* fru) {
   if (section.count < 2) return 1;
   const auto data = gathered(section).subspan(1);
@@ -64,25 +72,27 @@ void keep_long_field(const Section& section, unsigned position) {
                shown);
 }
 
-// A field that ends between two bytes of one quoted piece has another length than its text.
-void note_split_fields(const fru_layout& layout, const Section& section, File_signs* signs) {
-  if (signs == nullptr) return;
-  size_t texts = layout.texts.size();  // those before the custom fields; C1 is the length of one
-  size_t at = layout.fixed;
-  while (at < section.count && (texts > 0 || section.bytes[at] != FRU_END_MARK)) {
-    if (texts > 0) texts--;
-    at += 1 + size_t{section.bytes[at]} % (FRU_TEXT_LENGTH + 1);
-    if (at >= section.count) return;
-    const bool same_piece = section.pieces[at] != 0 &&
-                            section.pieces[at] == section.pieces[at - 1] &&
-                            section.lines[at] == section.lines[at - 1];
-    if (same_piece) note_sign(signs, Sign::split_field, section.lines[at]);
+// The type/length byte of the first field whose length does not fit its text: the next one then
+// stands in a quoted piece. The count of bytes: there is none.
+size_t find_split_field(const fru_layout& layout, const Section& section) {
+  size_t texts = 0;
+  const size_t end = find_end_mark(layout, gathered(section), section.count, &texts);
+  for (size_t at = layout.fixed; at < end;) {
+    const size_t next = at + 1 + size_t{section.bytes[at]} % (FRU_TEXT_LENGTH + 1);
+    if (next < section.count && section.pieces[next] != 0) return at;
+    at = next;
   }
+  return section.count;
+}
+
+void note_split_field(const fru_layout& layout, const Section& section, File_signs* signs) {
+  const size_t at = signs != nullptr ? find_split_field(layout, section) : section.count;
+  if (at < section.count) note_sign(signs, Sign::split_field, section.lines[at]);
 }
 
 int end_area(const fru_layout& layout, const Section& section, fru_info* fru, File_signs* signs) {
   if (section.count < 2) return 1;
-  note_split_fields(layout, section, signs);
+  note_split_field(layout, section, signs);
   fru_fault fault;
   if (parse_area(layout, gathered(section), section.count, fru, &fault) == 1) return 1;
   refuse_byte(section, fault.position, fault.reason);
@@ -104,4 +114,18 @@ int hand_over(unsigned state, const Section& section, fru_info* fru, File_signs*
   if (state == INTERNAL) return end_internal(section, fru);
   if (state == MULTIREC) return end_multirecord(section, fru);
   return end_area(FRU_AREAS[state - CHASSIS], section, fru, signs);
+}
+
+int hand_over_exact(unsigned state, const Section& section, fru_exact* fru) {
+  if (section.count == 0) return 1;
+  if (state == COMMON) return end_exact_common(section, fru);
+  const unsigned part = state - INTERNAL;
+  const fru_layout* layout = layout_of(part);
+  const size_t split = layout != nullptr ? find_split_field(*layout, section) : section.count;
+  if (split < section.count) {
+    return refuse_byte(section, static_cast<unsigned>(split),
+                       "a field's length does not fit its text");
+  }
+  const char* reason = build_part(part, gathered(section), &fru->parts[part]);
+  return reason == nullptr ? 1 : refuse_byte(section, 0, reason);
 }

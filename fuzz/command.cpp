@@ -44,7 +44,6 @@ void set(const std::string& line, fuzz::Command* command) {
   if (name == "FULL") command->full = true;
   if (name == "LOOKS") sim::parse_number(value, 10, UINT16_MAX, command->looks);
   if (name == "SIGNAL") sim::parse_number(value, 10, UINT16_MAX, command->signal);
-  command->signal = signal_of(command->signal);
   // These two would write a file, and the help ends the process.
   if (name == "QARN_SIM_LOG" || name == "QARN_SIM_STATE" || value == "help") return;
   sim::set_variable(name, value);
@@ -52,17 +51,18 @@ void set(const std::string& line, fuzz::Command* command) {
 }
 
 // What would end a run without a check, or take too long.
-void limit_machine(const fuzz::Command& command) {
+void limit(fuzz::Command* command) {
   sim::Bmc& bmc = sim::machine().bmc;
   bmc.card.flash_size = std::min(bmc.card.flash_size, MOST_FLASH);
   // The broken pipe is not to be read from.
-  const bool named = std::any_of(command.words.begin(), command.words.end(), [](auto& word) {
+  const bool named = std::any_of(command->words.begin(), command->words.end(), [](auto& word) {
     return word.ends_with("/dev/stdout") || word.ends_with("/fd/1");
   });
   using enum sim::FaultKind;
   std::erase_if(bmc.faults, [&](const sim::Fault& fault) {
     return fault.kind == power_cut || (fault.kind == close_output && named);
   });
+  command->signal = signal_of(command->signal);
   for (sim::Fault& fault : bmc.faults) {
     if (fault.kind == raise_signal) fault.value = signal_of(fault.value);
   }
@@ -95,7 +95,7 @@ fuzz::Command take_apart(const std::string& text) {
     end = text.find(mark, start);
     take_section(text.substr(start, end - start), &command);
   }
-  limit_machine(command);
+  limit(&command);
   return command;
 }
 

@@ -33,7 +33,9 @@ void run(const Command& command);
 // - words that are refused send no request;
 // - a dump is whole or as it was, and no other file is changed, or left;
 // - the card has left its downloader, or was asked to, or the way to it is lost and that is said;
-// - the KCS interface is idle, or the BMC holds it, or the next run finds its way.
+// - the KCS interface is idle, or no answer came, and the next run finds its way, unless the BMC
+//   holds it;
+// - a signal that came ends the run (the process looks at that).
 void check(const Command& command);
 
 // What the file "dump" holds before a run, and one that has these two names.

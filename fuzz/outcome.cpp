@@ -47,24 +47,25 @@ void check_card(const fuzz::Command& run) {
   fuzz::require(unwritten || (asked != std::string::npos && asked > sent.rfind("\n20 02 ")));
 }
 
-// The interface is idle, or the BMC holds it, or the next run finds its way.
+// Unless the BMC holds the interface, it is idle, or no answer came, and the next run finds its
+// way.
 void check_interface(const fuzz::Command& run) {
   sim::Machine& machine = sim::machine();
   const auto used = std::find_if(machine.ports.begin(), machine.ports.end(), [](const auto& kcs) {
     return kcs.command_port == KCS_para.cmd_port && kcs.data_port == KCS_para.data_port;
   });
   if (used == machine.ports.end() || !machine.port_stream.empty()) return;
-  if (used->phase == sim::KcsPhase::idle || used->phase == sim::KcsPhase::busy) return;
-  fuzz::require(run.gave == NO_ANSWER);
+  if (used->phase == sim::KcsPhase::busy) return;
+  fuzz::require(used->phase == sim::KcsPhase::idle || run.gave == NO_ANSWER);
   machine.bmc.faults.clear();
   machine.bmc.answer_stream.clear();
   machine.bmc.back_at_us = 0;
-  fuzz::require(Init_Interface("KCS", used->command_port, used->data_port, 0) == 0);
-  const uint8_t request[] = {BMC_ADDRESS, 0x18, 0x01};
+  const uint8_t request[] = {BMC_ADDRESS, NETFN_APP, GET_DEVICE_ID};
   uint8_t response[RESPONSE_ROOM];
   unsigned length = 0;
+  fuzz::require(Init_Interface("KCS", used->command_port, used->data_port, 0) == 0);
   fuzz::require(Send_Req(request, sizeof request) == 0 && Get_Resp(response, &length) == 0);
-  fuzz::require(length > RESPONSE_DATA && response[RESPONSE_COMPLETION] == 0);
+  fuzz::require(length > RESPONSE_DATA && response[RESPONSE_COMPLETION] == COMPLETED);
 }
 
 bool is_whole_log(const std::string& dump) {

@@ -126,6 +126,8 @@ constexpr Setting SETTINGS[] = {
      [](std::string& value) { return set_number(value, 10, 0xFFFF, fru().claimed_size); }},
     {"QARN_SIM_FRU_READ_LIMIT", "number", "0", "bytes in one answer; 0: as many as asked for",
      [](std::string& value) { return set_number(value, 10, 0xFF, fru().answer_limit); }},
+    {"QARN_SIM_FRU_PAST_END", "yes|no", "yes", "no: a read past the end is refused, not cut",
+     [](std::string& value) { return set_choice(value, "yes", "no", fru().reads_past_end); }},
     {"QARN_SIM_FRU_PROTECTED", "offset", "none",
      "writes that reach this offset (decimal) are refused with 0x80",
      [](std::string& value) { return set_number(value, 10, 0xFFFF, fru().protected_from); }},

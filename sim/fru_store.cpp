@@ -28,14 +28,15 @@ Reply area_info(Bmc& bmc, const Bytes& data) {
   return {COMPLETED, {static_cast<uint8_t>(size), static_cast<uint8_t>(size >> 8), 0}};
 }
 
-// Returns no bytes after the end of the contents; an offset at or after it is refused.
+// Returns no bytes after the end of the contents, or refuses to; an offset after it is refused.
 Reply read_answer(Bmc& bmc, const Bytes& data) {
   if (data.size() != 4) return {INVALID_LENGTH, {}};
   const FruDevice* device = find_device(bmc, data[0]);
   if (device == nullptr) return {NOT_PRESENT, {}};
   if (device->refusal != 0) return {device->refusal, {}};
   const size_t offset = offset_of(data);
-  if (offset >= device->contents.size()) return {PARAMETER_OUT_OF_RANGE, {}};
+  const size_t last = device->reads_past_end ? offset + 1 : offset + data[3];
+  if (last > device->contents.size()) return {PARAMETER_OUT_OF_RANGE, {}};
   size_t count = std::min<size_t>(data[3], device->contents.size() - offset);
   if (device->answer_limit > 0) count = std::min<size_t>(count, device->answer_limit);
   Reply reply{COMPLETED, {static_cast<uint8_t>(count)}};

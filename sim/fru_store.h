@@ -5,11 +5,12 @@
 namespace sim {
 
 struct FruDevice {
-  Bytes contents;             // what reads and writes reach
-  int claimed_size = -1;      // what Get FRU Inventory Area Info reports; -1: the real size
-  unsigned answer_limit = 0;  // a read returns at most so many bytes; 0: as many as asked
-  int protected_from = -1;    // writes that reach this offset are refused with 0x80; -1: none
-  uint8_t refusal = 0;        // completion code of every read and write, e.g. 0x81: busy
+  Bytes contents;              // what reads and writes reach
+  int claimed_size = -1;       // what Get FRU Inventory Area Info reports; -1: the real size
+  unsigned answer_limit = 0;   // a read returns at most so many bytes; 0: as many as asked
+  int protected_from = -1;     // writes that reach this offset are refused with 0x80; -1: none
+  bool reads_past_end = true;  // cut at the end; false: refused
+  uint8_t refusal = 0;         // completion code of every read and write, e.g. 0x81: busy
 };
 
 // The image of a small server: chassis, board, product and one multi-record, 112 bytes.

@@ -13,7 +13,7 @@ from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
 CACHE = Path(os.environ.get("QARN_CACHE", HERE.parent / ".cache"))
-PEERS = ["/usr/bin/ipmitool", "/usr/sbin/ipmi-raw"]
+PEERS = ["/usr/bin/ipmitool", "/usr/sbin/ipmi-raw", "/usr/sbin/ipmi-fru"]
 TOOLS = ["qemu-system-x86_64", "busybox", "cpio", "ipmi_sim", "srec_cat", *PEERS]
 FETCH = r"""set -e
 package=$(apt-cache depends linux-image-amd64 | sed -n 's/.*Depends: \(linux-image-\)/\1/p')

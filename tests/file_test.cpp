@@ -1,7 +1,6 @@
 // The files of a run: what becomes of an older dump, where a dump may go, files without an end, and
 // standard streams that are closed or full.
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -65,8 +64,7 @@ TEST_F(Files, an_older_dump_survives_whatever_stops_the_new_one) {
       {"--wfru", "refuse cmd=11 skip=1 value=c0"}};
   for (const auto& [option, fault] : cases) {
     put("dump");
-    machine().bmc.faults = sim::faults(fault);
-    const int status = run(std::string(option) + " dump").status;
+    const int status = run(std::string(option) + " dump", {.faults = fault}).status;
     EXPECT_EQ(content_of("dump"), "old") << fault;
     EXPECT_EQ(files(), status == 137 ? 2 : 1) << "a power cut leaves the unfinished file, too";
     EXPECT_EQ(status == 255, std::string(fault).starts_with("write_error")) << fault;

@@ -1,6 +1,5 @@
 // What the firmware tests share: images as text, the card, and what its three actions come to.
 #pragma once
-#include <gtest/gtest.h>
 
 #include <cstdio>
 #include <map>
@@ -80,14 +79,13 @@ inline std::string between(const std::string& head, const std::string& text,
   return whole ? text.substr(head.size(), text.size() - head.size() - tail.size()) : "";
 }
 
-// What an action says, then what it asks, between its way into the downloader and its way out,
-// while these faults act. Of an update that fails the last line is "FAIL".
+// What an action says, then what it asks, between its way into the downloader and its way out. Of
+// an update that fails the last line is "FAIL".
 inline std::string outcome(const std::string& option, const std::string& path,
-                           const std::string& faults = "", const Start& start = {}) {
+                           const Start& start = {}) {
   const std::map<std::string, std::string> titles = {{"-u", "Update Firmware with"},
                                                      {"--save", "Read firmware and Save to"},
                                                      {"--verify", "Verify firmware with the"}};
-  sim::machine().bmc.faults = sim::faults(faults);
   const RunResult result = run(option + " " + path, start);
   std::string said = between(titles.at(option) + " File " + path + "\nEnter Downloader......OK\n",
                              result.said, "reset and wait\nExit Downloader......OK\n");

@@ -53,11 +53,11 @@ TEST(Update, sends_a_block_again_up_to_eight_times) {
       const std::string wait_us = std::to_string(2000 + 10000 * failures);
       asked += pause + "chunk chunk chunk chunk sleep " + wait_us + " end ";
       serve_card({});
-      EXPECT_EQ(outcome("-u", RAW, faults + std::to_string(failures)), ".OK\n" + asked + BLOCK);
+      EXPECT_EQ(outcome("-u", RAW, {faults + std::to_string(failures)}), ".OK\n" + asked + BLOCK);
       EXPECT_EQ(flash_content(), UPDATED);
     }
     serve_card({});
-    EXPECT_EQ(outcome("-u", RAW, faults + "8"), ".FAIL\n" + asked);
+    EXPECT_EQ(outcome("-u", RAW, {faults + "8"}), ".FAIL\n" + asked);
     EXPECT_NE(flash_content(), UPDATED);
   }
 }
@@ -111,22 +111,23 @@ TEST(Actions, name_what_stopped_them) {
                                            "\ncannot use the image: it is not a regular file\n");
   EXPECT_EQ(outcome("--save", "/dev/full"),
             "cannot write the whole flash to /dev/full\ninformation " + repeated(256, "read "));
-  EXPECT_EQ(outcome("--save", file, "shorten netfn=8 cmd=3 value=11"),
+  EXPECT_EQ(outcome("--save", file, {"shorten netfn=8 cmd=3 value=11"}),
             "cannot read the flash at FFFFFFF0\ninformation read ");
-  EXPECT_EQ(outcome("--save", file, "refuse netfn=8 cmd=1 value=9"), unknown + "information ");
+  EXPECT_EQ(outcome("--save", file, {"refuse netfn=8 cmd=1 value=9"}), unknown + "information ");
   EXPECT_EQ(content_of(file), "(no file)");
-  EXPECT_EQ(outcome("-u", RAW, "shorten netfn=8 cmd=1 value=10"), unknown + "FAIL\ninformation ");
+  EXPECT_EQ(outcome("-u", RAW, {"shorten netfn=8 cmd=1 value=10"}), unknown + "FAIL\ninformation ");
 }
 
 TEST(Update, ends_with_the_address_of_the_chunk_or_block_that_is_not_taken) {
   serve_card({.base = 0x12345670, .start = 0x12345678});
   // Completion code 1 is good on the last chunk of a block.
-  EXPECT_EQ(outcome("-u", RAW, "answer netfn=8 cmd=4 skip=3 bytes=01"), ".OK\n" + FIRST + BLOCK);
-  EXPECT_EQ(outcome("-u", RAW, "answer netfn=8 cmd=4 skip=2 bytes=01"),
+  EXPECT_EQ(outcome("-u", RAW, {"answer netfn=8 cmd=4 skip=3 bytes=01"}), ".OK\n" + FIRST + BLOCK);
+  EXPECT_EQ(outcome("-u", RAW, {"answer netfn=8 cmd=4 skip=2 bytes=01"}),
             ".write data error at 1234567A\nFAIL\ninformation chunk chunk chunk ");
-  EXPECT_EQ(outcome("-u", RAW, "shorten netfn=8 cmd=4 skip=4 value=0"),
+  EXPECT_EQ(outcome("-u", RAW, {"shorten netfn=8 cmd=4 skip=4 value=0"}),
             ".Cannot write data at 1234567C\nFAIL\n" + FIRST + "chunk ");
-  EXPECT_EQ(outcome("-u", RAW, "answer netfn=8 cmd=5 bytes=0002"), ".Write Error\nFAIL\n" + FIRST);
+  EXPECT_EQ(outcome("-u", RAW, {"answer netfn=8 cmd=5 bytes=0002"}),
+            ".Write Error\nFAIL\n" + FIRST);
 }
 
 // Block by block the flash holds new bytes, then at most one block that is half new, then old ones.
@@ -146,8 +147,8 @@ TEST(Update, is_whole_or_over_at_once_and_repaired_by_the_next) {
     for (const auto& [fault, programmed, status] :
          {std::tuple("refuse value=c0", when_refused, 0), {"power_cut", when_power_is_cut, 137}}) {
       serve_card({});
-      sim::machine().bmc.faults = sim::faults(fault + (" netfn=8 skip=" + std::to_string(before)));
-      const RunResult result = run("-u " + RAW);
+      const std::string faults = fault + (" netfn=8 skip=" + std::to_string(before));
+      const RunResult result = run("-u " + RAW, {.faults = faults});
       EXPECT_EQ(result.status, status) << request;
       EXPECT_EQ(in_words(result.traffic).ends_with(RESET), status == 0) << request;
       EXPECT_EQ(result.out.find(" Cannot enter downloader\n") != std::string::npos,
@@ -170,8 +171,7 @@ TEST(Exit, resets_and_waits_until_the_card_runs_normally) {
       {never, polls, "shorten netfn=6 cmd=1 skip=1 times=0 value=3"}};
   for (const auto& [said, asked, faults] : cases) {
     serve_card({});
-    sim::machine().bmc.faults = sim::faults(faults);
-    const RunResult result = run("--save .");
+    const RunResult result = run("--save .", {.faults = faults});
     EXPECT_TRUE(result.out.ends_with(std::string("reset and wait\nExit Downloader......") + said));
     EXPECT_EQ(in_words(result.sent), "enter sleep 2000000 information " + asked) << faults;
   }

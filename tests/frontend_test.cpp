@@ -1,7 +1,5 @@
 // Whole commands: what is refused, which way leads to the BMC, identity, users, raw requests, what
 // a terminal and a log show.
-#include <gtest/gtest.h>
-
 #include <csignal>
 #include <cstdlib>
 #include <set>
@@ -21,8 +19,8 @@ const std::string LONG(5000, '0');
 const std::string ZEROS = " 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00";
 
 // A run as one text: what it says, its exit status, what it sends.
-std::string qarn(const std::string& line, const std::string& input = "") {
-  const RunResult result = run(line, {.input = input});
+std::string qarn(const std::string& line, const Start& start = {}) {
+  const RunResult result = run(line, start);
   return result.out + "status " + std::to_string(result.status) + "\n" + result.traffic;
 }
 
@@ -91,9 +89,8 @@ TEST(Frontend, the_identity_line_is_read_from_the_device_id) {
 
 TEST(Frontend, passwords_are_set_in_ascending_order_before_users_are_listed) {
   machine().bmc.app.users[1].name = "sixteen letters!";
-  machine().bmc.faults =
-      sim::faults("shorten cmd=46 skip=2 value=4; refuse cmd=46 skip=4 value=cc");
-  EXPECT_EQ(qarn("--sp4=0123456789abcdef --users --sp0 -1x --sp3=old --sp3=n"),
+  const Start start = {.faults = "shorten cmd=46 skip=2 value=4; refuse cmd=46 skip=4 value=cc"};
+  EXPECT_EQ(qarn("--sp4=0123456789abcdef --users --sp0 -1x --sp3=old --sp3=n", start),
             START +
                 "Display Users Name\nUser ID 1\t:\t\tNULL\nUser ID 2\t:\t\tsixteen letters!\n"
                 "User ID 3\t:\t\tAdm\nUser ID 4\t:\t\tCallback\nstatus 0\n18 01\n18 47 01 02 00" +
@@ -131,11 +128,11 @@ TEST(Frontend, the_kernel_device_is_closed_at_the_end) {
 }
 
 TEST(Frontend, without_a_way_to_the_bmc_the_status_is_255) {
-  machine().bmc.faults = sim::faults("write_error times=0 value=0");
-  EXPECT_TRUE(qarn("--users").starts_with(BANNER + "cmd error\nstatus 255\n"));
+  const std::string dead = qarn("--users", {.faults = "write_error times=0 value=0"});
+  EXPECT_TRUE(dead.starts_with(BANNER + "cmd error\nstatus 255\n")) << dead;
   sim::reset(sim::Kind::plain);  // a time-out looks for the card, and there is none
-  machine().bmc.faults = sim::faults("no_dummy");
-  EXPECT_EQ(qarn("--users").find("KCS Waiting for OBF set: Timeout!\nstatus 255\n"), BANNER.size());
+  EXPECT_TRUE(qarn("--users", {.faults = "no_dummy"})
+                  .starts_with(BANNER + "KCS Waiting for OBF set: Timeout!\nstatus 255\n"));
   sim::reset(sim::Kind::none);
   EXPECT_EQ(qarn("-d"), BANNER + "KCS_INIT error\nstatus 255\n");
   const char no_device[] = "Could not open device at /dev/ipmi0 or /dev/ipmi/0 or /dev/ipmidev/0\n";
@@ -165,12 +162,12 @@ TEST(Frontend, the_later_fru_option_wins_and_a_save_leaves_the_lan_alone) {
 TEST(Frontend, passwords_that_were_not_given_are_asked_for_before_the_bmc_is_touched) {
   const std::string three = "--sp3=abc --sp2 --sp1 --prompt";
   const std::string rest = " 00 00 00 00 00 00 00 00 00 00 00 00 00\n";
-  EXPECT_EQ(qarn(three, "0123456789abcdef\nxyz"),
+  EXPECT_EQ(qarn(three, {.input = "0123456789abcdef\nxyz"}),
             START +
                 "status 0\n18 01\n18 47 02 02 30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66\n" +
                 "18 47 03 02 78 79 7A" + rest + "18 47 04 02 61 62 63" + rest);
-  EXPECT_EQ(qarn(three, "one\n"), BANNER + "--sp2: no password was given\nstatus 1\n");
-  EXPECT_EQ(qarn(three, "one\n0123456789abcdefg\n"),
+  EXPECT_EQ(qarn(three, {.input = "one\n"}), BANNER + "--sp2: no password was given\nstatus 1\n");
+  EXPECT_EQ(qarn(three, {.input = "one\n0123456789abcdefg\n"}),
             BANNER + "the password mustn't more than 16 bytes\nstatus 1\n");
 }
 
@@ -186,7 +183,6 @@ TEST(Frontend, a_password_does_not_stay_in_the_argument_even_if_it_is_not_attach
 }
 
 const Start ERRORS_ON_TERMINAL = {.terminals = "2"};
-const Start ALL_ON_TERMINAL = {.terminals = "012"};
 
 TEST(Terminal, shows_the_progress_line_and_erases_it_before_a_message_of_the_transport) {
   const std::string dump = "--seldump " + path_of("log");
@@ -194,8 +190,8 @@ TEST(Terminal, shows_the_progress_line_and_erases_it_before_a_message_of_the_tra
             "\033[KSEL 1/3\r\033[KSEL 2/3\r\033[KSEL 3/3\r\033[K");
   EXPECT_EQ(run(dump).err, "") << "this is no terminal";
   EXPECT_EQ(run("--debug " + dump, ERRORS_ON_TERMINAL).terminal, "") << "requests are traced there";
-  machine().bmc.faults = sim::faults("write_error netfn=0a cmd=43 skip=1 times=0 value=1");
-  EXPECT_EQ(run(dump, ERRORS_ON_TERMINAL).terminal,
+  const char dies[] = "write_error netfn=0a cmd=43 skip=1 times=0 value=1";
+  EXPECT_EQ(run(dump, {.faults = dies, .terminals = "2"}).terminal,
             "\033[KSEL 1/3\r\033[Kqarn: the BMC does not take the request at its ports\n");
 }
 
@@ -203,8 +199,8 @@ TEST(Terminal, is_told_what_an_interface_that_fails_in_an_update_leaves_undone) 
   const std::string image = path_of("image");
   run("--save " + image);
   for (const char* terminals : {"", "2"}) {
-    machine().bmc.faults = sim::faults("write_error netfn=8 cmd=4 skip=9 times=0 value=1");
-    const RunResult result = run("-u " + image, {.terminals = terminals});
+    const char dies[] = "write_error netfn=8 cmd=4 skip=9 times=0 value=1";
+    const RunResult result = run("-u " + image, {.faults = dies, .terminals = terminals});
     EXPECT_EQ(result.status, 255);
     EXPECT_EQ(result.err, "");
     EXPECT_NE(result.terminal.find("the firmware is only half updated") == std::string::npos,
@@ -213,10 +209,10 @@ TEST(Terminal, is_told_what_an_interface_that_fails_in_an_update_leaves_undone) 
 }
 
 TEST(Terminal, is_shown_no_control_character_of_a_user_name) {
-  machine().bmc.faults = sim::faults("answer cmd=46 bytes=001b5b326a41009b");
-  EXPECT_NE(run("--users", ALL_ON_TERMINAL).terminal.find("User ID 1\t:\t\t?[2jA\n"),
-            std::string::npos);
-  EXPECT_NE(run("--users").out.find("User ID 1\t:\t\t\x1B[2jA\n"), std::string::npos);
+  const char name[] = "answer cmd=46 bytes=001b5b326a41009b";
+  const std::string shown = run("--users", {.faults = name, .terminals = "1"}).terminal;
+  EXPECT_NE(shown.find("User ID 1\t:\t\t?[2jA\n"), std::string::npos);
+  EXPECT_NE(run("--users", {name}).out.find("User ID 1\t:\t\t\x1B[2jA\n"), std::string::npos);
 }
 
 TEST(Terminal, does_not_show_a_password_which_is_asked_for_twice) {
@@ -231,8 +227,7 @@ TEST(Terminal, does_not_show_a_password_which_is_asked_for_twice) {
 }
 
 TEST(Log, shows_how_far_a_run_came_that_was_killed) {
-  machine().bmc.faults = sim::faults("signal netfn=0a cmd=40 value=9");
-  const RunResult result = run("--seldump log");
+  const RunResult result = run("--seldump log", {.faults = "signal netfn=0a cmd=40 value=9"});
   EXPECT_EQ(result.status, 128 + SIGKILL);
   EXPECT_EQ(result.said, "Dumping SEL to file log\n");
 }

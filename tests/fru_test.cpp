@@ -1,8 +1,6 @@
 // FRU: requests on the wire, the text form, images there and back; broken devices and files.
 #include "fru/fru.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <filesystem>
 
@@ -40,8 +38,9 @@ sim::FruDevice& serve(const Bytes& image, size_t size = 0) {
 }
 
 // The status of a run, what it says after its headings, and what it sends.
-std::pair<std::string, std::string> outcome(const std::string& option, const std::string& path) {
-  const RunResult result = run("--open " + option + " " + path);
+std::pair<std::string, std::string> outcome(const std::string& option, const std::string& path,
+                                            const Start& start = {}) {
+  const RunResult result = run("--open " + option + " " + path, start);
   const std::string said = result.out.substr(result.out.find("\nreading ") + 1);
   return {std::to_string(result.status) + " " + said, result.sent};
 }
@@ -53,10 +52,10 @@ std::string updated(const std::string& text) {
 }
 
 // Device 0 as text, or "(no file)" when it cannot be read whole.
-std::string read_device() {
+std::string read_device(const std::string& faults = "") {
   const std::string path = path_of("read.fru");
   std::filesystem::remove(path);
-  run("--open --wfru " + path);
+  run("--open --wfru " + path, {faults});
   return content_of(path);
 }
 
@@ -76,8 +75,7 @@ TEST(Fru, is_read_area_by_area_dumped_as_text_and_written_back_by_sixteen_bytes)
                  area({0x19, 0x80, 0x1A, 0x9B}, {"Maker", "Board", "B0001", "P-100", ""}),
                  multirecord(1, 0x72, {}), multirecord(0xC0, 0xF2, Bytes(10, 0x5A))}));
   // Device 0 is read even if it does not answer the probe.
-  sim::machine().bmc.faults = sim::faults("refuse cmd=10 value=c1");
-  const auto [said, sent] = outcome("--wfru", path_of("dump.fru"));
+  const auto [said, sent] = outcome("--wfru", path_of("dump.fru"), {"refuse cmd=10 value=c1"});
   EXPECT_EQ(said + content_of(path_of("dump.fru")), DUMPED + DUMP);
   EXPECT_EQ(sent,
             "28 10 00\n28 11 00 00 00 08\n28 11 00 08 00 10\n28 11 00 08 00 10\n"
@@ -174,6 +172,7 @@ TEST(FruFaults, a_broken_device_leaves_no_dump) {
       {"header counted as 7 bytes", good, "answer cmd=11 bytes=000701000103080d00e6"},
       {"refused where zeros are", zeros, "refuse cmd=11 skip=3 value=81"},
       {"8 bytes of 16", good, "shorten cmd=11 skip=2 value=a"},
+      {"length that changes", good, "answer cmd=11 skip=1 bytes=00100104"},
       {"area of length 0", image_of({Bytes(40)}), ""},
       {"area after the end", header_of({.chassis = 0xFF}), ""},
       {"no end mark", board_ending({0, 0, 0, 0, 0}), ""},
@@ -183,8 +182,7 @@ TEST(FruFaults, a_broken_device_leaves_no_dump) {
   };
   for (const auto& [name, image, faults] : cases) {
     serve(image);
-    sim::machine().bmc.faults = sim::faults(faults);
-    EXPECT_EQ(read_device(), "(no file)") << name;
+    EXPECT_EQ(read_device(faults), "(no file)") << name;
   }
   serve(zeros);
   EXPECT_NE(read_device(), "(no file)");
@@ -239,6 +237,8 @@ TEST(FruFaults, a_refused_file_names_the_line_and_writes_nothing) {
       {common + eight + "_FRU_TITLE 'y'\n_SEE_BOARD\n",
        "line 6: more device blocks than _DEV_ID lines\n"},
       {common + eight + "_DEV_ID 01\n", "line 6: fewer device blocks than _DEV_ID lines\n"},
+      {repeated(256, "_DEV_ID 01\n"), "line 256: fewer device blocks than _DEV_ID lines\n"},
+      {repeated(257, "_DEV_ID 01\n"), "line 257: more than 256 devices\n"},
       {product + repeated(52, "'" + std::string(40, 'x') + "'\n"), "line 57" + many},
       {common + repeated(33, eight), "line 37" + many},
   };

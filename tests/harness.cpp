@@ -2,7 +2,6 @@
 #include "tests/harness.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <pty.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -87,6 +86,7 @@ std::string shown_on(const Terminal& terminal, std::vector<std::string> typed) {
   sim::save_state(path_of("run.state"), sim::machine().bmc);
   sim::keep_state(path_of("run.state"));
   sim::keep_transcript(path_of("run.traffic"));
+  if (!start.faults.empty()) sim::machine().bmc.faults = sim::faults(start.faults);
   if (start.prepare) start.prepare();
   std::istringstream text("qarn " + line);
   std::vector<std::string> words{std::istream_iterator<std::string>(text), {}};

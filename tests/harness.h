@@ -1,6 +1,8 @@
 // What all tests share: a simulated machine, whole commands in a child process, files, console
 // text. Each test begins with a fresh machine that has the card, and waits a moment for its ports.
 #pragma once
+#include <gtest/gtest.h>
+
 #include <functional>
 #include <string>
 #include <vector>
@@ -10,6 +12,7 @@
 // How a run starts, where it differs from one with empty standard input, output and errors to
 // files.
 struct Start {
+  std::string faults = {};              // what goes wrong, in the words of sim/faults.h
   std::string input = {};               // standard input
   std::string terminals = {};           // streams that are a terminal; "2" is standard error
   std::vector<std::string> typed = {};  // a line each time that the terminal shows ": "

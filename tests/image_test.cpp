@@ -105,7 +105,8 @@ std::function<void()> harm;
 TEST(Update, stops_when_the_image_is_not_the_one_that_was_checked_any_more) {
   namespace fs = std::filesystem;
   const std::string other = "it is not the file that was checked";
-  const Start harmed = {.prepare = [] { std::signal(SIGURG, [](int) { harm(); }); }};
+  const Start harmed = {.faults = "signal cmd=5 value=17",
+                        .prepare = [] { std::signal(SIGURG, [](int) { harm(); }); }};
   for (const std::string name : {"fw.bin", "fw.mot"}) {
     const std::string image = name == "fw.bin" ? noise(12288) : srecords(0, noise(12288));
     const std::string path = path_of(name);
@@ -129,9 +130,9 @@ TEST(Update, stops_when_the_image_is_not_the_one_that_was_checked_any_more) {
       fs::last_write_time(path, fs::file_time_type::clock::now() - std::chrono::hours(1));
       serve_card({.base = 0, .size = 12288, .start = 0, .block = 64, .chunk = 64});
       harm = one;
-      EXPECT_EQ(outcome("-u", path, "signal cmd=5 value=17", harmed),
-                "..cannot use the image: " + reason + " any more\nFAIL\ninformation " +
-                    repeated(64, "chunk sleep 2000 end "));
+      EXPECT_EQ(outcome("-u", path, harmed), "..cannot use the image: " + reason +
+                                                 " any more\nFAIL\ninformation " +
+                                                 repeated(64, "chunk sleep 2000 end "));
       EXPECT_EQ(flash_content(), noise(4096) + std::string(8192, '.')) << what;
     }
   }

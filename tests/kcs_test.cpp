@@ -1,8 +1,6 @@
 // The KCS port driver against the BMC's side of the interface.
 #include "transport/kcs_intf.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 
 #include "platform/platform.h"

@@ -1,6 +1,4 @@
 // The BMC's LAN configuration, and the host interface that carries its MAC address.
-#include <gtest/gtest.h>
-
 #include "tests/harness.h"
 
 namespace {
@@ -19,8 +17,7 @@ const std::string SHOWN =
 
 // A run as one text, while these faults act: what it says and sends, its exit status.
 std::string qarn(const std::string& line, const std::string& faults = "") {
-  machine().bmc.faults = sim::faults(faults);
-  const RunResult result = run(line);
+  const RunResult result = run(line, {faults});
   return result.said + result.sent + "status " + std::to_string(result.status);
 }
 

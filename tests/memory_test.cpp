@@ -1,5 +1,4 @@
 // Memory that runs out, at each allocation of each action that makes any: a message, no crash.
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 
 #include <filesystem>

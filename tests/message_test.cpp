@@ -1,6 +1,4 @@
 // One request and its response: retries, bridging, and the kernel's device.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>

@@ -1,7 +1,6 @@
 // Sensor data records: what goes over the wire, and what the files hold.
 #include "sdr/sdr.h"
 
-#include <gtest/gtest.h>
 #include <filesystem>
 
 #include "tests/harness.h"
@@ -42,8 +41,7 @@ struct Sdr : testing::Test {
   }
   // What a run with this option for the file at `path` says and sends, while these faults act.
   std::string act(const std::string& action, const char* faults = "") const {
-    sim::machine().bmc.faults = sim::faults(faults);
-    const RunResult result = run(action + " " + path);
+    const RunResult result = run(action + " " + path, {faults});
     return result.said + result.sent;
   }
   // Writes records with these bodies: how many the BMC holds then, and what is said.
@@ -194,6 +192,7 @@ TEST_F(Sdr, of_every_type_survive_the_way_through_text_and_the_bmc) {
                                               {0x11, 11}, {0x12, 11}, {0x14, 219}, {0xC0, 0}};
   for (const auto& [type, size] : types) {
     hold({{}, body(10), body(size, size), body(size + 1, size), body(size + 31, size)}, type);
+    if (size > 0) sdr->records[4][size + 4] = 0xDF;  // claims 31 characters, and has one
     const sim::SdrRecords before = sdr->records;
     for (const bool partial : {true, false}) {
       sdr->partial_add = partial;
@@ -210,7 +209,7 @@ TEST_F(Sdr, file_that_is_wrong_is_refused_with_its_place_and_costs_no_repository
   const std::string fifth = ": the record's fifth byte is not the number of bytes after it\n";
   std::string many = "_SDR (\n";
   for (unsigned i = 0; i < 65536; i++) many += "_SDR_TYPE\n_REC_LEN 05\n01 00 51 C0 00\n";
-  refuses("a", start + " 06\n01 00 51\n\nC0 02 AA\n)\n", "line 6" + fifth);
+  refuses("a", start + " 06\n01 00 51 C0\n\n02 AA\n)\n", "line 6" + fifth);
   refuses("a", start + " 06\n01 00\n_SDR_TYPE 01\n", "line 4" + fifth);
   refuses("a", start + " 06", "line 3" + fifth);
   refuses("a", start + "// 06\n", "line 3: record length under 05\n");

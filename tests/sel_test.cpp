@@ -1,6 +1,4 @@
 // The event log: read whole from the BMC, written as text.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 
 #include "base/progress.h"
@@ -16,9 +14,8 @@ const std::string ENTRY = "28 43 00 00 00 00 00 FF\n";
 
 // What a dump says and sends while these faults act, and the file that it leaves.
 std::string dumped(const std::string& faults = "") {
-  machine().bmc.faults = sim::faults(faults);
   const std::string path = path_of("log.sel");
-  const RunResult result = run("--open --seldump " + path);
+  const RunResult result = run("--open --seldump " + path, {faults});
   EXPECT_EQ(result.status, 0);
   return result.said.substr(result.said.find('\n') + 1) + result.sent + content_of(path);
 }

@@ -1,6 +1,4 @@
 // The simulated server as environment variables describe it.
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 
 #include "tests/harness.h"

@@ -67,8 +67,16 @@ TEST(Sign, of_a_mistake_on_the_command_line_is_told) {
       {"--users left over", "no option takes the word left\nno option takes the word over"},
       {"--sp1 secret", "the word after --sp1 is not its password: attach it with ="},
       {"--sp1=a secret", "no option takes the word that is left over"},
-      {"--sdrdump a --sdr f", "a is not used: a later option has its place", "_SDR (\n)\n"},
-      {"--save a --verify b", "a is not used: a later option has its place"},
+      {"--sdrdump a --sdr f",
+       "a is not used: a later option has its place\n"
+       "--sdr is left out: an action before it ends the run",
+       "_SDR (\n)\n"},
+      {"-u f --seldump a --open -d",
+       "--seldump is left out: an action before it ends the run\n"
+       "-d is left out: an action before it ends the run"},
+      {"--save a --verify b",
+       "a is not used: a later option has its place\n"
+       "--verify is left out: an action before it ends the run"},
       {"--fru f --wfru b", "f is not used: a later option has its place"},
       {"--wfru f --fru f", "f is not used: a later option has its place"},
       {"-i 10.0.0.1 -i 10.0.0.2", "10.0.0.1 is not used: a later option has its place"},
@@ -254,7 +262,8 @@ TEST(Step, that_fails_at_the_bmc_is_told_with_the_completion_code) {
       {"refuse netfn=0a cmd=40 value=d4", "--seldump d", "the event log's size" + denied},
       {"refuse netfn=0a cmd=43 value=d4", "--seldump d", "the event log's record 0000" + denied},
       {"refuse netfn=0a cmd=11 value=d4", "--wfru d",
-       "the inventory of device 0 cannot be read, or a checksum in it is wrong", false, 1}};
+       "inventory device 0, common header at 0: completion code D4 (insufficient privilege)", true,
+       1}};
   for (const Failure& failure : failures) check_failure(failure);
 }
 

@@ -1,6 +1,4 @@
 // Lines of definition files, and scripts of raw requests.
-#include <gtest/gtest.h>
-
 #include "tests/harness.h"
 #include "textfile/lines.h"
 #include "textfile/tokenizer.h"

@@ -102,7 +102,7 @@ void wait_point() {
 }
 
 void hint_unfinished() {
-  if (texts().left != nullptr) hint("%s", texts().left);
+  if (texts().left != nullptr) remark("%s", texts().left);
 }
 
 Signals_let_in::Signals_let_in() {

@@ -1,0 +1,305 @@
+// Inventories that are dumped and written back with --exact: no byte of a device changes.
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <random>
+
+#include "base/notice.h"
+#include "fru/exact.h"
+#include "platform/platform.h"
+#include "tests/fru_images.h"
+#include "tests/harness.h"
+#include "transport/transaction.h"
+
+namespace {
+
+using sim::Bytes;
+using sim::machine;
+
+// Where a generated device has its areas, for a comparison without the gaps between them.
+struct Generated {
+  Bytes bytes;
+  std::vector<std::pair<size_t, size_t>> areas;  // offset, length
+};
+
+struct Generator {
+  std::mt19937 random;
+
+  size_t upto(size_t most) {
+    return random() % (most + 1);
+  }
+
+  Bytes any_bytes(size_t count) {
+    Bytes bytes(count);
+    for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(random());
+    return bytes;
+  }
+
+  // Every type code; text of every sort, often with what a text file cannot hold as it is.
+  Bytes field() {
+    static const std::string ALPHABET = "ab #/'\"\\ .\n\r\t//''##";
+    const size_t length = upto(3) == 0 ? upto(63) : upto(12);
+    Bytes text = any_bytes(length);
+    if (upto(3) != 0) {
+      for (uint8_t& byte : text) byte = static_cast<uint8_t>(ALPHABET[upto(ALPHABET.size() - 1)]);
+    }
+    return chained({{static_cast<uint8_t>(upto(3) << 6 | length)}, text});
+  }
+
+  // An area that ends early has fewer fields than the fixed ones.
+  Bytes area_with(size_t fixed, size_t texts) {
+    Bytes bytes = any_bytes(fixed);
+    const size_t fields = upto(5) == 0 ? upto(texts) : texts + upto(4);
+    for (size_t i = 0; i < fields; i++) bytes = chained({bytes, field()});
+    bytes.push_back(0xC1);
+    Bytes padding = upto(3) == 0 ? any_bytes(upto(20)) : Bytes(upto(9), 0);
+    bytes = chained({bytes, padding});
+    while (bytes.size() % 8 != 7) bytes.push_back(0);
+    bytes[1] = static_cast<uint8_t>((bytes.size() + 1) / 8);
+    return chained({bytes, {zero_sum(bytes)}});
+  }
+
+  Bytes records() {
+    Bytes bytes;
+    const size_t count = 1 + upto(5);
+    for (size_t i = 1; i <= count; i++) {
+      const uint8_t last = i == count ? 0x80 : 0;
+      const auto format = static_cast<uint8_t>(upto(0x7F) | last);
+      const auto type = static_cast<uint8_t>(upto(4) == 0 ? 0 : random());
+      const size_t length = upto(2) == 0 ? upto(255) : upto(20);
+      bytes = chained({bytes, multirecord(type, format, any_bytes(length))});
+    }
+    return bytes;
+  }
+
+  // The areas in any order, with gaps; as many of them as the device's size has room for.
+  Generated device() {
+    const size_t sizes[] = {8 + upto(300), 64 + upto(1000), 2048 + upto(2000), 0xFFFF};
+    const size_t size = sizes[upto(40) == 0 ? 3 : upto(2)];
+    const Bytes areas[] = {any_bytes(2 + upto(40)), area_with(3, 2), area_with(6, 5),
+                           area_with(3, 7), records()};
+    Generated made = {any_bytes(size), {{0, 8}}};
+    uint8_t header[7] = {static_cast<uint8_t>(random()),
+                         0,
+                         0,
+                         0,
+                         0,
+                         0,
+                         static_cast<uint8_t>(upto(3) == 0 ? random() : 0)};
+    unsigned order[] = {0, 1, 2, 3, 4};
+    std::shuffle(std::begin(order), std::end(order), random);
+    size_t at = 8;
+    for (const unsigned area : order) {
+      at = (at + 7) / 8 * 8 + 8 * (upto(2) == 0 ? upto(3) : 0);
+      const Bytes& bytes = areas[area];
+      if (upto(3) == 0 || at / 8 > 255 || at + bytes.size() > size) continue;
+      header[area + 1] = static_cast<uint8_t>(at / 8);
+      std::copy(bytes.begin(), bytes.end(), made.bytes.begin() + static_cast<ptrdiff_t>(at));
+      made.areas.emplace_back(at, bytes.size());
+      at += bytes.size();
+    }
+    const Bytes head = {std::begin(header), std::end(header)};
+    std::copy(head.begin(), head.end(), made.bytes.begin());
+    made.bytes[7] = zero_sum(head);
+    return made;
+  }
+};
+
+sim::FruDevice& serve(const Bytes& bytes) {
+  sim::FruDevice& device = machine().bmc.fru.devices[0] = sim::fru_device(bytes, bytes.size());
+  device.reads_past_end = false;
+  return device;
+}
+
+// Dumps the device and writes the text back to a device of that content; the device afterwards.
+Bytes written_back(const std::string& path, const Bytes& device, const Bytes& onto) {
+  serve(device);
+  fru_exact_dev read;
+  EXPECT_EQ(read_fru_exact(&read), 1);
+  EXPECT_EQ(FruToExactFile(path.c_str(), &read), 1);
+  fru_exact_dev given;
+  EXPECT_EQ(ExactFileToFru(path.c_str(), &given), 1);
+  serve(onto);
+  EXPECT_EQ(write_fru_exact(&given), 1);
+  return machine().bmc.fru.devices[0].contents;
+}
+
+bool same_area(const Bytes& one, const Bytes& other, std::pair<size_t, size_t> area) {
+  return std::equal(one.begin() + static_cast<ptrdiff_t>(area.first),
+                    one.begin() + static_cast<ptrdiff_t>(area.first + area.second),
+                    other.begin() + static_cast<ptrdiff_t>(area.first));
+}
+
+TEST(ExactFru, dump_that_is_written_back_changes_no_byte_of_any_device) {
+  sim::reset(sim::Kind::plain);
+  openIpmiFlag = 1;
+  driverHandle = platform::device_open("/dev/ipmi0");
+  strictFlag = 1;
+  const unsigned count = std::getenv("QARN_TEST_ALL") != nullptr ? 10000 : 300;
+  // A file without a path is written as it is, and not brought to the disk.
+  const std::string path = "/proc/self/fd/" + std::to_string(memfd_create("text", MFD_CLOEXEC));
+  for (unsigned seed = 0; seed < count && !testing::Test::HasFailure(); seed++) {
+    SCOPED_TRACE(seed);
+    const Generated made = Generator{std::mt19937(seed)}.device();
+    EXPECT_TRUE(written_back(path, made.bytes, made.bytes) == made.bytes);
+    const Bytes erased(made.bytes.size(), 0xFF);
+    const Bytes again = written_back(path, made.bytes, erased);
+    for (const auto& area : made.areas) EXPECT_TRUE(same_area(again, made.bytes, area));
+  }
+  strictFlag = 0;
+  openIpmiFlag = 0;
+}
+
+// A chassis at 8, a board at 24 with one unit of room after it, a product area at the end.
+const std::string SERIAL = "PN#4";
+Bytes three_areas(const std::string& serial = SERIAL) {
+  const Bytes chassis = area({0x17}, {"CP", serial});
+  const Bytes board = area({0, 1, 2, 3}, {"Maker", "Fan '1'", "S", "", ""}, {.units = 4});
+  const Bytes product = area({0}, {"Maker", "a//b", "", "", "", "", ""});
+  const Header header = {.chassis = 1, .board = 3, .product = 8};
+  return chained({header_of(header), chassis, board, Bytes(8, 0xEE), product});
+}
+
+// What an update with the text that is dumped exactly, after one change, does to the device.
+struct Edited {
+  RunResult result;
+  Bytes device;
+};
+Edited edited(const std::string& from, const std::string& to, const Bytes& device,
+              const std::string& options = "--strict --exact") {
+  sim::reset(sim::Kind::plain);
+  serve(device);
+  const std::string path = path_of("edited.fru");
+  run("--exact --wfru " + path);
+  std::string text = content_of(path);
+  const size_t at = text.find(from);
+  EXPECT_NE(at, std::string::npos) << text;
+  if (at != std::string::npos) text.replace(at, from.size(), to);
+  file_with("edited.fru", text);
+  Edited edited;
+  edited.result = run(options + " --fru " + path);
+  edited.device = machine().bmc.fru.devices[0].contents;
+  return edited;
+}
+
+TEST(ExactFru, edit_of_a_serial_number_changes_the_serial_number) {
+  const Edited same = edited("'PN'23'4'", "'PN'23'5'", three_areas());
+  EXPECT_EQ(same.result.err + std::to_string(same.result.status), "0");
+  EXPECT_TRUE(same.device == three_areas("PN#5"));
+  const Edited shorter = edited("C4\n   'PN'23'4'", "C2\n   'PN'", three_areas());
+  EXPECT_TRUE(shorter.device == three_areas("PN"));
+}
+
+TEST(ExactFru, area_that_outgrows_its_place_moves_those_after_it_and_says_so) {
+  const std::string longer = "PN#4 and twenty more bytes";
+  Bytes device = three_areas();
+  device.resize(200, 0xEE);
+  const Edited moved = edited("C4\n   'PN'23'4'", "DA\n   'PN'23'4 and twenty more bytes'", device);
+  EXPECT_EQ(moved.result.err,
+            "qarn: inventory device 0: the board area moves from 24 to 48\n"
+            "qarn: inventory device 0: the product area moves from 64 to 80\n");
+  EXPECT_EQ(moved.result.status, 0);
+  const Bytes chassis = area({0x17}, {"CP", longer});
+  const Bytes header = header_of({.chassis = 1, .board = 6, .product = 10});
+  EXPECT_TRUE(std::equal(header.begin(), header.end(), moved.device.begin()));
+  EXPECT_TRUE(std::equal(chassis.begin(), chassis.end(), moved.device.begin() + 8));
+  EXPECT_TRUE(std::equal(device.begin() + 24, device.begin() + 56, moved.device.begin() + 48));
+  EXPECT_TRUE(std::equal(device.begin() + 64, device.begin() + 96, moved.device.begin() + 80));
+  device = three_areas();
+  const Edited full = edited("C4\n   'PN'23'4'", "DA\n   'PN'23'4 and twenty more bytes'", device);
+  EXPECT_TRUE(full.result.err.ends_with("the product area ends at 104, the device at 88\n"))
+      << full.result.err;
+  EXPECT_TRUE(full.device == device) << "nothing is written";
+}
+
+TEST(ExactFru, field_whose_length_does_not_fit_its_text_is_refused_with_the_line) {
+  for (const auto& [from, to, line] :
+       {std::tuple{"'PN'23'4'", "'PN'23'4567'", 22}, {"'Maker'", "'Make'", 37}}) {
+    const Edited refused = edited(from, to, three_areas(), "--exact");
+    EXPECT_EQ(refused.result.status, 1);
+    EXPECT_TRUE(refused.device == three_areas());
+    EXPECT_NE(refused.result.out.find("line " + std::to_string(line) + ": "), std::string::npos)
+        << refused.result.out;
+  }
+}
+
+TEST(ExactFru, text_is_read_in_the_plain_form_too) {
+  sim::reset(sim::Kind::plain);
+  serve(three_areas());
+  const std::string path = path_of("exact.fru");
+  run("--exact --wfru " + path);
+  run("--fru " + path);
+  run("--exact --wfru " + path);
+  EXPECT_NE(content_of(path).find("'PN'23'4'"), std::string::npos);
+  EXPECT_NE(content_of(path).find("'a'2F2F'b'"), std::string::npos);
+}
+
+TEST(PlainFru, dump_that_would_not_restore_names_what_is_lost) {
+  sim::reset(sim::Kind::plain);
+  const Bytes records = multirecord(0, 0x82, {1, 2});
+  Bytes device = three_areas();
+  device =
+      chained({header_of({.internal = 11, .chassis = 1, .board = 3, .product = 8, .records = 13}),
+               {device.begin() + 8, device.end()},
+               Bytes(16, 1),
+               records});
+  const Bytes typed = area({0x17}, {"A", "bc", "d"}, {.type = 2});
+  std::copy(typed.begin(), typed.end(), device.begin() + 8);
+  serve(device);
+  const std::string lost =
+      "qarn: FRU 0: board product name, product name: the text does not read back; use --exact\n"
+      "qarn: FRU 0: chassis part number, chassis custom field: the type of the field is not kept; "
+      "use --exact\n"
+      "qarn: FRU 0: chassis custom field: a field of one byte ends the fields; use --exact\n"
+      "qarn: FRU 0: internal use area: it is not dumped; use --exact\n"
+      "qarn: FRU 0: multi-record area: its first record is of type 00; use --exact\n";
+  const std::string path = path_of("plain.fru");
+  const RunResult script = run("--wfru " + path);
+  EXPECT_EQ(script.err + std::to_string(script.status), "0");
+  const std::string dump = content_of(path);
+  const RunResult strict = run("--strict --wfru " + path);
+  EXPECT_EQ(strict.err + std::to_string(strict.status), lost + "2");
+  EXPECT_EQ(content_of(path), dump) << "the file is written";
+  const std::string shown = run("--wfru " + path, {.terminals = "2"}).terminal;
+  EXPECT_TRUE(shown.ends_with(lost)) << shown;
+  EXPECT_EQ(run("--strict --exact --wfru " + path).err, "");
+}
+
+TEST(PlainFru, fields_that_end_early_and_areas_at_the_very_end_can_be_read) {
+  sim::reset(sim::Kind::plain);
+  const Bytes board = area({0, 1, 2, 3}, {"Maker", "Board", "S1", "P1"});  // no file ID
+  const Bytes small = area({0x17}, {"A", ""});
+  const Bytes records = multirecord(2, 0x82, {1, 2});
+  const std::string path = path_of("odd.fru");
+  for (const Bytes& device : {image_of({{}, board}), image_of({small}), records_of({records})}) {
+    serve(device);
+    const RunResult result = run("--strict --wfru " + path);
+    EXPECT_EQ(result.err + std::to_string(result.status), "0");
+  }
+  serve(image_of({{}, board}));
+  run("--wfru " + path);
+  EXPECT_NE(content_of(path).find("'P1'\n   C0\n   C1\n"), std::string::npos) << content_of(path);
+}
+
+TEST(PlainFru, checksum_error_names_the_area_and_the_sum) {
+  for (const auto& [offset, says] :
+       {std::pair{7U, "common header at 0: its bytes sum up to 01, not 00"},
+        {30U, "board area at 24: its bytes sum up to 01, not 00"},
+        {65U, "product area at 64: it cannot be read"}}) {
+    sim::reset(sim::Kind::plain);
+    Bytes device = three_areas();
+    device[offset] = static_cast<uint8_t>(device[offset] + 1);
+    serve(device);
+    for (const char* option : {"--strict --wfru ", "--strict --exact --wfru "}) {
+      const RunResult result = run(option + path_of("wrong.fru"));
+      EXPECT_EQ(result.out.substr(result.out.find("check")), "checksum error\n");
+      EXPECT_EQ(result.err.substr(0, 26 + std::strlen(says)),
+                "qarn: inventory device 0, " + std::string(says));
+      EXPECT_EQ(result.status, 1);
+    }
+  }
+}
+
+}  // namespace
