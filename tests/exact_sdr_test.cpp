@@ -74,6 +74,7 @@ TEST(Exact_dump, is_written_back_whatever_its_name_and_length) {
       hold(0xC0, Bytes(size, 0xAB));
       const sim::SdrRecords before = sdr().records;
       run("--exact --sdrdump " + path_of(name));
+      sdr().records.clear();
       const RunResult written = run("--exact --strict --nrst --sdr " + path_of(name));
       EXPECT_EQ(sdr().records, before) << name << size << written.err << written.said;
     }

@@ -275,7 +275,7 @@ TEST_F(Sdr, text_has_a_byte_a_line_and_its_comments_from_util_dat_in_one_column)
 
 TEST_F(Sdr, comments_of_a_section_that_is_full_are_passed_over_when_it_occurs_again) {
   const std::string again =
-      "<SDR_COMMENT_TYPE1>\n<SDR_COMMENT_TYPE2>\nwrong\n</SDR_COMMENT_TYPE1>\n";
+      "<SDR_COMMENT_TYPE1>\nmore\n<SDR_COMMENT_TYPE2>\nwrong\n</SDR_COMMENT_TYPE1>\n";
   file_with("util.dat", "<SDR_COMMENT_TYPE1>\n" + repeated(43, "x\n") +
                             "<SDR_COMMENT_TYPE2>\none\n" + "</SDR_COMMENT_TYPE2>\n" + again +
                             "<SDR_COMMENT_TYPE2>\ntwo\n");
