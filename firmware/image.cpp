@@ -72,7 +72,7 @@ bool fill_records(ImageBuffer* buffer) {
 }
 
 // Loads the next portion, which is of use only while the file is the one that was checked. Returns
-// whether it holds data.
+// whether it has a place.
 bool fill_portion(ImageBuffer* buffer) {
   buffer->base = 0;
   buffer->pos = 0;
@@ -180,7 +180,7 @@ bool image_fits(const Flash_info& info) {
       if (!portion_fits(portion, info, address)) return false;
       address = portion.base;
     }
-    has_data = true;
+    has_data = has_data || format == FORMAT_RAW || srecord_has_data();
     address += PORTION_SIZE;
   }
   rewind_image();

@@ -9,6 +9,7 @@
 // |            | looked at                                                     |
 #include "firmware/srecord.h"
 
+#include <algorithm>
 #include <array>
 #include <span>
 #include <string_view>
@@ -32,7 +33,7 @@ constexpr char NOT_A_DIGIT[] = "a character is not a hexadecimal digit";
 constexpr char COUNT_TOO_SMALL[] = "the byte count is below 5";
 constexpr char LINE_TOO_SHORT[] = "the line is shorter than its byte count";
 constexpr char LINE_TOO_LONG[] = "the line is longer than its byte count";
-constexpr char OUT_OF_ORDER[] = "the data is out of ascending order";
+constexpr char BELOW_PORTION[] = "the record lies below the portion that is being filled";
 constexpr char OUT_OF_SPACE[] = "the data runs past the last address";
 constexpr char INTERRUPTED[] = "a signal ended the check";
 constexpr char FILE_NOT_READABLE[] = "the file cannot be read";
@@ -49,7 +50,8 @@ struct Reading {
   int readFlag;               // 1 while buf holds a line that is not wholly placed
   char buf[RECORD_ROOM + 1];  // NUL-terminated
   unsigned split;             // data bytes of buf that went into the portion before
-  bool placed;                // the portion holds data
+  bool placed;                // the portion has its base
+  bool has_data;              // the portion holds data
   const char* fault;          // of a record that could not be placed
 };
 Reading reading;
@@ -127,12 +129,36 @@ unsigned data_bytes(const Data_record& record) {
   return static_cast<unsigned>(record.digits.size() / 2);
 }
 
-// Null when the record may follow data that ended before `*next`, which moves on.
-const char* check_order(const Data_record& record, uint64_t* next) {
-  if (record.digits.empty()) return nullptr;
-  if (record.address < *next) return OUT_OF_ORDER;
-  *next = uint64_t{record.address} + data_bytes(record);
-  return *next > ADDRESS_SPACE ? OUT_OF_SPACE : nullptr;
+// Where a record may lie: in the portion that is being filled, or after it.
+struct Extent {
+  uint64_t base;  // of the portion, or the end of the one before
+  bool open;      // a record has set the base
+};
+
+// Null when the record can be placed. One that reaches the portion's end closes it, and its rest
+// opens the next one.
+const char* check_place(const Data_record& record, Extent* portion) {
+  const uint64_t end = uint64_t{record.address} + data_bytes(record);
+  if (record.address < portion->base) return BELOW_PORTION;
+  if (end > ADDRESS_SPACE) return OUT_OF_SPACE;
+  const bool inside = portion->open && record.address - portion->base < PORTION_SIZE;
+  if (!inside) portion->base = record.address;
+  portion->open = true;
+  if (end - portion->base < PORTION_SIZE) return nullptr;
+  portion->base += PORTION_SIZE;
+  portion->open = end > portion->base;
+  return nullptr;
+}
+
+// Null when the line holds no data, or a record that can be placed; `*end` is moved after its data.
+const char* check_line(std::string_view line, Extent* portion, uint64_t* end) {
+  Data_record record;
+  if (!is_data_record(line)) return nullptr;
+  const char* reason = parse_record(line, &record);
+  if (reason == nullptr) reason = check_place(record, portion);
+  if (reason != nullptr || record.digits.empty()) return reason;
+  *end = std::max(*end, uint64_t{record.address} + data_bytes(record));
+  return nullptr;
 }
 
 }  // namespace
@@ -145,14 +171,12 @@ unsigned convert(char c1, char c2) {
 
 const char* srecord_fault(FILE* file, unsigned* line_number, uint64_t* end) {
   char line[RECORD_ROOM + 1];
+  Extent portion = {};
   *end = 0;
   *line_number = 1;
   for (; read_line(file, line); ++*line_number) {
-    Data_record record;
     if (*line_number % LINES_UNSEEN == 0 && interrupted()) return INTERRUPTED;
-    if (!is_data_record(line)) continue;
-    const char* reason = parse_record(line, &record);
-    if (reason == nullptr) reason = check_order(record, end);
+    const char* reason = check_line(line, &portion, end);
     if (reason != nullptr) return reason;
   }
   return std::ferror(file) != 0 ? FILE_NOT_READABLE : nullptr;
@@ -180,7 +204,8 @@ void srecord_end() {
   reading = {};
 }
 
-// A record that runs past the portion's end stays in the line: its rest opens the next portion.
+// A record that begins after the portion, or runs past its end, stays in the line: it, or its rest,
+// opens the next portion.
 void interpret_data(ImageBuffer* buffer, const char* line) {
   Data_record record;
   reading.readFlag = 0;
@@ -188,18 +213,21 @@ void interpret_data(ImageBuffer* buffer, const char* line) {
   reading.split = 0;
   if (!is_data_record(line)) return;
   reading.fault = parse_record(line, &record);
-  if (reading.fault != nullptr || used >= data_bytes(record)) return;
+  if (reading.fault != nullptr) return;
   const uint32_t address = record.address + used;
   if (!reading.placed) buffer->base = address;
-  buffer->pos = address;
+  if (address < buffer->base) reading.fault = BELOW_PORTION;
+  if (reading.fault != nullptr) return;
   reading.placed = true;
+  buffer->pos = address;
   unsigned i = used;
   for (; i < data_bytes(record) && buffer->pos - buffer->base < PORTION_SIZE; i++) {
     const unsigned byte = convert(record.digits[2 * i], record.digits[2 * i + 1]);
     buffer->bytes[buffer->pos - buffer->base] = static_cast<uint8_t>(byte);
     buffer->pos++;
   }
-  if (i == data_bytes(record)) return;
+  reading.has_data = reading.has_data || i > used;
+  if (i == data_bytes(record) && address - buffer->base < PORTION_SIZE) return;
   reading.readFlag = 1;
   reading.split = i;
 }
@@ -207,6 +235,7 @@ void interpret_data(ImageBuffer* buffer, const char* line) {
 bool srecord_fill(ImageBuffer* buffer) {
   FILE* const file = reading.file;
   reading.placed = false;
+  reading.has_data = false;
   while (reading.fault == nullptr && (reading.readFlag != 0 || std::feof(file) == 0)) {
     if (reading.readFlag == 0 && !read_line(file, reading.buf)) break;
     interpret_data(buffer, reading.buf);
@@ -220,4 +249,8 @@ bool srecord_fill(ImageBuffer* buffer) {
 
 bool srecord_placed() {
   return reading.placed;
+}
+
+bool srecord_has_data() {
+  return reading.has_data;
 }

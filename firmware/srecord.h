@@ -5,7 +5,7 @@
 #include "firmware/flash.h"
 
 // Reads the file through from its start. Null when every data record can be placed, with the
-// address after the last byte; else why not, with the line's number (from 1).
+// address after the highest byte; else why not, with the line's number (from 1).
 const char* srecord_fault(FILE* file, unsigned* line_number, uint64_t* end);
 
 struct File_signs;
@@ -19,11 +19,12 @@ bool srecord_fill(ImageBuffer* buffer);
 // Ends the reading: before the file is closed.
 void srecord_end();
 
-// Whether the portion filled last holds data.
+// Whether a record gave the portion filled last its base, and whether it holds data.
 bool srecord_placed();
+bool srecord_has_data();
 
-// Places one S-record line, NUL-terminated and without its line end. Any other line, and a record
-// that cannot be placed, is dropped.
+// Places one S-record line, NUL-terminated and without its line end: inside the portion in any
+// order, the later bytes win. Any other line, and a record that cannot be placed, is dropped.
 void interpret_data(ImageBuffer* buffer, const char* line);
 // The byte that two hexadecimal digits denote; above 0xFF when one of them is none.
 unsigned convert(char c1, char c2);

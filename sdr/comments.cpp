@@ -24,11 +24,9 @@ const Section_lines SECTION_LINES[] = {
 };
 constexpr int OUTSIDE = -1;
 
-// The section that this line opens. A full one takes no more lines.
-int opened_by(const char* line, const sdr_comments& comments) {
+int opened_by(const char* line) {
   for (int i = 0; i < 2; i++) {
-    const comment_section& section = comments.sections[i];
-    if (strcasecmp(line, SECTION_LINES[i].opening) == 0 && section.taken < section.fields) return i;
+    if (strcasecmp(line, SECTION_LINES[i].opening) == 0) return i;
   }
   return OUTSIDE;
 }
@@ -56,12 +54,13 @@ void read_comments(sdr_comments* comments) {
   int current = OUTSIDE;
   while (std::fgets(line, sizeof line, file) != nullptr) {
     if (current == OUTSIDE) {
-      current = opened_by(line, *comments);
+      current = opened_by(line);
     } else if (strcasecmp(line, SECTION_LINES[current].closing) == 0) {
       current = OUTSIDE;
-    } else {
-      comment_section* section = &comments->sections[current];
+    } else if (comment_section* section = &comments->sections[current];
+               section->taken < section->fields) {
       add_field_comment(section, line);
+      // Lines that are left are outside; in a full section that occurs again they are passed over.
       if (section->taken == section->fields) current = OUTSIDE;
     }
   }

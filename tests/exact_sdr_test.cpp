@@ -1,7 +1,16 @@
 // Sensor records in their exact form: what it looks like, and that it loses nothing.
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
+#include <filesystem>
+#include <random>
+
+#include "base/notice.h"
+#include "platform/platform.h"
+#include "sdr/sdr.h"
 #include "tests/harness.h"
+#include "textfile/quoted.h"
+#include "transport/transaction.h"
 
 namespace {
 
@@ -149,6 +158,99 @@ TEST(Exact_dump, has_nothing_to_tell) {
   hold_name(0xC1, "#.");
   const RunResult strict = run("--strict --exact --sdrdump " + path_of("d.dat"));
   EXPECT_EQ(strict.err + std::to_string(strict.status), "0");
+}
+
+// A record of any type, length and content; often a name with what means something in a text.
+Bytes any_record(std::mt19937& random) {
+  const auto below = [&](size_t limit) { return static_cast<size_t>(random() % limit); };
+  const uint8_t types[] = {0x01, 0x02, 0x03, 0x10, 0x11, 0x12, 0x14, 0xC0};
+  const size_t fixed_sizes[] = {43, 27, 12, 11, 11, 11, 0, 0};
+  const std::string letters("Fan 1''##///\\\"\0\n\r\t_)AFz\xFF", 24);
+  const size_t kind = below(9);
+  const size_t fixed = kind < 8 ? fixed_sizes[kind] : 0;
+  const size_t lengths[] = {below(256), 245 + below(11), fixed, fixed + below(32), below(64)};
+  const size_t content = below(3);  // any bytes, letters, zeros at the end
+  Bytes record(5 + lengths[below(5)]);
+  for (size_t i = 5; i < record.size(); i++) {
+    record[i] = static_cast<uint8_t>(content == 0 ? below(256) : letters[below(24)]);
+  }
+  if (content == 2)
+    std::fill(record.end() - static_cast<std::ptrdiff_t>(below(record.size() - 4)), record.end(),
+              0);
+  record[2] = static_cast<uint8_t>(below(256));
+  record[3] = static_cast<uint8_t>(kind < 8 ? types[kind] : below(256));
+  record[4] = static_cast<uint8_t>(record.size() - 5);
+  // The name ends with the record, or anywhere.
+  if (fixed > 0 && record.size() > 5 + fixed && below(2) == 0) {
+    record[4 + fixed] =
+        static_cast<uint8_t>(below(8) << 5 | std::min(record.size() - 5 - fixed, size_t{31}));
+  }
+  return record;
+}
+
+// Writes the file to a BMC without records: in this process, over the kernel's device.
+bool restore(const std::string& file) {
+  sdr().records.clear();
+  sdr_repository repository{};
+  const bool written = FileToSdr(file.c_str(), &repository) == 1 && Write_Sdr(&repository) == 1;
+  freespace(&repository);
+  return written;
+}
+
+// Dumps what the BMC holds; whether a loss was told.
+bool dump_tells(const std::string& file) {
+  sdr_repository repository{};
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(init_sdr(&repository), 1);
+  EXPECT_EQ(SdrToFile(file.c_str(), &repository), 1);
+  freespace(&repository);
+  return !testing::internal::GetCapturedStderr().empty();
+}
+
+struct Repositories : testing::Test {
+  Repositories() {
+    std::filesystem::current_path("data");  // with its util.dat
+    strictFlag = 1;
+    openIpmiFlag = 1;
+  }
+  ~Repositories() override {
+    std::filesystem::current_path("..");
+    strictFlag = exactFlag = openIpmiFlag = 0;
+  }
+};
+
+TEST_F(Repositories, of_any_content_come_back_and_a_plain_dump_tells_when_they_do_not) {
+  // In memory, where no disk has to be waited for.
+  const std::string file = "/proc/self/fd/" + std::to_string(memfd_create("dump", MFD_CLOEXEC));
+  const unsigned count = std::getenv("QARN_TEST_ALL") != nullptr ? 10000 : 300;
+  unsigned lost = 0;
+  for (unsigned seed = 1; seed <= count && !HasFailure(); seed++) {
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    sim::reset(sim::Kind::card);
+    driverHandle = platform::device_open("/dev/ipmi0");
+    sdr().partial_add = random() % 2 == 0;
+    sdr().records.clear();
+    for (uint8_t id = 1, last = 1 + random() % 8; id <= last; id++) {
+      sdr().records[id] = any_record(random);
+      sdr().records[id][0] = id;
+    }
+    const sim::SdrRecords before = sdr().records;
+    exactFlag = 1;
+    EXPECT_FALSE(dump_tells(file));
+    // An exact file is for every reader.
+    for (exactFlag = 1; exactFlag >= 0; exactFlag--) {
+      EXPECT_TRUE(restore(file));
+      EXPECT_EQ(sdr().records, before);
+    }
+    exactFlag = 0;
+    const bool told = dump_tells(file);
+    console_of([&] { restore(file); });
+    EXPECT_EQ(sdr().records != before, told);
+    lost += told ? 1 : 0;
+  }
+  EXPECT_GT(lost, count / 4);
+  EXPECT_LT(lost, count);
 }
 
 }  // namespace

@@ -37,6 +37,8 @@ TEST(Update, ends_with_the_image_or_with_the_flash) {
   programs("fw", noise(0x8000), noise(0x2400));
   programs("fw.mot", srecords(0, "start") + srecords(0x1400, "more"),
            padded(padded("start", 0x1400) + "more", 0x2400));
+  programs("fw.mot", srecords(0, "a") + srecords(0x80, "late") + srecords(1, "early"),
+           padded(padded("aearly", 0x80) + "late", 0x1000));
 }
 
 // An answer without a status counts as refused.
@@ -78,6 +80,7 @@ TEST(Update, refuses_what_does_not_fit_before_the_first_chunk) {
       {{.start = 0xFFFFFFF9}, sizes + "the last block runs past the last address", IMAGE},
       {low, none, "01234567"},
       {low, none, srecords(0x2000, "after the flash")},
+      {low, none, "S30500000008F2\n"},
       {low, "image: data at 00000007 is below the update start 00000008", srecords(7, "x")},
       {low, "image: data at 00001FFA does not begin with a block of 4 bytes",
        srecords(8, "x") + srecords(0x1FFA, "x")}};

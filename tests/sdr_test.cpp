@@ -273,4 +273,17 @@ TEST_F(Sdr, text_has_a_byte_a_line_and_its_comments_from_util_dat_in_one_column)
             "   'LMN'                                // Sensor ID String'\n\n\n)\n");
 }
 
+TEST_F(Sdr, comments_of_a_section_that_is_full_are_passed_over_when_it_occurs_again) {
+  const std::string again =
+      "<SDR_COMMENT_TYPE1>\n<SDR_COMMENT_TYPE2>\nwrong\n</SDR_COMMENT_TYPE1>\n";
+  file_with("util.dat", "<SDR_COMMENT_TYPE1>\n" + repeated(43, "x\n") +
+                            "<SDR_COMMENT_TYPE2>\none\n" + "</SDR_COMMENT_TYPE2>\n" + again +
+                            "<SDR_COMMENT_TYPE2>\ntwo\n");
+  hold({body(27, 27)}, 0x02);
+  run("--sdrdump " + path, {.prepare = [] { std::filesystem::current_path(path_of("")); }});
+  const std::string blanks(35, ' ');
+  const std::string lines = "   41" + blanks + "// one\n   42" + blanks + "// two\n   43\n";
+  EXPECT_NE(content_of(path).find(lines), std::string::npos);
+}
+
 }  // namespace
