@@ -99,7 +99,7 @@ bool record_sound(std::span<const uint8_t> record) {
 // Reads the record at `*position`, and sets that to the next one. Null on a fault, or when the
 // record does not lie in the first `size` bytes of the device.
 std::unique_ptr<fru_multirecord> take_record(uint8_t id, unsigned size, unsigned* position,
-                                             bool* last) {
+                                             uint8_t* format) {
   if (*position + FRU_RECORD_HEADER > size) return nullptr;
   uint8_t request[FRU_READ_REQUEST];
   Response response;
@@ -117,7 +117,7 @@ std::unique_ptr<fru_multirecord> take_record(uint8_t id, unsigned size, unsigned
   const auto record = std::span<uint8_t>(room).first(length);
   if (!read_inventory_record(id, *position, record) || !record_sound(record)) return nullptr;
   *position += length;
-  *last = (record[FRU_RECORD_FORMAT] & FRU_LAST_RECORD) != 0;
+  *format = record[FRU_RECORD_FORMAT];
   return make_multirecord(record);
 }
 
@@ -176,6 +176,7 @@ int GetCommonHeader(fru_info* fru) {
   const auto header = answer.subspan(1, FRU_HEADER_SIZE);
   if (GetChecksum(header) != 0) return checksum_failed(*fru, "common header", 0, header);
   std::ranges::copy(header, fru->common_header);
+  fru->lost_format_bits = header[FRU_HEADER_FORMAT] > FRU_FORMAT_MASK;
   fru->common_header[FRU_HEADER_FORMAT] &= FRU_FORMAT_MASK;
   return 1;
 }
@@ -210,8 +211,11 @@ int GetMultirecordInforArea(fru_info* fru) {
   // Zeros look like records whose checksums are right: the size of the device ends the list.
   for (bool last = false; !last;) {
     progress("FRU", position, size);
-    *tail = take_record(fru->dev_id, size, &position, &last);
+    uint8_t format = 0;
+    *tail = take_record(fru->dev_id, size, &position, &format);
     if (!*tail) return area_failed(*fru, "multi-record area", position, "no sound record");
+    last = (format & FRU_LAST_RECORD) != 0;
+    if ((format & ~(FRU_LAST_RECORD | FRU_FORMAT_MASK)) != 0) fru->lost_format_bits = true;
     fru->multirecord_count++;
     tail = &(*tail)->next;
   }

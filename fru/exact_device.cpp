@@ -118,14 +118,20 @@ bool place(const fru_exact& fru, Placed* placed, size_t end) {
     step_failed("inventory device %u: no place for the %s", fru.id, part_name(placed->part));
     return false;
   }
-  remark("inventory device %u: the %s moves from %zu to %zu", fru.id, part_name(placed->part),
-         given, free);
+  if (given != 0) {
+    remark("inventory device %u: the %s moves from %zu to %zu", fru.id, part_name(placed->part),
+           given, free);
+  } else {
+    remark("inventory device %u: the %s is put at %zu", fru.id, part_name(placed->part), free);
+  }
   return true;
 }
 
 // Sets the offsets in the header. The parts in the order of their places; those that the header
 // does not have come last, those without bytes stay as they are. False after a message.
 bool place_parts(fru_exact* fru, size_t size) {
+  const bool given = std::ranges::any_of(fru->header, [](uint8_t byte) { return byte != 0; });
+  if (!given) fru->header[FRU_HEADER_FORMAT] = 1;
   Placed placed[FRU_PARTS];
   unsigned count = 0;
   for (unsigned part = 0; part < FRU_PARTS; part++) {

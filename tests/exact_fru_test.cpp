@@ -238,7 +238,7 @@ TEST(ExactFru, text_is_read_in_the_plain_form_too) {
 
 TEST(PlainFru, dump_that_would_not_restore_names_what_is_lost) {
   sim::reset(sim::Kind::plain);
-  const Bytes records = multirecord(0, 0x82, {1, 2});
+  const Bytes records = multirecord(0, 0x92, {1, 2});
   Bytes device = three_areas();
   device =
       chained({header_of({.internal = 11, .chassis = 1, .board = 3, .product = 8, .records = 13}),
@@ -254,6 +254,7 @@ TEST(PlainFru, dump_that_would_not_restore_names_what_is_lost) {
       "use --exact\n"
       "qarn: FRU 0: chassis custom field: a field of one byte ends the fields; use --exact\n"
       "qarn: FRU 0: internal use area: it is not dumped; use --exact\n"
+      "qarn: FRU 0: the format byte of an area or a record is not kept; use --exact\n"
       "qarn: FRU 0: multi-record area: its first record is of type 00; use --exact\n";
   const std::string path = path_of("plain.fru");
   const RunResult script = run("--wfru " + path);
@@ -265,6 +266,26 @@ TEST(PlainFru, dump_that_would_not_restore_names_what_is_lost) {
   const std::string shown = run("--wfru " + path, {.terminals = "2"}).terminal;
   EXPECT_TRUE(shown.ends_with(lost)) << shown;
   EXPECT_EQ(run("--strict --exact --wfru " + path).err, "");
+}
+
+TEST(PlainFru, records_that_a_file_cannot_hold_are_told) {
+  sim::reset(sim::Kind::plain);
+  std::vector<Bytes> records(9, multirecord(2, 2, Bytes(255, 1)));
+  records.push_back(multirecord(2, 0x82, {1}));
+  serve(records_of(records));
+  EXPECT_EQ(run("--strict --wfru " + path_of("long.fru")).err,
+            "qarn: FRU 0: multi-record area: it is too long to be read back; use --exact\n");
+}
+
+TEST(ExactFru, text_without_a_common_section_gets_a_header_for_its_areas) {
+  sim::reset(sim::Kind::plain);
+  serve(Bytes(64, 0xFF));
+  const std::string text = "_FRU\n_DEV_ID 00\n_SEE_CHASSIS\n01 01 17\nC1 'A'\nC0\nC1\n00\n";
+  const RunResult result = run("--strict --exact --fru " + file_with("small.fru", text));
+  EXPECT_EQ(result.err, "qarn: inventory device 0: the chassis area is put at 8\n");
+  const Bytes device = machine().bmc.fru.devices[0].contents;
+  const Bytes image = chained({header_of({.chassis = 1}), area({0x17}, {"A", ""})});
+  EXPECT_TRUE(std::equal(image.begin(), image.end(), device.begin()));
 }
 
 TEST(PlainFru, fields_that_end_early_and_areas_at_the_very_end_can_be_read) {
