@@ -142,7 +142,7 @@ int program_blocks(const Flash_info& info) {
 
 // A longer image is only warned of: its end is left out. False when that ends the run.
 bool accept_size(const Flash_info& info) {
-  if (image_end(info) <= flash_end(info)) return true;
+  if (!image_overhangs(info)) return true;
   warning("%s: the image goes on after the end of the flash", flashfilename);
   return !warnings_refuse();
 }

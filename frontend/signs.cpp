@@ -61,7 +61,13 @@ const Action ACTIONS[] = {
 bool is_password_option(std::string_view word) {
   const char slot = word.empty() ? '\0' : word.back();
   if (slot < '0' || slot >= static_cast<char>('0' + USERS)) return false;
-  return (word.starts_with("--sp") && word.size() == 5) || (word[0] == '-' && word.size() == 2);
+  const bool named = word.starts_with("--sp") || word.starts_with("-sp");
+  return (named && name_in(word).size() == 3) || (word[0] == '-' && word.size() == 2);
+}
+
+// The last letter of a group takes the words after it as bytes.
+bool begins_raw(std::string_view word) {
+  return word.starts_with("-e") || (has_one_dash(word.data()) && word.back() == 'e');
 }
 
 bool is_four_numbers(const char* text) {
@@ -93,10 +99,12 @@ void note_argument(Options* options, const char* text, const char* word) {
 void look_at_words(int argc, char** argv, Options* options) {
   for (int i = 1; i < argc && std::strcmp(argv[i], "--") != 0; i++) {
     const std::string_view word = argv[i];
-    if (word.starts_with("-e")) return;
+    if (begins_raw(word)) return;
     // Wherever it stands: a word before it may end the parsing.
     if (word.size() >= SHORTEST_STRICT && STRICT.starts_with(word)) options->strict = 1;
-    if (has_one_dash(argv[i]) && begins_long_name(name_in(word))) {
+    if (has_one_dash(argv[i]) && name_in(word).starts_with("sp")) {
+      note_argument(options, "%s is read as letters: a password option has two dashes", "-sp");
+    } else if (has_one_dash(argv[i]) && begins_long_name(name_in(word))) {
       note_argument(options, "%s is read as letters: a long name has two dashes", argv[i]);
     }
     if (!is_password_option(word) || i + 1 == argc || argv[i + 1][0] == '-') continue;

@@ -89,6 +89,7 @@ void note_losses(const fru_layout& layout, std::span<const uint8_t> area, fru_in
   const size_t last = area.size() - 1;
   size_t texts = 0;
   const size_t end = find_end_mark(layout, area, last, &texts);
+  for (size_t i = end + 1; i < last; i++) fru->lost_padding = fru->lost_padding || area[i] != 0;
   size_t index = 0;
   for (size_t at = layout.fixed; at < end && end < last; index++) {
     const size_t length = size_t{area[at]} % (FRU_TEXT_LENGTH + 1);
@@ -111,6 +112,9 @@ void tell_losses(const fru_dev& dev) {
     if (fru.lost_format_bits) {
       hint_failed("FRU %u: the format byte of an area or a record is not kept; use --exact",
                   fru.dev_id);
+    }
+    if (fru.lost_padding) {
+      hint_failed("FRU %u: bytes after an end mark are not kept; use --exact", fru.dev_id);
     }
     tell_records(fru);
   }

@@ -128,6 +128,7 @@ bool data_line(Text_reader* reader, const char* text) {
   uint8_t content[CONTENT_SIZE];
   const unsigned given = get_content(text, content);
   const unsigned used = std::min(given, reader->length - reader->count);
+  if (given > used) note_sign(reader->signs, Sign::extra_bytes, reader->lines.number);
   std::ranges::copy(std::span(content).first(used),
                     std::span(reader->record).subspan(reader->count, used).begin());
   if (reader->count <= SDR_LENGTH_BYTE) reader->culprit = reader->lines.number;

@@ -67,6 +67,10 @@ TEST(Sign, of_a_mistake_on_the_command_line_is_told) {
       {"--users left over", "no option takes the word left\nno option takes the word over"},
       {"--sp1 secret", "the word after --sp1 is not its password: attach it with ="},
       {"--sp1=a secret", "no option takes the word that is left over"},
+      {"-sp1 secret",
+       "-sp is read as letters: a password option has two dashes\n"
+       "the word after -sp1 is not its password: attach it with ="},
+      {"-sp1=secret", "-sp is read as letters: a password option has two dashes"},
       {"--sdrdump a --sdr f",
        "a is not used: a later option has its place\n"
        "--sdr is left out: an action before it ends the run",
@@ -120,7 +124,18 @@ TEST(Sign, of_a_mistake_in_a_file_is_told_before_the_bmc_is_touched) {
        "_SDR (\n_SDR_TYPE 01\n_REC_LEN 07\n01 00 51 01 02 AG\n0H\n)\n"},
       {"--sdr f", "f: line 5: a comment begins inside quotes",
        "_SDR (\n" + type + "01 00 51 01 01 // it's no quote\n'A#'\n)\n"},
-      {"--sdr f", "f: line 4: a quote is not closed", "_SDR (\n" + type + "01 00 51 01 01 'A\n)\n"},
+      {"--sdr f", "f: line 4: a quote is not closed",
+       "_SDR (\n_SDR_TYPE 01\n_REC_LEN 07\n01 00 51 01 02 'A\n)\n"},
+      {"--sdr f", "f: line 4: a line has more bytes than are left of its record",
+       "_SDR (\n" + type + "01 00 51 01 01 'AB'\n)\n"},
+      {"--fru f", "f: line 11: there is text after the end mark C1",
+       fru + "C0\nC0\nC1\n00\n'x'\nC1\n00\n"},
+      {"--fru f", "f: line 12: records that begin with type 00 are not written; use --exact",
+       fru + "C0\nC0\nC1\n00\n_SEE_MULTIREC\n00 82 00 00 7E\n"},
+      {"--fru f", "f: the internal use area of the common section is not given; use --exact",
+       "_FRU\n_DEV_ID 00\n_SEE_COMMON\n01 02 00 00 00 00 00 FD\n_SEE_INTERNAL\n00\n"},
+      {"--exact --fru f", "f: line 12: a character is no hexadecimal digit",
+       fru + "C0\nC1\n00 00 00\n00\n_SEE_PRODUCT\n01 02 0g C0 C0 C0 C0 C0 C0 C0 C1 00 00 00 00\n"},
       {"--sdr f.dat", "f.dat: it has no record or request"},
       {"--fru f", "f: it has no opening line", fru.substr(5) + "C0\nC0\nC1\n00\n"},
       {"--fru f",
@@ -183,6 +198,8 @@ TEST(Sign, of_an_image_that_is_larger_than_the_flash_is_told_before_the_first_ch
 
 TEST(Sign, is_not_seen_in_what_is_right) {
   serve();
+  EXPECT_EQ(run("-oe 18 01 -1 22").traffic, run("-o -e 18 01 -1 22").traffic) << "these are bytes";
+  machine().bmc.faults.clear();
   run_there("--sdrdump s");
   run_there("--wfru f");
   run_there("--save b.bin");
@@ -336,12 +353,26 @@ TEST(Reason, of_a_file_that_cannot_be_used_is_told_to_people_too) {
   EXPECT_EQ(run_there("--sdr bad", "2").terminal, "qarn: bad: line 3: record length under 05\n");
 }
 
+TEST(Sign, of_a_flash_that_is_no_whole_portion_is_none) {
+  serve_card({.base = 0xFFFF0000, .size = 0x1800, .start = 0xFFFF0000, .block = 64, .chunk = 16});
+  const std::string saved = path_of("odd.bin");
+  run("--save " + saved);
+  for (const char* option : {"--verify ", "-u "}) {
+    const RunResult result = run(std::string("--strict ") + option + saved);
+    EXPECT_EQ(result.err + std::to_string(result.status), "0") << option;
+  }
+}
+
 TEST(Reason, of_a_way_to_the_bmc_that_fails_is_told) {
   const std::string long_request = "-e 18" + repeated(130, " 01");
   serve();
   EXPECT_EQ(run(long_request, {.terminals = "2"}).terminal,
             "qarn: the request is too long for the ports: use --open\n");
   EXPECT_EQ(run(long_request).err, "");
+  machine().ports = {};
+  const RunResult none = run("--strict -d");
+  EXPECT_EQ(none.err, "qarn: no BMC answers at the ports: is this root? else try --open\n");
+  EXPECT_EQ(none.status, 255);
   machine().devices = {};
   EXPECT_EQ(run("--strict --open -d").err,
             "qarn: none of them is there: load the kernel's module ipmi_devintf\n");

@@ -17,6 +17,10 @@ const char* const TEXTS[SIGNS] = {
     "a field ends in the middle of a quoted piece: its length does not fit its text",
     "the checksum of a record is wrong",
     "it has no end record (S7)",
+    "a line has more bytes than are left of its record",
+    "there is text after the end mark C1",
+    "records that begin with type 00 are not written; use --exact",
+    "the internal use area of the common section is not given; use --exact",
 };
 
 }  // namespace
