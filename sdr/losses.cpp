@@ -41,9 +41,7 @@ bool read_back(const sdr_entry& entry, sdr_repository* again) {
   char text[RECORD_TEXT_ROOM];
   FILE* file = fmemopen(text, sizeof text, "w");
   if (file == nullptr) return false;
-  std::fputs("_SDR (\n", file);
-  put_sdr_record(file, entry, sdr_comments{});
-  std::fputs(")\n", file);
+  put_sdr_text(file, {&entry, 1}, sdr_comments{});
   const long size = std::ftell(file);
   std::fclose(file);
   file = fmemopen(text, static_cast<size_t>(size), "r");
@@ -81,11 +79,13 @@ void tell_sdr_losses(const char* path, const sdr_repository& repository) {
   blameFlag = 1;
   forget_refusal();
   for (unsigned kind = 0; kind < KINDS; kind++) {
-    char more[32] = "";
     const unsigned count = losses.count[kind];
-    if (count == 0) continue;
-    if (count > NAMED) std::snprintf(more, sizeof more, " and %u more", count - NAMED);
-    hint_failed("SDR %s%s: %s; use --exact", losses.ids[kind], more, TEXTS[kind]);
+    const char* ids = losses.ids[kind];
+    if (count > NAMED) {
+      hint_failed("SDR %s and %u more: %s; use --exact", ids, count - NAMED, TEXTS[kind]);
+    } else if (count > 0) {
+      hint_failed("SDR %s: %s; use --exact", ids, TEXTS[kind]);
+    }
   }
   if (is_binary_sdr(path)) hint_failed("%s: under this name it is read as binary", path);
 }

@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <string_view>
 
 #include "base/error_text.h"
 #include "base/notice.h"
@@ -26,7 +25,6 @@ const char TYPE[] = "_SDR_TYPE";
 const char LENGTH[] = "_REC_LEN";
 const char CLOSING[] = ")";
 const char BINARY_ENDING[] = ".dat";
-constexpr std::string_view DUMP_START = "_SDR (\n";
 
 // A binary file. Where no block begins, bytes are skipped two at a time.
 //
@@ -193,10 +191,11 @@ bool load_binary(FILE* file, sdr_repository* repository) {
 // With --exact a dump comes back under any name.
 bool is_exact_dump(FILE* file) {
   if (exactFlag == 0 || !is_regular(file)) return false;
-  char start[DUMP_START.size()];
-  const size_t count = std::fread(start, 1, sizeof start, file);
+  char start[8];
+  const bool dump =
+      std::fgets(start, sizeof start, file) != nullptr && start_with(start, "_SDR (") == 1;
   std::rewind(file);
-  return std::string_view(start, count) == DUMP_START;
+  return dump;
 }
 
 // False when the file is refused, or cannot be read; the repository is then empty.

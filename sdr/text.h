@@ -1,4 +1,4 @@
-// The text form of sensor records, record by record.
+// The text form of sensor records.
 #pragma once
 #include <cstdio>
 
@@ -6,10 +6,11 @@
 #include "sdr/sdr.h"
 #include "textfile/signs.h"
 
-// The characters of a record without comments on its fields, at most.
+// The characters of the text of one record without comments on its fields, at most.
 inline constexpr size_t RECORD_TEXT_ROOM = 4096;
 
-void put_sdr_record(FILE* file, const sdr_entry& entry, const sdr_comments& comments);
+// Writes a whole text file of these records.
+void put_sdr_text(FILE* file, std::span<const sdr_entry> entries, const sdr_comments& comments);
 // The bytes of the record's ID string; empty, at the end of the body, when it has none.
 std::span<const uint8_t> id_string_of(const sdr_entry& entry);
 

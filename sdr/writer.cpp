@@ -151,9 +151,13 @@ std::span<const uint8_t> id_string_of(const sdr_entry& entry) {
   return rest.first(std::min(length, rest.size()));
 }
 
-void put_sdr_record(FILE* file, const sdr_entry& entry, const sdr_comments& comments) {
-  put_record_header(file, entry);
-  put_body(file, entry, comments);
+void put_sdr_text(FILE* file, std::span<const sdr_entry> entries, const sdr_comments& comments) {
+  std::fputs("_SDR (\n", file);
+  for (const sdr_entry& entry : entries) {
+    put_record_header(file, entry);
+    put_body(file, entry, comments);
+  }
+  std::fputs("\n\n)\n", file);
 }
 
 int SdrToFile(const char* path, const sdr_repository* repository) {
@@ -161,9 +165,7 @@ int SdrToFile(const char* path, const sdr_repository* repository) {
   read_comments(&comments);
   FILE* file = dump_open(path);
   if (file == nullptr) return 0;
-  std::fputs("_SDR (\n", file);
-  for (const sdr_entry& entry : entries_of(*repository)) put_sdr_record(file, entry, comments);
-  std::fputs("\n\n)\n", file);
+  put_sdr_text(file, entries_of(*repository), comments);
   if (!dump_close(file)) return 0;
   if (exactFlag == 0 && warnings_wanted()) tell_sdr_losses(path, *repository);
   return 1;
