@@ -307,14 +307,14 @@ void read_flash() {
   if (interrupted() || !find_flash(&info) || !extent_fits(info)) return;
   fp = begin_save();
   if (fp == nullptr) {
-    keep_refusal("%s", std::strerror(errno));
+    keep_refusal("%s", dump_error_text(errno));
     flashprintf("cannot open the data file: %s\n", flashfilename);
     return;
   }
   if (!copy_flash(info)) {
     dump_drop(fp);
   } else if (!end_save()) {
-    keep_refusal("%s", std::strerror(errno));
+    keep_refusal("%s", dump_error_text(errno));
     flashprintf("cannot write the whole flash to %s\n", flashfilename);
   }
   fp = nullptr;

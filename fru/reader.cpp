@@ -126,7 +126,11 @@ int header_line(Reader* reader) {
   for (unsigned section = COMMON; section < STATE_COUNT; section++) {
     if (start_with(text, FRU_SECTIONS[section]) != 1) continue;
     reader->state = section;
-    break;
+    return 1;
+  }
+  // The writer's own line has this name, which the reader does not know.
+  if (start_with(text, "_DEV_ACCESS_LUN") != 1) {
+    note_sign(reader->signs, Sign::stray_line, reader->lines.number);
   }
   return 1;
 }

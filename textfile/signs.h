@@ -16,8 +16,14 @@ enum class Sign : unsigned {
   text_after_end,
   records_of_type_0,
   no_internal,
+  stray_line,
+  split_byte,
+  short_request,
+  other_line,
+  left_out_record,
+  wrong_count,
 };
-inline constexpr unsigned SIGNS = 14;
+inline constexpr unsigned SIGNS = 20;
 
 // For each kind, how many lines have it and which is the first; all zero at start. Line 0 is the
 // whole file.
