@@ -244,3 +244,10 @@ void dump_drop(FILE* file) {
 void dump_abandon() {
   if (dump.file != nullptr) dump_drop(dump.file);
 }
+
+const char* dump_error_text(int reason) {
+  if (reason == ELOOP) return "a link or a file of another user stands there, or too many links";
+  if (reason == EMLINK) return "the file has several names (hard links)";
+  if (reason == EEXIST) return "something else has come there";
+  return std::strerror(reason);
+}

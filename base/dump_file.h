@@ -17,6 +17,9 @@
 // One dump at a time. A file that the run did not create is never removed.
 FILE* dump_open(const char* path);
 
+// What an errno of dump_open or dump_close means.
+const char* dump_error_text(int reason);
+
 // Ends the dump in `file`: true when every byte was written and the dump stands at its path;
 // otherwise false with errno, and the file at the path is as it was before.
 bool dump_close(FILE* file);

@@ -16,6 +16,13 @@ bool same_time(const timespec& one, const timespec& other) {
 
 FILE* regular_open(const char* path, bool* other) {
   *other = false;
+  struct stat there;
+  // Not even opened: that would wake the writer of a FIFO, who finds no reader then.
+  if (stat(path, &there) == 0 && !S_ISREG(there.st_mode)) {
+    *other = true;
+    errno = EINVAL;
+    return nullptr;
+  }
   // Without O_NONBLOCK a FIFO would wait for its writer.
   const int handle = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   if (handle < 0) return nullptr;

@@ -142,7 +142,7 @@ int program_blocks(const Flash_info& info) {
 
 // A longer image is only warned of: its end is left out. False when that ends the run.
 bool accept_size(const Flash_info& info) {
-  if (image_end(info) <= flash_end(info)) return true;
+  if (!image_overhangs(info)) return true;
   warning("%s: the image goes on after the end of the flash", flashfilename);
   return !warnings_refuse();
 }
@@ -307,14 +307,14 @@ void read_flash() {
   if (interrupted() || !find_flash(&info) || !extent_fits(info)) return;
   fp = begin_save();
   if (fp == nullptr) {
-    keep_refusal("%s", std::strerror(errno));
+    keep_refusal("%s", dump_error_text(errno));
     flashprintf("cannot open the data file: %s\n", flashfilename);
     return;
   }
   if (!copy_flash(info)) {
     dump_drop(fp);
   } else if (!end_save()) {
-    keep_refusal("%s", std::strerror(errno));
+    keep_refusal("%s", dump_error_text(errno));
     flashprintf("cannot write the whole flash to %s\n", flashfilename);
   }
   fp = nullptr;

@@ -52,8 +52,8 @@ const char* image_fault();
 // at its own address; false after one line that says why not. Then the position is at the file's
 // start.
 bool image_fits(const Flash_info& info);
-// The address after the last byte of the open image.
-uint64_t image_end(const Flash_info& info);
+// True when the open image goes on after the end of the flash.
+bool image_overhangs(const Flash_info& info);
 // Warns of signs of a mistake in an image of S-records, and prints nothing else.
 void look_at_image(const char* path);
 // Moves the position in a raw image, which holds the flash from its base on, to the update start.

@@ -132,9 +132,11 @@ int init_data(ImageBuffer* buffer) {
   return 1;
 }
 
-uint64_t image_end(const Flash_info& info) {
-  if (format == FORMAT_SRECORD) return records_end;
-  return uint64_t{info.flash_base} + static_cast<uint64_t>(checked.size);
+bool image_overhangs(const Flash_info& info) {
+  if (format == FORMAT_SRECORD) return records_end > flash_end(info);
+  // A saved flash has whole portions.
+  const uint64_t portions = (uint64_t{info.flash_size} + PORTION_SIZE - 1) / PORTION_SIZE;
+  return static_cast<uint64_t>(checked.size) > portions * PORTION_SIZE;
 }
 
 void look_at_image(const char* path) {

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/dump_file.h"
 #include "base/error_text.h"
 #include "base/notice.h"
 #include "base/process_end.h"
@@ -67,7 +68,7 @@ bool write_dump(int (*write)(const char*, const Content*), const char* path,
   interrupt_point();
   const Signals_let_in while_writing;
   const bool whole = write(path, &content) == 1;
-  if (!whole) keep_refusal("%s", std::strerror(errno));
+  if (!whole) keep_refusal("%s", dump_error_text(errno));
   return whole;
 }
 
@@ -258,7 +259,7 @@ bool match_host_address(IpCfg* lan) {
   char ip[IP_TEXT_SIZE];
   mac_text(lan->mac, mac);
   if (getIpfromMAC(mac, ip) == 0) {
-    step_failed("no network interface of this server has the BMC's MAC address %s", mac);
+    step_failed("no network interface with an address has the BMC's MAC address %s", mac);
     return false;
   }
   store_address(lan->ip, ip);

@@ -76,6 +76,10 @@ void DispalyUsersName() {
     const auto answer = response_part(response, RESPONSE_DATA, 0);
     char name[USER_NAME_SIZE + 1] = {};
     // A short response is shown as far as it goes.
+    if (answer.size() < USER_NAME_SIZE) {
+      step_failed("the name of user ID %u: a response with %zu of %u data bytes", user,
+                  answer.size(), USER_NAME_SIZE);
+    }
     std::memcpy(name, answer.data(), std::min<size_t>(answer.size(), USER_NAME_SIZE));
     if (isatty(STDOUT_FILENO) != 0) std::ranges::replace_if(name, is_control, '?');
     std::printf("User ID %d\t:\t\t%s\n", static_cast<int>(user), name[0] != 0 ? name : "NULL");

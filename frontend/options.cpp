@@ -41,7 +41,8 @@ const char* word_of(const Given& given) {
 int give_help(const Given& given, Options* options) {
   const char* word = word_of(given);
   const bool asked = given.letter == 'h' || (word[0] == '-' && std::strchr(word, '?') != nullptr);
-  if (!asked) note_argument(options, "%s is not understood: nothing was done", word);
+  // getopt has named it, which may be a password.
+  if (!asked) note_argument(options, "the command line is not understood: nothing was done", "");
   show_usage();
   return HELP_GIVEN;
 }
@@ -88,6 +89,13 @@ int take_password(const Given& given, Options* options) {
   if (length > 0) std::memcpy(password, given.value, std::min<size_t>(length, PASSWORD_LIMIT));
   // Other users can see the arguments of a process.
   if (length > 0) explicit_bzero(optarg, length);
+  static const char* const NAMES[USERS] = {"--sp0", "--sp1", "--sp2", "--sp3", "--sp4"};
+  if (options->password_given[slot] != 0) {
+    note_argument(options, "the first password of %s is not used", NAMES[slot]);
+  }
+  if (length > 0 && password[0] == '=') {
+    note_argument(options, "the password of %s begins with =", NAMES[slot]);
+  }
   options->set_password[slot] = 1;
   options->password_given[slot] = given.value != nullptr ? 1 : 0;
   if (length <= PASSWORD_LIMIT) return OPTIONS_ACCEPTED;
@@ -234,6 +242,9 @@ void look_at_name(const Row& row, const char* word, Options* options) {
 
 int apply(const Row& row, const Given& given, Options* options) {
   look_at_name(row, word_of(given), options);
+  const bool option = given.value != nullptr && row.takes == VALUE && given.value[0] == '-' &&
+                      begins_long_name(given.value + std::strspn(given.value, "-"));
+  if (option) note_argument(options, "%s is taken for the value before it", given.value);
   if (row.look != nullptr) row.look(given.value, options);
   if (row.handler != nullptr) {
     const int result = row.handler(given, options);

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <string_view>
 
 #include "base/notice.h"
@@ -16,8 +17,8 @@
 namespace {
 
 constexpr unsigned LARGEST_BYTE = 0xFF;
-constexpr std::string_view STRICT = "--strict";
-constexpr size_t SHORTEST_STRICT = 4;
+constexpr std::string_view STRICT = "strict";
+constexpr size_t SHORTEST_STRICT = 2;
 
 // The word without its dashes and its value.
 std::string_view name_in(std::string_view word) {
@@ -57,11 +58,42 @@ const Action ACTIONS[] = {
     {"-e", false, [](const Options& given) { return given.raw_count != 0; }},
 };
 
+// Two files of one run: the later one takes the place of the other.
+void note_shared_files(Options* options) {
+  const char* const paths[] = {
+      options->fru_dump_path,
+      options->fru_update_path,
+      options->sel_path,
+      options->script_path,
+      options->firmware_save != 0 ? options->firmware_path : nullptr,
+  };
+  for (size_t i = 0; i < std::size(paths); i++) {
+    for (size_t j = 0; j < i; j++) {
+      const bool both = paths[i] != nullptr && paths[j] != nullptr;
+      if (!both || std::strcmp(paths[i], paths[j]) != 0) continue;
+      note_argument(options, "%s is given for two files of the run", paths[i]);
+    }
+  }
+}
+
 // "--sp1" or "-1", without a value.
 bool is_password_option(std::string_view word) {
   const char slot = word.empty() ? '\0' : word.back();
   if (slot < '0' || slot >= static_cast<char>('0' + USERS)) return false;
-  return (word.starts_with("--sp") && word.size() == 5) || (word[0] == '-' && word.size() == 2);
+  const bool named = word.starts_with("--sp") || word.starts_with("-sp");
+  return (named && name_in(word).size() == 3) || (word[0] == '-' && word.size() == 2);
+}
+
+// Also as it is not accepted, "--strict=yes" and "-strict".
+bool is_strict(std::string_view word) {
+  const std::string_view name = name_in(word);
+  if (has_one_dash(word.data())) return name == STRICT;
+  return word.starts_with("--") && name.size() >= SHORTEST_STRICT && STRICT.starts_with(name);
+}
+
+// The last letter of a group takes the words after it as bytes.
+bool begins_raw(std::string_view word) {
+  return word.starts_with("-e") || (has_one_dash(word.data()) && word.back() == 'e');
 }
 
 bool is_four_numbers(const char* text) {
@@ -93,10 +125,12 @@ void note_argument(Options* options, const char* text, const char* word) {
 void look_at_words(int argc, char** argv, Options* options) {
   for (int i = 1; i < argc && std::strcmp(argv[i], "--") != 0; i++) {
     const std::string_view word = argv[i];
-    if (word.starts_with("-e")) return;
+    if (begins_raw(word)) return;
     // Wherever it stands: a word before it may end the parsing.
-    if (word.size() >= SHORTEST_STRICT && STRICT.starts_with(word)) options->strict = 1;
-    if (has_one_dash(argv[i]) && begins_long_name(name_in(word))) {
+    if (is_strict(word)) options->strict = 1;
+    if (has_one_dash(argv[i]) && name_in(word).starts_with("sp")) {
+      note_argument(options, "%s is read as letters: a password option has two dashes", "-sp");
+    } else if (has_one_dash(argv[i]) && begins_long_name(name_in(word))) {
       note_argument(options, "%s is read as letters: a long name has two dashes", argv[i]);
     }
     if (!is_password_option(word) || i + 1 == argc || argv[i + 1][0] == '-') continue;
@@ -116,6 +150,13 @@ void look_at_rest(int count, char** words, Options* options) {
 
 void look_at_actions(Options* options) {
   bool ended = false;
+  if (options->auto_ip != 0 && options->ip != nullptr) {
+    note_argument(options, "%s does not count when -a finds an address", options->ip);
+  }
+  if (options->auto_ip != 0 && options->mac != nullptr) {
+    note_argument(options, "%s does not count beside -a", options->mac);
+  }
+  note_shared_files(options);
   for (const Action& action : ACTIONS) {
     if (!action.given(*options)) continue;
     if (ended) {
@@ -132,7 +173,8 @@ void look_at_address(const char* value, Options* options) {
 
 void look_at_netmask(const char* value, Options* options) {
   look_at_address(value, options);
-  if (has_holes(value)) note_argument(options, "the net mask %s has holes", value);
+  if (is_four_numbers(value) && has_holes(value))
+    note_argument(options, "the net mask %s has holes", value);
 }
 
 void look_at_mac(const char* value, Options* options) {
@@ -141,7 +183,7 @@ void look_at_mac(const char* value, Options* options) {
   const bool six = std::ranges::count(std::string_view(value), ':') == 5;
   if ((six && value[std::strspn(value, MAC_CHARACTERS)] == '\0') || !parse_mac(value, unused))
     return;
-  note_argument(options, "the MAC address %s has more than six bytes", value);
+  note_argument(options, "the MAC address %s is more than six numbers joined by colons", value);
 }
 
 void look_at_arp(const char* value, Options* options) {
@@ -158,9 +200,12 @@ void look_at_raw(const char* value, Options* options) {
 
 void tell_argument_signs(const Options& options) {
   for (unsigned i = 0; i < options.sign_count; i++) {
-    char text[160];
+    char text[600];  // a path and its text
     // NOLINTNEXTLINE(clang-diagnostic-format-nonliteral): the texts of the signs are literals
     std::snprintf(text, sizeof text, options.signs[i].text, options.signs[i].word);
+    // A word must not pass for another line.
+    std::ranges::replace_if(
+        text, [](char c) { return c > 0 && c < ' '; }, '?');
     warning("%s", text);
   }
 }

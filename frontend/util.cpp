@@ -98,6 +98,7 @@ bool open_ports() {
     return true;
   }
   std::puts("KCS_INIT error");
+  step_failed("no BMC answers at the ports: is this root? else try --open");
   return false;
 }
 

@@ -22,6 +22,9 @@ unsigned probe_units(Read_request request, Response* response) {
   return data.empty() ? 0U : data[FRU_AREA_LENGTH];
 }
 
+constexpr char RECORDS[] = "multi-record area";
+constexpr char PAST_END[] = "it goes on after the end of the device";
+
 // Says which area is at fault, and why. False.
 bool area_failed(const fru_info& fru, const char* area, unsigned offset, const char* reason) {
   hint_failed("inventory device %u, %s at %u: %s", fru.dev_id, area, offset, reason);
@@ -58,7 +61,7 @@ int read_area(fru_info* fru, const fru_layout& layout) {
   if (offset == 0) return 1;
   uint8_t buffer[FRU_AREA_ROOM] = {};
   const char* const name = layout.name;
-  if (!read_into(*fru, offset, buffer)) return area_failed(*fru, name, offset, "it cannot be read");
+  if (!read_into(*fru, offset, buffer)) return area_failed(*fru, name, offset, failure_text());
 
   const auto room = std::span<const uint8_t>(buffer).subspan(FRU_READ_HEADER);
   const auto area = room.first(room[FRU_AREA_LENGTH] * FRU_UNIT);
@@ -88,36 +91,51 @@ bool read_inventory_record(uint8_t id, size_t position, std::span<uint8_t> recor
   return true;
 }
 
-// True when the record has the length that it says, and both checksums hold.
-bool record_sound(std::span<const uint8_t> record) {
-  return FRU_RECORD_HEADER + record[FRU_RECORD_LENGTH] == record.size() &&
-         record[FRU_RECORD_CHECKSUM] == GetChecksum(record.subspan(FRU_RECORD_HEADER)) &&
-         record[FRU_RECORD_HEADER_CHECKSUM] ==
-             GetChecksum(record.first(FRU_RECORD_HEADER_CHECKSUM));
+// Whether the record has the length that it says, and both checksums hold; false after a message.
+bool record_sound(const fru_info& fru, unsigned position, std::span<const uint8_t> record) {
+  const auto header = record.first(FRU_RECORD_HEADER);
+  const auto body = record.subspan(FRU_RECORD_HEADER);
+  if (GetChecksum(header) != 0) return checksum_failed(fru, RECORDS, position, header);
+  if (body.size() != header[FRU_RECORD_LENGTH]) {
+    return area_failed(fru, RECORDS, position, "its length is not what it was before");
+  }
+  if (header[FRU_RECORD_CHECKSUM] == GetChecksum(body)) return true;
+  hint_failed("inventory device %u, %s at %u: the checksum of its bytes is %02X, not %02X",
+              fru.dev_id, RECORDS, position, header[FRU_RECORD_CHECKSUM], GetChecksum(body));
+  return false;
 }
 
-// Reads the record at `*position`, and sets that to the next one. Null on a fault, or when the
-// record does not lie in the first `size` bytes of the device.
-std::unique_ptr<fru_multirecord> take_record(uint8_t id, unsigned size, unsigned* position,
-                                             bool* last) {
-  if (*position + FRU_RECORD_HEADER > size) return nullptr;
+// The length of the record; 0 after a message.
+unsigned probe_record(const fru_info& fru, unsigned size, unsigned position) {
+  if (position + FRU_RECORD_HEADER > size) return area_failed(fru, RECORDS, position, PAST_END);
   uint8_t request[FRU_READ_REQUEST];
   Response response;
-  build_read(request, id, *position, FRU_CHUNK);
+  build_read(request, fru.dev_id, position, FRU_CHUNK);
   auto probed = read_chunk(request, FRU_RECORD_LENGTH + 1, &response);
-  if (probed.empty() && size - *position < FRU_CHUNK) {
-    build_read(request, id, *position, size - *position);
+  if (probed.empty() && size - position < FRU_CHUNK) {
+    build_read(request, fru.dev_id, position, size - position);
     probed = read_chunk(request, FRU_RECORD_LENGTH + 1, &response);
   }
-  if (probed.empty()) return nullptr;
+  if (probed.empty()) return area_failed(fru, RECORDS, position, failure_text());
   const unsigned length = FRU_RECORD_HEADER + probed[FRU_RECORD_LENGTH];
-  if (*position + length > size) return nullptr;
+  return position + length <= size ? length : area_failed(fru, RECORDS, position, PAST_END);
+}
 
+// Reads the record at `*position`, and sets that to the next one. Null on a fault, after a message,
+// or when the record does not lie in the first `size` bytes of the device.
+std::unique_ptr<fru_multirecord> take_record(const fru_info& fru, unsigned size, unsigned* position,
+                                             uint8_t* format) {
+  const unsigned length = probe_record(fru, size, *position);
+  if (length == 0) return nullptr;
   uint8_t room[FRU_RECORD_HEADER + FRU_RECORD_LIMIT] = {};
   const auto record = std::span<uint8_t>(room).first(length);
-  if (!read_inventory_record(id, *position, record) || !record_sound(record)) return nullptr;
+  if (!read_inventory_record(fru.dev_id, *position, record)) {
+    area_failed(fru, RECORDS, *position, failure_text());
+    return nullptr;
+  }
+  if (!record_sound(fru, *position, record)) return nullptr;
   *position += length;
-  *last = (record[FRU_RECORD_FORMAT] & FRU_LAST_RECORD) != 0;
+  *format = record[FRU_RECORD_FORMAT];
   return make_multirecord(record);
 }
 
@@ -176,6 +194,7 @@ int GetCommonHeader(fru_info* fru) {
   const auto header = answer.subspan(1, FRU_HEADER_SIZE);
   if (GetChecksum(header) != 0) return checksum_failed(*fru, "common header", 0, header);
   std::ranges::copy(header, fru->common_header);
+  fru->lost_format_bits = header[FRU_HEADER_FORMAT] > FRU_FORMAT_MASK;
   fru->common_header[FRU_HEADER_FORMAT] &= FRU_FORMAT_MASK;
   return 1;
 }
@@ -210,8 +229,11 @@ int GetMultirecordInforArea(fru_info* fru) {
   // Zeros look like records whose checksums are right: the size of the device ends the list.
   for (bool last = false; !last;) {
     progress("FRU", position, size);
-    *tail = take_record(fru->dev_id, size, &position, &last);
-    if (!*tail) return area_failed(*fru, "multi-record area", position, "no sound record");
+    uint8_t format = 0;
+    *tail = take_record(*fru, size, &position, &format);
+    if (!*tail) return 0;
+    last = (format & FRU_LAST_RECORD) != 0;
+    if ((format & ~(FRU_LAST_RECORD | FRU_FORMAT_MASK)) != 0) fru->lost_format_bits = true;
     fru->multirecord_count++;
     tail = &(*tail)->next;
   }

@@ -35,13 +35,3 @@ const fru_layout* layout_of(unsigned part) {
   const bool area = part >= CHASSIS_PART && part <= PRODUCT_PART;
   return area ? &FRU_AREAS[part - CHASSIS_PART] : nullptr;
 }
-
-size_t records_size(std::span<const uint8_t> bytes) {
-  for (size_t at = 0; at + FRU_RECORD_HEADER <= bytes.size();) {
-    const auto header = bytes.subspan(at, FRU_RECORD_HEADER);
-    if (GetChecksum(header) != 0) return 0;
-    at += FRU_RECORD_HEADER + header[FRU_RECORD_LENGTH];
-    if ((header[FRU_RECORD_FORMAT] & FRU_LAST_RECORD) != 0) return at <= bytes.size() ? at : 0;
-  }
-  return 0;
-}

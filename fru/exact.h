@@ -9,6 +9,7 @@ enum : unsigned { INTERNAL_PART, CHASSIS_PART, BOARD_PART, PRODUCT_PART, RECORDS
 struct fru_part {
   std::unique_ptr<uint8_t[]> bytes;
   size_t length = 0;
+  bool absent = false;  // a file says that the device is to have none
 };
 
 struct fru_exact {
@@ -31,10 +32,6 @@ bool set_part(fru_part* part, std::span<const uint8_t> bytes);
 const char* part_name(unsigned part);
 // The layout of a part that is an area with fields, else null.
 const fru_layout* layout_of(unsigned part);
-
-// The bytes of the list of records that `bytes` begin with: up to the one with the end bit, each
-// with a header whose checksum holds. 0: there is none, or it is not whole.
-size_t records_size(std::span<const uint8_t> bytes);
 
 // Reads every device that answers. 1, or 0 when one cannot be read, after a line that says why.
 int read_fru_exact(fru_exact_dev* dev);

@@ -6,10 +6,12 @@
 #include "base/progress.h"
 #include "fru/access.h"
 #include "fru/exact.h"
+#include "transport/completion.h"
 
 namespace {
 
 constexpr size_t LARGEST_DEVICE = 0x10000;
+constexpr char PAST_END[] = "it goes on after the end of the device";
 
 struct Device {
   fru_exact* fru;
@@ -47,31 +49,47 @@ bool read_bytes_at(const Device& device, size_t offset, size_t length) {
 size_t read_whole_area(const Device& device, unsigned part, size_t offset) {
   const char* name = part_name(part);
   if (!read_bytes_at(device, offset, FRU_AREA_LENGTH + 1)) {
-    return read_failed(device, name, offset, "it cannot be read");
+    return read_failed(device, name, offset, failure_text());
   }
   const size_t length = device.image[offset + FRU_AREA_LENGTH] * size_t{FRU_UNIT};
   if (length == 0) return read_failed(device, name, offset, "its length is 0");
   if (!read_bytes_at(device, offset, length)) {
-    return read_failed(device, name, offset, "it cannot be read to its end");
+    return read_failed(device, name, offset,
+                       device.size < offset + length ? PAST_END : failure_text());
   }
   const uint8_t checksum = GetChecksum(device.image.subspan(offset, length));
   return checksum == 0 ? length : sum_failed(device, name, offset, checksum);
 }
 
+// The length of the record at `at`; 0 after a message.
+size_t read_whole_record(const Device& device, size_t at) {
+  const char* name = part_name(RECORDS_PART);
+  if (!read_bytes_at(device, at, FRU_RECORD_HEADER)) {
+    return read_failed(device, name, at,
+                       device.size < at + FRU_RECORD_HEADER ? PAST_END : failure_text());
+  }
+  const auto header = device.image.subspan(at, FRU_RECORD_HEADER);
+  const uint8_t checksum = GetChecksum(header);
+  if (checksum != 0) return sum_failed(device, name, at, checksum);
+  const size_t data = at + FRU_RECORD_HEADER;
+  const size_t length = header[FRU_RECORD_LENGTH];
+  if (!read_bytes_at(device, data, length)) {
+    return read_failed(device, name, at, device.size < data + length ? PAST_END : failure_text());
+  }
+  const unsigned difference =
+      header[FRU_RECORD_CHECKSUM] - GetChecksum(device.image.subspan(data, length));
+  if ((difference & 0xFF) != 0) return sum_failed(device, name, data, 0U - difference);
+  return FRU_RECORD_HEADER + length;
+}
+
 size_t read_all_records(const Device& device, size_t offset) {
   for (size_t at = offset;;) {
-    if (!read_bytes_at(device, at, FRU_RECORD_HEADER)) break;
-    const auto header = device.image.subspan(at, FRU_RECORD_HEADER);
-    if (GetChecksum(header) != 0) break;
-    const size_t data = at + FRU_RECORD_HEADER;
-    if (!read_bytes_at(device, data, header[FRU_RECORD_LENGTH])) break;
-    const auto body = device.image.subspan(data, header[FRU_RECORD_LENGTH]);
-    if (GetChecksum(body) != header[FRU_RECORD_CHECKSUM]) break;
-    at = data + body.size();
-    if ((header[FRU_RECORD_FORMAT] & FRU_LAST_RECORD) != 0) return at - offset;
+    const size_t length = read_whole_record(device, at);
+    if (length == 0) return 0;
+    const uint8_t format = device.image[at + FRU_RECORD_FORMAT];
+    at += length;
+    if ((format & FRU_LAST_RECORD) != 0) return at - offset;
   }
-  return read_failed(device, part_name(RECORDS_PART), offset,
-                     "a record cannot be read, or its checksum is wrong");
 }
 
 // The length of the part; 0 after a message.
@@ -80,14 +98,29 @@ size_t read_part(const Device& device, unsigned part, size_t offset) {
   if (part != INTERNAL_PART) return read_whole_area(device, part, offset);
   const size_t length = next_start(device, offset) - std::min(device.size, offset);
   if (length > 0 && read_bytes_at(device, offset, length)) return length;
-  return read_failed(device, part_name(part), offset, "it cannot be read");
+  return read_failed(device, part_name(part), offset, length == 0 ? PAST_END : failure_text());
+}
+
+// Two areas that share bytes could not be edited apart. False after a message.
+bool areas_apart(const Device& device) {
+  const fru_exact& fru = *device.fru;
+  for (unsigned part = 0; part < FRU_PARTS; part++) {
+    const size_t offset = fru.header[part + 1] * size_t{FRU_UNIT};
+    const size_t end = offset + fru.parts[part].length;
+    for (unsigned other = 0; offset != 0 && other < FRU_PARTS; other++) {
+      const size_t start = fru.header[other + 1] * size_t{FRU_UNIT};
+      const bool inside = other != part && start >= offset && start < end;
+      if (inside) return read_failed(device, part_name(other), start, "another area has its bytes");
+    }
+  }
+  return true;
 }
 
 bool read_device(const Device& device) {
   fru_exact* fru = device.fru;
   const bool read = read_bytes_at(device, 0, FRU_HEADER_SIZE);
   std::ranges::copy(device.image.first(FRU_HEADER_SIZE), fru->header);
-  if (!read) return read_failed(device, "common header", 0, "it cannot be read");
+  if (!read) return read_failed(device, "common header", 0, failure_text());
   const uint8_t checksum = GetChecksum(fru->header);
   if (checksum != 0) return sum_failed(device, "common header", 0, checksum);
   for (unsigned part = 0; part < FRU_PARTS; part++) {
@@ -98,7 +131,7 @@ bool read_device(const Device& device) {
     progress("FRU", part + 1, FRU_PARTS);
     if (!set_part(&fru->parts[part], device.image.subspan(offset, length))) return false;
   }
-  return true;
+  return areas_apart(device);
 }
 
 // A part with its place in the device.
@@ -118,17 +151,24 @@ bool place(const fru_exact& fru, Placed* placed, size_t end) {
     step_failed("inventory device %u: no place for the %s", fru.id, part_name(placed->part));
     return false;
   }
-  remark("inventory device %u: the %s moves from %zu to %zu", fru.id, part_name(placed->part),
-         given, free);
+  if (given != 0) {
+    remark("inventory device %u: the %s moves from %zu to %zu", fru.id, part_name(placed->part),
+           given, free);
+  } else {
+    remark("inventory device %u: the %s is put at %zu", fru.id, part_name(placed->part), free);
+  }
   return true;
 }
 
 // Sets the offsets in the header. The parts in the order of their places; those that the header
 // does not have come last, those without bytes stay as they are. False after a message.
 bool place_parts(fru_exact* fru, size_t size) {
+  const bool given = std::ranges::any_of(fru->header, [](uint8_t byte) { return byte != 0; });
+  if (!given) fru->header[FRU_HEADER_FORMAT] = 1;
   Placed placed[FRU_PARTS];
   unsigned count = 0;
   for (unsigned part = 0; part < FRU_PARTS; part++) {
+    if (fru->parts[part].absent) fru->header[part + 1] = 0;
     const size_t offset = fru->header[part + 1] * size_t{FRU_UNIT};
     if (offset != 0 || fru->parts[part].length > 0) {
       placed[count++] = {part, offset, fru->parts[part].length};

@@ -11,10 +11,20 @@ constexpr char NO_MEMORY[] = "out of memory";
 
 using Given = std::span<const uint8_t>;
 
+// How many bytes from the start on must be kept: up to the last one after the end mark that is no
+// zero, without the checksum.
+size_t size_to_keep(Given given, size_t end) {
+  size_t size = std::max(given.size() - 1, end + 1);
+  while (size > end + 1 && given[size - 1] == 0) size--;
+  return size;
+}
+
 // The bytes as they are, if they are as many as the area says. Else its fields with their end mark,
 // what follows these (without the checksum), and zeros: as long as it says, or as it needs.
 const char* build_exact_area(const fru_layout& layout, Given given, fru_part* built) {
+  if (given.size() < layout.fixed) return "the section ends before its fields do";
   const size_t said = given[FRU_AREA_LENGTH] * size_t{FRU_UNIT};
+  built->absent = said == 0;
   if (said == 0) return nullptr;
   size_t length = said;
   size_t kept = given.size();
@@ -22,9 +32,8 @@ const char* build_exact_area(const fru_layout& layout, Given given, fru_part* bu
     size_t texts = 0;
     const size_t end = find_end_mark(layout, given, given.size(), &texts);
     if (end == given.size()) return "the section has no end mark C1";
-    const size_t needed = (end + 2 + FRU_UNIT - 1) / FRU_UNIT * FRU_UNIT;
-    length = std::max(said, needed);
-    kept = std::min(std::max(given.size() - 1, end + 1), length - 1);
+    kept = size_to_keep(given, end);
+    length = std::max(said, (kept + 1 + FRU_UNIT - 1) / FRU_UNIT * FRU_UNIT);
   }
   if (length / FRU_UNIT > FRU_UNITS_LIMIT) return "the area is too long";
   built->bytes = make_owned<uint8_t>(length);
@@ -37,16 +46,13 @@ const char* build_exact_area(const fru_layout& layout, Given given, fru_part* bu
   return nullptr;
 }
 
-// Zeros pass for records, whose checksums hold.
-bool is_list_of_records(Given given) {
-  if (given[0] != 0) return true;
-  if (given.size() < FRU_RECORD_HEADER) return false;
-  const auto header = given.first(FRU_RECORD_HEADER);
-  return GetChecksum(header) == 0 && std::ranges::any_of(header, [](uint8_t b) { return b != 0; });
-}
-
+// Zeros, whose checksums hold, are no records.
 const char* build_records(Given given, fru_part* built) {
-  if (!is_list_of_records(given)) return nullptr;
+  if (std::ranges::all_of(given, [](uint8_t byte) { return byte == 0; })) return nullptr;
+  const auto first = given.first(std::min<size_t>(given.size(), FRU_RECORD_HEADER));
+  if (given[0] == 0 && GetChecksum(first) != 0) {
+    return "a first record of type 00 needs a right header checksum";
+  }
   if (!set_part(built, given)) return NO_MEMORY;
   const auto bytes = bytes_of(*built);
   for (size_t at = 0; at < bytes.size();) {
@@ -70,7 +76,7 @@ const char* build_part(unsigned part, std::span<const uint8_t> given, fru_part* 
   if (part == RECORDS_PART) return build_records(given, built);
   const fru_layout* layout = layout_of(part);
   if (layout != nullptr) {
-    return given.size() < layout->fixed ? nullptr : build_exact_area(*layout, given, built);
+    return given.size() < 2 ? nullptr : build_exact_area(*layout, given, built);
   }
   // One byte is the format alone, which the plain form gives when it has not read the area.
   if (given.size() < 2) return nullptr;

@@ -109,6 +109,8 @@ struct fru_info {
   uint32_t lost_texts = 0;
   uint32_t lost_types = 0;
   uint32_t lost_singles = 0;
+  bool lost_format_bits = false;
+  bool lost_padding = false;
 
   uint32_t inventory_size = 0;  // bytes, as the device reports; 0 = it does not report a size
 };

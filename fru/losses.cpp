@@ -7,6 +7,7 @@
 
 #include "base/notice.h"
 #include "fru/image.h"
+#include "fru/section.h"
 
 namespace {
 
@@ -65,9 +66,17 @@ void tell_fields(const fru_info& fru, uint32_t lost, const char* loss) {
 }
 
 void tell_records(const fru_info& fru) {
-  const fru_multirecord* record = fru.multirecords.get();
-  if (record != nullptr && record->type_id == 0) {
+  const fru_multirecord* first = fru.multirecords.get();
+  if (first != nullptr && first->type_id == 0) {
     hint_failed("FRU %u: multi-record area: its first record is of type 00; use --exact",
+                fru.dev_id);
+  }
+  size_t size = 0;
+  for (const auto* record = first; record != nullptr; record = record->next.get()) {
+    size += FRU_RECORD_HEADER + static_cast<unsigned>(record->length);
+  }
+  if (size > SECTION_LIMIT) {
+    hint_failed("FRU %u: multi-record area: it is too long to be read back; use --exact",
                 fru.dev_id);
   }
 }
@@ -75,10 +84,12 @@ void tell_records(const fru_info& fru) {
 }  // namespace
 
 void note_losses(const fru_layout& layout, std::span<const uint8_t> area, fru_info* fru) {
+  if (area[FRU_AREA_FORMAT] != 1) fru->lost_format_bits = true;
   const unsigned first = static_cast<unsigned>(&layout - FRU_AREAS) * AREA_BITS;
   const size_t last = area.size() - 1;
   size_t texts = 0;
   const size_t end = find_end_mark(layout, area, last, &texts);
+  for (size_t i = end + 1; i < last; i++) fru->lost_padding = fru->lost_padding || area[i] != 0;
   size_t index = 0;
   for (size_t at = layout.fixed; at < end && end < last; index++) {
     const size_t length = size_t{area[at]} % (FRU_TEXT_LENGTH + 1);
@@ -97,6 +108,13 @@ void tell_losses(const fru_dev& dev) {
     for (const auto& kind : KINDS) tell_fields(fru, fru.*kind.fields, kind.loss);
     if (fru.common_header[FRU_HEADER_INTERNAL] != 0) {
       hint_failed("FRU %u: internal use area: it is not dumped; use --exact", fru.dev_id);
+    }
+    if (fru.lost_format_bits) {
+      hint_failed("FRU %u: the format byte of an area or a record is not kept; use --exact",
+                  fru.dev_id);
+    }
+    if (fru.lost_padding) {
+      hint_failed("FRU %u: bytes after an end mark are not kept; use --exact", fru.dev_id);
     }
     tell_records(fru);
   }

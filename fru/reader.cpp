@@ -9,6 +9,7 @@
 #include "base/regular_file.h"
 #include "fru/section.h"
 #include "textfile/lines.h"
+#include "textfile/quoted.h"
 #include "textfile/signs.h"
 #include "textfile/tokenizer.h"
 #include "transport/interrupt.h"
@@ -71,10 +72,10 @@ int refuse_at(unsigned line, const char* reason) {
 int end_section(Reader* reader) {
   fru_info* fru = &reader->dev->records[reader->current];
   const Section& section = *reader->section;
-  const int result =
-      reader->exact != nullptr
-          ? hand_over_exact(reader->state, section, &reader->exact->records[reader->current])
-          : hand_over(reader->state, section, fru, reader->signs);
+  const int result = reader->exact != nullptr
+                         ? hand_over_exact(reader->state, section,
+                                           &reader->exact->records[reader->current], reader->signs)
+                         : hand_over(reader->state, section, fru, reader->signs);
   reader->section->count = 0;
   return result;
 }
@@ -125,13 +126,28 @@ int header_line(Reader* reader) {
   for (unsigned section = COMMON; section < STATE_COUNT; section++) {
     if (start_with(text, FRU_SECTIONS[section]) != 1) continue;
     reader->state = section;
-    break;
+    return 1;
+  }
+  // The writer's own line has this name, which the reader does not know.
+  if (start_with(text, "_DEV_ACCESS_LUN") != 1) {
+    note_sign(reader->signs, Sign::stray_line, reader->lines.number);
+  }
+  return 1;
+}
+
+// A plain file may say where an internal use area is, without its bytes.
+int end_block(Reader* reader) {
+  if (end_section(reader) != 1) return 0;
+  const fru_info& fru = reader->dev->records[reader->current];
+  if (reader->exact == nullptr && fru.common_header[FRU_HEADER_INTERNAL] != 0 &&
+      fru.internal_len == 0) {
+    note_sign(reader->signs, Sign::no_internal, 0);
   }
   return 1;
 }
 
 int begin_block(Reader* reader) {
-  if (end_section(reader) != 1) return 0;
+  if (end_block(reader) != 1) return 0;
   if (reader->current + 1 >= fru_count(*reader->dev)) {
     return refuse_at(reader->lines.number, "more device blocks than _DEV_ID lines");
   }
@@ -188,7 +204,7 @@ int read_blocks(Reader* reader) {
     if (result != 1) return 0;
   }
   if (reader->lines.too_long || std::ferror(reader->lines.file) != 0) return 0;
-  if (end_section(reader) != 1) return 0;
+  if (end_block(reader) != 1) return 0;
   // A record without a block would be written as an empty inventory over that of its device.
   if (reader->current + 1 < fru_count(*reader->dev)) {
     return refuse_at(reader->lines.number, "fewer device blocks than _DEV_ID lines");
@@ -272,9 +288,10 @@ void look_at_fru_file(const char* path) {
   if (file == nullptr) return;
   fru_dev unused;
   init_fru_dev(&unused);
+  fru_exact_dev exact;
   File_signs signs = {};
   blameFlag = 0;
-  read_file(file, &unused, nullptr, &signs);
+  read_file(file, &unused, exactFlag != 0 ? &exact : nullptr, &signs);
   blameFlag = 1;
   std::fclose(file);
   destroy_fru_dev(&unused);

@@ -85,14 +85,43 @@ size_t find_split_field(const fru_layout& layout, const Section& section) {
   return section.count;
 }
 
-void note_split_field(const fru_layout& layout, const Section& section, File_signs* signs) {
-  const size_t at = signs != nullptr ? find_split_field(layout, section) : section.count;
+// Whether the field goes on after a line that has quoted text: exact text has one line for each.
+bool swallows_lines(const Section& section, size_t at, size_t next) {
+  bool quoted = false;
+  for (size_t i = at + 1; i < std::min<size_t>(next, section.count); i++) {
+    if (quoted && section.lines[i] != section.lines[i - 1]) return true;
+    quoted = quoted || section.pieces[i] != 0;
+  }
+  return false;
+}
+
+void note_fields(const fru_layout& layout, const Section& section, File_signs* signs) {
+  if (signs == nullptr) return;
+  const size_t at = find_split_field(layout, section);
   if (at < section.count) note_sign(signs, Sign::split_field, section.lines[at]);
+  size_t texts = 0;
+  const size_t end = find_end_mark(layout, gathered(section), section.count, &texts);
+  for (size_t i = end; i < section.count; i++) {
+    if (section.pieces[i] != 0) note_sign(signs, Sign::text_after_end, section.lines[i]);
+  }
+}
+
+// The first field of exact text whose length does not fit, or the count of bytes.
+size_t find_unfit_field(const fru_layout& layout, const Section& section) {
+  const size_t split = find_split_field(layout, section);
+  size_t texts = 0;
+  const size_t end = find_end_mark(layout, gathered(section), section.count, &texts);
+  for (size_t at = layout.fixed; at < end && at < split;) {
+    const size_t next = at + 1 + size_t{section.bytes[at]} % (FRU_TEXT_LENGTH + 1);
+    if (swallows_lines(section, at, next)) return at;
+    at = next;
+  }
+  return split;
 }
 
 int end_area(const fru_layout& layout, const Section& section, fru_info* fru, File_signs* signs) {
   if (section.count < 2) return 1;
-  note_split_field(layout, section, signs);
+  note_fields(layout, section, signs);
   fru_fault fault;
   if (parse_area(layout, gathered(section), section.count, fru, &fault) == 1) return 1;
   refuse_byte(section, fault.position, fault.reason);
@@ -100,7 +129,11 @@ int end_area(const fru_layout& layout, const Section& section, fru_info* fru, Fi
   return 0;
 }
 
-int end_multirecord(const Section& section, fru_info* fru) {
+int end_multirecord(const Section& section, fru_info* fru, File_signs* signs) {
+  const bool zeros = std::ranges::all_of(gathered(section), [](uint8_t byte) { return byte == 0; });
+  if (section.bytes[0] == 0 && !zeros) {
+    note_sign(signs, Sign::records_of_type_0, section.lines[0]);
+  }
   fru_fault fault;
   if (GetMultirecord(gathered(section), fru, &fault) == 1) return 1;
   return refuse_byte(section, fault.position, fault.reason);
@@ -112,16 +145,17 @@ int hand_over(unsigned state, const Section& section, fru_info* fru, File_signs*
   if (section.count == 0) return 1;
   if (state == COMMON) return end_common(section, fru);
   if (state == INTERNAL) return end_internal(section, fru);
-  if (state == MULTIREC) return end_multirecord(section, fru);
+  if (state == MULTIREC) return end_multirecord(section, fru, signs);
   return end_area(FRU_AREAS[state - CHASSIS], section, fru, signs);
 }
 
-int hand_over_exact(unsigned state, const Section& section, fru_exact* fru) {
+int hand_over_exact(unsigned state, const Section& section, fru_exact* fru, File_signs* signs) {
   if (section.count == 0) return 1;
   if (state == COMMON) return end_exact_common(section, fru);
   const unsigned part = state - INTERNAL;
   const fru_layout* layout = layout_of(part);
-  const size_t split = layout != nullptr ? find_split_field(*layout, section) : section.count;
+  if (layout != nullptr) note_fields(*layout, section, signs);
+  const size_t split = layout != nullptr ? find_unfit_field(*layout, section) : section.count;
   if (split < section.count) {
     return refuse_byte(section, static_cast<unsigned>(split),
                        "a field's length does not fit its text");

@@ -37,4 +37,4 @@ int hand_over(unsigned state, const Section& section, fru_info* fru, File_signs*
 
 // The same for a record that keeps every byte. A field whose length does not fit its text is
 // refused.
-int hand_over_exact(unsigned state, const Section& section, fru_exact* fru);
+int hand_over_exact(unsigned state, const Section& section, fru_exact* fru, File_signs* signs);

@@ -126,6 +126,7 @@ bool data_line(Text_reader* reader, const char* text) {
   uint8_t content[CONTENT_SIZE];
   const unsigned given = get_content(text, content);
   const unsigned used = std::min(given, reader->length - reader->count);
+  if (given > used) note_sign(reader->signs, Sign::extra_bytes, reader->lines.number);
   std::ranges::copy(std::span(content).first(used),
                     std::span(reader->record).subspan(reader->count, used).begin());
   if (reader->count <= SDR_LENGTH_BYTE) reader->culprit = reader->lines.number;
@@ -143,16 +144,22 @@ bool opening_line(Text_reader* reader, const char* text) {
   return true;
 }
 
+// What stands after the closing line may be a remark. True: it is not read.
+bool stray_line(Text_reader* reader) {
+  if (!reader->closed) note_sign(reader->signs, Sign::stray_line, reader->lines.number);
+  return true;
+}
+
 bool read_text_line(Text_reader* reader, const char* text) {
-  if (reader->state != BEFORE_OPENING && start_with(text, CLOSING) == 1) reader->closed = true;
   switch (reader->state) {
     case BEFORE_OPENING:
       return opening_line(reader, text);
     case BEFORE_TYPE:
-      if (start_with(text, TYPE) == 1) reader->state = BEFORE_LENGTH;
+      if (start_with(text, TYPE) != 1) return stray_line(reader);
+      reader->state = BEFORE_LENGTH;
       return true;
     case BEFORE_LENGTH:
-      return start_with(text, LENGTH) != 1 || begin_record(reader, text);
+      return start_with(text, LENGTH) == 1 ? begin_record(reader, text) : stray_line(reader);
     case IN_DATA:
       if (start_with(text, TYPE) == 1 || start_with(text, CLOSING) == 1) {
         return end_record(reader, BEFORE_LENGTH);
@@ -222,6 +229,9 @@ bool load_sdr_text(FILE* file, sdr_repository* repository, File_signs* signs) {
     if (pieces % PIECES_UNSEEN == 0) interrupt_point();
     char cleaned[LINE_ROOM];
     process_string(reader.lines.text, cleaned);
+    // At the file's very end the closing line has one character, which is no line to the tokenizer.
+    const char* start = reader.lines.text + std::strspn(reader.lines.text, " \t");
+    if (reader.state != BEFORE_OPENING && start_with(start, CLOSING) == 1) reader.closed = true;
     if (cleaned[0] != '\0' && !read_text_line(&reader, cleaned)) return false;
   }
   if (reader.lines.too_long) return false;

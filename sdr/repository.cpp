@@ -177,9 +177,10 @@ bool has_partial_add() {
   return completion_code(response) != INVALID_COMMAND;
 }
 
-bool write_failed(Id record, const char* reason) {
+// `record` is the ID that the BMC gave, `own` the record of the file.
+bool write_failed(Id record, const sdr_entry& own, const char* reason) {
   set_err_message("Write Sdr Record %02X %02X fail", record.ls, record.ms);
-  step_failed("writing the sensor record %02X%02X: %s", record.ms, record.ls, reason);
+  step_failed("writing the sensor record %02X%02X: %s", own.record_id_ms, own.record_id_ls, reason);
   return false;
 }
 
@@ -218,7 +219,7 @@ bool add_whole(const sdr_entry& entry) {
   Response response;
   const bool carried = can_be_carried(entry);
   if (carried && exchange({request, length}, &response)) return true;
-  return write_failed({entry.record_id_ls, entry.record_id_ms},
+  return write_failed({entry.record_id_ls, entry.record_id_ms}, entry,
                       carried ? failure_text() : "it is too long for the ports: use --open");
 }
 
@@ -245,11 +246,11 @@ bool add_in_parts(const sdr_entry& entry) {
     std::ranges::copy(record.subspan(offset, count), request + FRAGMENT_HEADER);
     Response response;
     if (!exchange({request, FRAGMENT_HEADER + count}, &response)) {
-      return write_failed(id, failure_text());
+      return write_failed(id, entry, failure_text());
     }
     if (last) return true;
     const auto given = response_part(response, RESPONSE_DATA, 2);
-    if (given.empty()) return write_failed(id, "a response without the record's ID");
+    if (given.empty()) return write_failed(id, entry, "a response without the record's ID");
     id = {given[0], given[1]};
   }
 }

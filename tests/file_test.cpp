@@ -159,8 +159,7 @@ TEST_F(Files, devices_and_fifos_and_open_files_are_written_as_they_are) {
   int pipe_ends[2];
   ASSERT_EQ(pipe2(pipe_ends, O_NONBLOCK), 0);
   EXPECT_EQ(dumps("/dev/fd/" + std::to_string(pipe_ends[1])), 0);
-  ASSERT_EQ(mkfifo("dump", 0600), 0);
-  const int fifo = open("dump", O_RDWR | O_NONBLOCK);
+  const int fifo = open(new_fifo("place/dump").c_str(), O_RDWR | O_NONBLOCK);
   EXPECT_EQ(dumps("dump"), 0);
   EXPECT_TRUE(fs::is_fifo("dump"));
   const int removed = open("removed", O_RDWR | O_CREAT, 0600);
@@ -250,8 +249,7 @@ TEST_F(Files, a_fifo_and_a_link_to_a_folder_of_another_user_are_not_followed_in_
   if (geteuid() != 0) GTEST_SKIP() << "only root can play other users";
   fs::create_directory("ours");
   fs::create_directory_symlink("ours", "link");
-  ASSERT_EQ(mkfifo("fifo", 0666), 0);
-  const int reader = open("fifo", O_RDONLY | O_NONBLOCK);
+  const int reader = open(new_fifo("place/fifo").c_str(), O_RDONLY | O_NONBLOCK);
   for (const char* path : {"link//dump", "./ours/../link/dump", "fifo"}) EXPECT_EQ(dumps(path), 0);
   EXPECT_EQ(dumps("link/none/dump"), ENOENT);
   fs::permissions(".", fs::perms{01777});

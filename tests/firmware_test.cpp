@@ -1,6 +1,4 @@
 // Updates, saves and verifications on the simulated card, sound and with faults.
-#include <sys/stat.h>
-
 #include "tests/firmware_support.h"
 
 namespace {
@@ -101,8 +99,7 @@ TEST(Verify, names_the_address_of_each_byte_that_differs) {
 }
 
 TEST(Actions, name_what_stopped_them) {
-  const std::string fifo = path_of("fifo.mot");
-  EXPECT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const std::string fifo = new_fifo("fifo.mot");
   const std::string file = path_of("file");
   const std::string unknown = "cannot get flash update information\n";
   serve_card({});

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <pty.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -20,9 +21,11 @@ int qarn_main(int argc, char** argv);
 namespace {
 
 struct FreshMachine : testing::EmptyTestEventListener {
+  const std::filesystem::path source = std::filesystem::current_path();
   void OnTestStart(const testing::TestInfo&) override {
     sim::reset(sim::Kind::card);
     KCS_bounds = {20, 3};
+    std::filesystem::current_path(source);
   }
 };
 
@@ -177,6 +180,12 @@ std::string path_of(const std::string& name) {
 
 std::string file_with(const std::string& name, const std::string& content) {
   std::ofstream(path_of(name), std::ios::binary) << content;
+  return path_of(name);
+}
+
+std::string new_fifo(const std::string& name) {
+  std::remove(path_of(name).c_str());
+  EXPECT_EQ(mkfifo(path_of(name).c_str(), 0600), 0);
   return path_of(name);
 }
 

@@ -45,6 +45,7 @@ std::string console_of(const std::function<void()>& action);
 // A file in the test's own temporary folder: its path, after writing `content` to it.
 std::string file_with(const std::string& name, const std::string& content);
 std::string path_of(const std::string& name);
+std::string new_fifo(const std::string& name);
 // The whole file, or "(no file)".
 std::string content_of(const std::string& path);
 

@@ -2,7 +2,6 @@
 // run, a driver.
 #include <fcntl.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -93,8 +92,7 @@ TEST(Waiting, for_a_bmc_that_does_not_answer_ends_ten_seconds_after_a_signal_at_
 }
 
 TEST(Waiting, for_the_other_end_of_a_fifo_ends_with_a_signal) {
-  const std::string fifo = path_of("fifo");
-  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const std::string fifo = new_fifo("fifo");
   for (const std::string option :
        {"--sdr ", "--fru ", "--cfg ", "--sdrdump ", "--wfru ", "--seldump ", "--save "}) {
     EXPECT_EQ(run(option + fifo, {.signal = SIGTERM}).status, 128 + SIGTERM) << option;
@@ -102,8 +100,7 @@ TEST(Waiting, for_the_other_end_of_a_fifo_ends_with_a_signal) {
 }
 
 TEST(Waiting, for_a_password_ends_with_a_signal_before_the_bmc_is_touched) {
-  const std::string silent = path_of("silent");
-  ASSERT_EQ(mkfifo(silent.c_str(), 0600), 0);
+  const std::string silent = new_fifo("silent");
   const auto say_nothing = [&] { dup2(open(silent.c_str(), O_RDWR | O_CLOEXEC), STDIN_FILENO); };
   const RunResult result = run("--sp1 --prompt", {.signal = SIGTERM, .prepare = say_nothing});
   EXPECT_EQ(result.status, 128 + SIGTERM);

@@ -1,5 +1,6 @@
 // The event log: read whole from the BMC, written as text.
 #include <algorithm>
+#include <cstdio>
 
 #include "base/progress.h"
 #include "tests/harness.h"
@@ -15,6 +16,7 @@ const std::string ENTRY = "28 43 00 00 00 00 00 FF\n";
 // What a dump says and sends while these faults act, and the file that it leaves.
 std::string dumped(const std::string& faults = "") {
   const std::string path = path_of("log.sel");
+  std::remove(path.c_str());
   const RunResult result = run("--open --seldump " + path, {faults});
   EXPECT_EQ(result.status, 0);
   return result.said.substr(result.said.find('\n') + 1) + result.sent + content_of(path);

@@ -67,6 +67,16 @@ TEST(Sign, of_a_mistake_on_the_command_line_is_told) {
       {"--users left over", "no option takes the word left\nno option takes the word over"},
       {"--sp1 secret", "the word after --sp1 is not its password: attach it with ="},
       {"--sp1=a secret", "no option takes the word that is left over"},
+      {"-sp1 secret",
+       "-sp is read as letters: a password option has two dashes\n"
+       "the word after -sp1 is not its password: attach it with ="},
+      {"-1=secret", "the password of --sp1 begins with ="},
+      {"--sp1=a --sp1=b", "the first password of --sp1 is not used"},
+      {"--wfru f --seldump f", "f is given for two files of the run"},
+      {"--wfru --users", "--users is taken for the value before it"},
+      {"-a -i 1.2.3.4 -m 0:1:2:3:4:5",
+       "1.2.3.4 does not count when -a finds an address\n0:1:2:3:4:5 does not count beside -a"},
+      {"-sp1=secret", "-sp is read as letters: a password option has two dashes"},
       {"--sdrdump a --sdr f",
        "a is not used: a later option has its place\n"
        "--sdr is left out: an action before it ends the run",
@@ -94,8 +104,9 @@ TEST(Sign, of_a_mistake_on_the_command_line_is_told) {
       {"-g 10.0.0.256", "the address 10.0.0.256 is not four decimal numbers from 0 to 255"},
       {"-g 10.0.0.1.", "the address 10.0.0.1. is not four decimal numbers from 0 to 255"},
       {"-n 255.0.255.0", "the net mask 255.0.255.0 has holes"},
-      {"-m 0:1:2:3:4:5:6", "the MAC address 0:1:2:3:4:5:6 has more than six bytes"},
-      {"-m 0:1:2:3:4:5x", "the MAC address 0:1:2:3:4:5x has more than six bytes"},
+      {"-m 0:1:2:3:4:5:6",
+       "the MAC address 0:1:2:3:4:5:6 is more than six numbers joined by colons"},
+      {"-m 0:1:2:3:4:5x", "the MAC address 0:1:2:3:4:5x is more than six numbers joined by colons"},
       {"--arp=2", "the ARP control 2 is neither 0 nor 1"},
       {"-r on", "the ARP control on is neither 0 nor 1"},
       {"-e 18 101", "the word 101 after -e is no byte from 0 to FF"},
@@ -120,7 +131,25 @@ TEST(Sign, of_a_mistake_in_a_file_is_told_before_the_bmc_is_touched) {
        "_SDR (\n_SDR_TYPE 01\n_REC_LEN 07\n01 00 51 01 02 AG\n0H\n)\n"},
       {"--sdr f", "f: line 5: a comment begins inside quotes",
        "_SDR (\n" + type + "01 00 51 01 01 // it's no quote\n'A#'\n)\n"},
-      {"--sdr f", "f: line 4: a quote is not closed", "_SDR (\n" + type + "01 00 51 01 01 'A\n)\n"},
+      {"--sdr f", "f: line 4 and 1 more: a line belongs to no record and no section",
+       "_SDR (\n_SDR_TYPE 01\n# _REC_LEN 06\n01 00 51 01 01 AA\n" + type + "01 00 51 01 01 AA\n)"},
+      {"--fru f", "f: line 3: a line belongs to no record and no section",
+       "_FRU\n_DEV_ID 00\n_SEE_BORD\n"},
+      {"--cfg f", "f: line 1: a byte of one digit takes the next one's first digit",
+       "20 30 2 01 03 00\n"},
+      {"--cfg f", "f: line 2: a request has fewer than 3 bytes", "20 18 01\n20 18\n"},
+      {"--sdr f", "f: line 4: a quote is not closed",
+       "_SDR (\n_SDR_TYPE 01\n_REC_LEN 07\n01 00 51 01 02 'A\n)\n"},
+      {"--sdr f", "f: line 4: a line has more bytes than are left of its record",
+       "_SDR (\n" + type + "01 00 51 01 01 'AB'\n)\n"},
+      {"--fru f", "f: line 11: there is text after the end mark C1",
+       fru + "C0\nC0\nC1\n00\n'x'\nC1\n00\n"},
+      {"--fru f", "f: line 12: records that begin with type 00 are not written; use --exact",
+       fru + "C0\nC0\nC1\n00\n_SEE_MULTIREC\n00 82 00 00 7E\n"},
+      {"--fru f", "f: the internal use area of the common section is not given; use --exact",
+       "_FRU\n_DEV_ID 00\n_SEE_COMMON\n01 02 00 00 00 00 00 FD\n_SEE_INTERNAL\n00\n"},
+      {"--exact --fru f", "f: line 12: a character is no hexadecimal digit",
+       fru + "C0\nC1\n00 00 00\n00\n_SEE_PRODUCT\n01 02 0g C0 C0 C0 C0 C0 C0 C0 C1 00 00 00 00\n"},
       {"--sdr f.dat", "f.dat: it has no record or request"},
       {"--fru f", "f: it has no opening line", fru.substr(5) + "C0\nC0\nC1\n00\n"},
       {"--fru f",
@@ -133,6 +162,12 @@ TEST(Sign, of_a_mistake_in_a_file_is_told_before_the_bmc_is_touched) {
       {"--cfg f", "f: line 2: a character is no hexadecimal digit", "20 18 01\n20 18 1o\n"},
       {"-u f.mot", "f.mot: line 2: the checksum of a record is wrong",
        "S309FFFFFF004F4B00005F\nS309FFFFFF044F4B00005C\nS70500000000FA\n"},
+      {"-u f.mot",
+       "f.mot: line 1 and 1 more: a line is no S-record\n"
+       "f.mot: line 3: a data record of type S1 or S2 is left out\n"
+       "f.mot: line 5: the count of data records (S5) is wrong",
+       "# S0\n S309FFFFFF004F4B00005F\nS10500000000FA\nS309FFFFFF044F4B00005B\nS5030002FA\n"
+       "S70500000000FA\n"},
       {"--verify f.mot", "f.mot: it has no end record (S7)", "S309FFFFFF004F4B00005F\n"}};
   for (const Sign& sign : signs) {
     file_with("f.mot", sign.file);
@@ -183,6 +218,8 @@ TEST(Sign, of_an_image_that_is_larger_than_the_flash_is_told_before_the_first_ch
 
 TEST(Sign, is_not_seen_in_what_is_right) {
   serve();
+  EXPECT_EQ(run("-oe 18 01 -1 22").traffic, run("-o -e 18 01 -1 22").traffic) << "these are bytes";
+  machine().bmc.faults.clear();
   run_there("--sdrdump s");
   run_there("--wfru f");
   run_there("--save b.bin");
@@ -252,12 +289,13 @@ TEST(Step, that_fails_at_the_bmc_is_told_with_the_completion_code) {
       {"refuse netfn=3e cmd=84 value=c1", "--imac",
        "the card's own MAC address: completion code C1 (invalid command)"},
       {"refuse netfn=0c cmd=2 value=d4", "-d", "reading the IP address" + denied, false, 255},
-      {"", "-a", "no network interface of this server has the BMC's MAC address 00:0E:0C:44:10:01"},
+      {"", "-a",
+       "no network interface with an address has the BMC's MAC address 00:0E:0C:44:10:01"},
       {"refuse netfn=0a cmd=20 value=d4", "--sdrdump d", "the size of the sensor records" + denied},
       {"refuse netfn=0a cmd=23 value=d4", "--sdrdump d", "reading the sensor record 0000" + denied},
       {"refuse netfn=0a cmd=27 value=d4", "--sdr s", "erasing the sensor records" + denied},
       {"refuse netfn=0a cmd=25 skip=1 value=c4", "--sdr s",
-       "writing the sensor record 0000: completion code C4 (out of space)"},
+       "writing the sensor record 0001: completion code C4 (out of space)"},
       {"refuse netfn=6 cmd=2 value=d4", "--sdr s", "the reset of the BMC" + denied},
       {"refuse netfn=0a cmd=40 value=d4", "--seldump d", "the event log's size" + denied},
       {"refuse netfn=0a cmd=43 value=d4", "--seldump d", "the event log's record 0000" + denied},
@@ -336,12 +374,26 @@ TEST(Reason, of_a_file_that_cannot_be_used_is_told_to_people_too) {
   EXPECT_EQ(run_there("--sdr bad", "2").terminal, "qarn: bad: line 3: record length under 05\n");
 }
 
+TEST(Sign, of_a_flash_that_is_no_whole_portion_is_none) {
+  serve_card({.base = 0xFFFF0000, .size = 0x1800, .start = 0xFFFF0000, .block = 64, .chunk = 16});
+  const std::string saved = path_of("odd.bin");
+  run("--save " + saved);
+  for (const char* option : {"--verify ", "-u "}) {
+    const RunResult result = run(std::string("--strict ") + option + saved);
+    EXPECT_EQ(result.err + std::to_string(result.status), "0") << option;
+  }
+}
+
 TEST(Reason, of_a_way_to_the_bmc_that_fails_is_told) {
   const std::string long_request = "-e 18" + repeated(130, " 01");
   serve();
   EXPECT_EQ(run(long_request, {.terminals = "2"}).terminal,
             "qarn: the request is too long for the ports: use --open\n");
   EXPECT_EQ(run(long_request).err, "");
+  machine().ports = {};
+  const RunResult none = run("--strict -d");
+  EXPECT_EQ(none.err, "qarn: no BMC answers at the ports: is this root? else try --open\n");
+  EXPECT_EQ(none.status, 255);
   machine().devices = {};
   EXPECT_EQ(run("--strict --open -d").err,
             "qarn: none of them is there: load the kernel's module ipmi_devintf\n");
@@ -359,9 +411,11 @@ TEST(Strict, tells_of_output_that_was_lost_and_stands_anywhere_on_the_line) {
   const RunResult lost = run("-d --stric", {.prepare = full});
   EXPECT_EQ(lost.err, "qarn: standard output could not be written: No space left on device\n");
   EXPECT_EQ(lost.status, 2);
+  EXPECT_EQ(run("--strict=yes -d").status, 1);
+  EXPECT_EQ(run("-strict -d").status, 1);
   const RunResult unknown = run("--nothing --strict");
-  EXPECT_TRUE(
-      unknown.err.ends_with("qarn: warning: --nothing is not understood: nothing was done\n"));
+  EXPECT_TRUE(unknown.err.ends_with(
+      "qarn: warning: the command line is not understood: nothing was done\n"));
   EXPECT_EQ(unknown.status, 1);
 }
 

@@ -23,6 +23,7 @@
 namespace {
 
 constexpr int STATUS_REFUSED = 1;
+constexpr unsigned PIECES_UNSEEN = 256;  // looked at between two looks for a signal
 
 // Closed whichever way the script ends.
 using Script = std::unique_ptr<FILE, int (*)(FILE*)>;
@@ -69,6 +70,9 @@ bool note_request(const Lines& lines, File_signs* signs) {
   if (cleaned[0] == '\0') return false;
   note_line(signs, lines.text, lines.number);
   note_bytes(signs, cleaned, lines.number);
+  uint8_t request[CONTENT_SIZE];
+  const unsigned length = get_content(cleaned, request);
+  if (length > 0 && length < REQUEST_DATA) note_sign(signs, Sign::short_request, lines.number);
   return true;
 }
 
@@ -92,7 +96,10 @@ void look_at_script(const char* path) {
   File_signs signs = {};
   bool any = false;
   blameFlag = 0;
-  while (next_line(&lines)) any = note_request(lines, &signs) || any;
+  for (unsigned pieces = 1; next_line(&lines); pieces++) {
+    if (pieces % PIECES_UNSEEN == 0) interrupt_point();
+    any = note_request(lines, &signs) || any;
+  }
   blameFlag = 1;
   if (!any) note_sign(&signs, Sign::no_record, 0);
   tell_signs(signs, path);
@@ -100,7 +107,9 @@ void look_at_script(const char* path) {
 
 void process_cfg(const char* path) {
   const Script script = open_script(path);
-  if (!script) return hint_failed("%s: %s", path, std::strerror(errno));
+  const int reason = errno;
+  interrupt_point();
+  if (!script) return hint_failed("%s: %s", path, std::strerror(reason));
   const bool looked_at = is_regular(script.get());
   Lines lines = {};
   lines.file = script.get();

@@ -17,6 +17,16 @@ const char* const TEXTS[SIGNS] = {
     "a field ends in the middle of a quoted piece: its length does not fit its text",
     "the checksum of a record is wrong",
     "it has no end record (S7)",
+    "a line has more bytes than are left of its record",
+    "there is text after the end mark C1",
+    "records that begin with type 00 are not written; use --exact",
+    "the internal use area of the common section is not given; use --exact",
+    "a line belongs to no record and no section",
+    "a byte of one digit takes the next one's first digit",
+    "a request has fewer than 3 bytes",
+    "a line is no S-record",
+    "a data record of type S1 or S2 is left out",
+    "the count of data records (S5) is wrong",
 };
 
 }  // namespace
@@ -37,6 +47,7 @@ void note_line(File_signs* signs, const char* text, unsigned line) {
 void note_bytes(File_signs* signs, const char* text, unsigned line) {
   if (signs == nullptr) return;
   if (has_other_digit(text)) note_sign(signs, Sign::other_digit, line);
+  if (has_split_byte(text)) note_sign(signs, Sign::split_byte, line);
   if (has_open_quote(text) && signs->cut_line != line) note_sign(signs, Sign::open_quote, line);
 }
 

@@ -12,8 +12,18 @@ enum class Sign : unsigned {
   split_field,
   wrong_checksum,
   no_end_record,
+  extra_bytes,
+  text_after_end,
+  records_of_type_0,
+  no_internal,
+  stray_line,
+  split_byte,
+  short_request,
+  other_line,
+  left_out_record,
+  wrong_count,
 };
-inline constexpr unsigned SIGNS = 10;
+inline constexpr unsigned SIGNS = 20;
 
 // For each kind, how many lines have it and which is the first; all zero at start. Line 0 is the
 // whole file.

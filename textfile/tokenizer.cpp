@@ -121,6 +121,19 @@ bool has_quoted_comment(const char* line) {
   return start < text.size() && std::ranges::count(text.substr(0, start), QUOTE) % 2 == 1;
 }
 
+bool has_split_byte(const char* text) {
+  bool quoted = false;
+  bool half = false;  // a byte has its first digit
+  for (; *text != '\0'; text++) {
+    if (*text == QUOTE) quoted = !quoted;
+    if (quoted || *text == QUOTE) continue;
+    if (half && is_blank(*text) && digit_value(text[std::strspn(text, " \t")]) != NO_VALUE)
+      return true;
+    if (digit_value(*text) != NO_VALUE) half = !half;
+  }
+  return false;
+}
+
 bool has_open_quote(const char* text) {
   return std::ranges::count(std::string_view(text), QUOTE) % 2 == 1;
 }

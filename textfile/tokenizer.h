@@ -24,6 +24,8 @@ unsigned get_content(const char* text, std::span<uint8_t, CONTENT_SIZE> out);
 bool has_other_digit(const char* text);
 bool has_quoted_comment(const char* line);
 bool has_open_quote(const char* text);
+// Or a blank that parts the two digits of a byte: "1 02" is 10 and 02's last digit.
+bool has_split_byte(const char* text);
 
 // For each byte that get_content stores: the number, from 1, of the quoted piece that it stands in,
 // 0 outside of quotes.

@@ -94,6 +94,6 @@ void hint_lockdown() {
   const bool known = std::fgets(line, sizeof line, state) != nullptr;
   std::fclose(state);
   if (known && std::strstr(line, "[none]") == nullptr) {
-    hint("the kernel is locked down and keeps programs from the ports: use --open");
+    remark("the kernel is locked down and keeps programs from the ports: use --open");
   }
 }

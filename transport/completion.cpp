@@ -2,6 +2,7 @@
 #include "transport/completion.h"
 
 #include <cstdio>
+#include <cstring>
 
 #include "transport/ipmi.h"
 
@@ -42,9 +43,11 @@ const Meaning MEANINGS[] = {
     {UNSPECIFIED, UNSPECIFIED, "unspecified error"},
 };
 
-// The last response: its completion code, and data bytes that came and were needed.
+// The last response, or why none came: its completion code, and data bytes that came and were
+// needed.
 struct Last {
   bool came;
+  int reason;
   uint8_t code;
   unsigned count;
   unsigned needed;
@@ -62,8 +65,10 @@ const char* completion_text(uint8_t code) {
 
 const char* failure_text() {
   static char text[80];
-  if (!last.came) return "no response";
-  if (last.code != COMPLETED) {
+  if (!last.came && last.reason == 0) return "no response";
+  if (!last.came) {
+    std::snprintf(text, sizeof text, "no response: %s", std::strerror(last.reason));
+  } else if (last.code != COMPLETED) {
     std::snprintf(text, sizeof text, "completion code %02X (%s)", last.code,
                   completion_text(last.code));
   } else if (last.count < last.needed) {
@@ -75,10 +80,11 @@ const char* failure_text() {
   return text;
 }
 
-void note_no_response() {
+void note_no_response(int reason) {
   last = {};
+  last.reason = reason;
 }
 
 void note_response(uint8_t code, unsigned count, unsigned needed) {
-  last = {true, code, count, needed};
+  last = {true, 0, code, count, needed};
 }

@@ -9,7 +9,7 @@ const char* completion_text(uint8_t code);
 // (invalid command)", a response that is too short, or none.
 const char* failure_text();
 
-// Set by the transport: no response came; one came, with this completion code and so many data
-// bytes, of which `needed` were asked for.
-void note_no_response();
+// Set by the transport: no response came, and the errno of the call that failed, or 0; one came,
+// with this completion code and so many data bytes, of which `needed` were asked for.
+void note_no_response(int reason);
 void note_response(uint8_t code, unsigned count, unsigned needed);

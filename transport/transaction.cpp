@@ -85,6 +85,7 @@ int kernel_send(std::span<const uint8_t> request) {
   // The record has no const; the kernel only reads through it.
   record.msg.data = data.empty() ? nullptr : const_cast<uint8_t*>(data.data());
   if (platform::device_send(driverHandle, &record) >= 0) return 0;
+  note_no_response(errno);
   std::printf("Error sending command: %s\n", std::strerror(errno));
   return -1;
 }
@@ -97,6 +98,7 @@ int kernel_wait() {
     result = platform::device_select(driverHandle, &readable);
   }
   if (result < 0) {
+    note_no_response(errno);
     std::puts("Select fail");
     return -1;
   }
@@ -116,7 +118,9 @@ int kernel_receive(uint8_t* response, unsigned* responseLength) {
   if (platform::device_receive(driverHandle, &record) < 0) {
     const int reason = errno;
     std::printf("Error receiving message: %s\n", std::strerror(reason));
+    note_no_response(reason);
     if (reason != EMSGSIZE) return -1;
+    step_failed("a response is too long for the kernel's device and was cut");
   }
   const unsigned count = record.msg.data_len < sizeof data ? record.msg.data_len : sizeof data;
   response[0] = BMC_ADDRESS;
@@ -172,7 +176,7 @@ std::span<const uint8_t> ask(std::span<const uint8_t> request, unsigned count, R
   std::memset(response, 0, sizeof *response);
   response->bytes[RESPONSE_COMPLETION] = UNSPECIFIED;
   const unsigned length = static_cast<unsigned>(request.size());
-  note_no_response();
+  note_no_response(0);
   if (converToBMCCmd(request.data(), length, response->bytes, &response->length) != 0) return {};
   if (response->length < RESPONSE_DATA) return {};
   const uint8_t code = completion_code(*response);
