@@ -7,6 +7,7 @@
 #include "lan/lan.h"
 #include "sdr/sdr.h"
 #include "textfile/cfg.h"
+#include "textfile/quoted.h"
 
 namespace {
 
@@ -30,6 +31,21 @@ void write_and_read_back(fru_info* fru) {
   uint8_t again[FRU_IMAGE_ROOM];
   fuzz::require(std::ranges::equal(build_fru_image(&dev.records[0], again), image));
   destroy_fru_dev(&dev);
+}
+
+bool same_record(const sdr_entry& one, const sdr_entry& other) {
+  return header_of(one) == header_of(other) && std::ranges::equal(body_of(one), body_of(other));
+}
+
+// The records of any text are the same when their exact text is read.
+void dump_records_exactly(const char* path) {
+  sdr_repository read{};
+  sdr_repository again{};
+  if (FileToSdr(path, &read) != 1) return;
+  exactFlag = 1;
+  fuzz::require(SdrToFile("exact.sdr", &read) == 1 && FileToSdr("exact.sdr", &again) == 1);
+  exactFlag = 0;
+  fuzz::require(std::ranges::equal(entries_of(read), entries_of(again), same_record));
 }
 
 // What is read from exact text can be written to a device that has room, read back, and dumped as
@@ -60,7 +76,7 @@ void write_and_read_exactly(fru_exact_dev* given) {
 
 int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   std::string text = fuzz::start(bytes, size);
-  const unsigned reader = fuzz::take(&text) % 7;
+  const unsigned reader = fuzz::take(&text) % 8;
   resetFlag = 0;
   fuzz::file("util.dat", reader == 4 ? text : "");  // comments on the fields of sensor records
   if (reader == 0) sdrUpdate(fuzz::file("fuzz.sdr", text));
@@ -79,6 +95,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   if (reader == 6 && ExactFileToFru(fuzz::file("fuzz.fru", text), &exact) == 1) {
     write_and_read_exactly(&exact);
   }
+  if (reader == 7) dump_records_exactly(fuzz::file("fuzz.sdr", text));
   char address[16];
   if (reader == 5) getIpfromMAC("00:01:02:03:04:05", address);
   return 0;
