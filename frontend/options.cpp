@@ -217,14 +217,25 @@ struct Getopt_tables {
   option names[std::size(ROWS) + 1];
 };
 
-// getopt lists the names in its messages, which scripts may collect: --strict is among them only
-// when it is given.
-Getopt_tables build_tables(const Options& options) {
+// getopt lists the names in its messages, which scripts may collect: those that scripts of old do
+// not know are among them only when one is given, by two letters at least.
+bool is_hidden(const Row& row, int argc, char** argv) {
+  const bool late =
+      row.flag == &Options::prompt || row.flag == &Options::exact || row.flag == &Options::strict;
+  if (!late) return false;
+  return std::none_of(argv, argv + argc, [&](const char* word) {
+    const std::string_view name = std::string_view(word).substr(0, std::strcspn(word, "="));
+    return name.starts_with("--") && name.size() >= 4 &&
+           std::string_view(row.name).starts_with(name.substr(2));
+  });
+}
+
+Getopt_tables build_tables(int argc, char** argv) {
   Getopt_tables tables{};
   char* letters = tables.letters;
   option* names = tables.names;
   for (const Row& row : ROWS) {
-    if (row.flag == &Options::strict && options.strict == 0) continue;
+    if (is_hidden(row, argc, argv)) continue;
     if (row.name != nullptr) *names++ = {row.name, row.takes, nullptr, code_of(row)};
     if (row.letter == NO_LETTER) continue;
     *letters++ = row.letter;
@@ -261,7 +272,7 @@ int apply(const Row& row, const Given& given, Options* options) {
 
 int parse_options(int argc, char** argv, Options* options) {
   look_at_words(argc, argv, options);
-  const Getopt_tables tables = build_tables(*options);
+  const Getopt_tables tables = build_tables(argc, argv);
   for (;;) {
     const int code = getopt_long(argc, argv, tables.letters, tables.names, nullptr);
     const Row* row = row_of(code);
