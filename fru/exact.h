@@ -14,7 +14,8 @@ struct fru_part {
 
 struct fru_exact {
   uint8_t id = 0;
-  uint8_t header[FRU_HEADER_SIZE] = {};  // all zero: not given
+  uint8_t header[FRU_HEADER_SIZE] = {};
+  bool has_header = false;  // a file gave it
   fru_part parts[FRU_PARTS];
 };
 

@@ -163,8 +163,7 @@ bool place(const fru_exact& fru, Placed* placed, size_t end) {
 // Sets the offsets in the header. The parts in the order of their places; those that the header
 // does not have come last, those without bytes stay as they are. False after a message.
 bool place_parts(fru_exact* fru, size_t size) {
-  const bool given = std::ranges::any_of(fru->header, [](uint8_t byte) { return byte != 0; });
-  if (!given) fru->header[FRU_HEADER_FORMAT] = 1;
+  if (!fru->has_header) fru->header[FRU_HEADER_FORMAT] = 1;
   Placed placed[FRU_PARTS];
   unsigned count = 0;
   for (unsigned part = 0; part < FRU_PARTS; part++) {
@@ -178,10 +177,13 @@ bool place_parts(fru_exact* fru, size_t size) {
   std::ranges::stable_sort(
       used, {}, [](const Placed& one) { return one.offset != 0 ? one.offset : LARGEST_DEVICE; });
   size_t end = FRU_HEADER_SIZE;
-  for (Placed& one : used) {
+  for (size_t i = 0; i < used.size(); i++) {
+    Placed& one = used[i];
     if (!place(*fru, &one, end)) return false;
     fru->header[one.part + 1] = static_cast<uint8_t>(one.offset / FRU_UNIT);
-    end = one.offset + std::max<size_t>(one.length, 1);
+    // One without bytes stays in the device: it may reach up to the next.
+    const size_t next = i + 1 < used.size() && used[i + 1].offset != 0 ? used[i + 1].offset : size;
+    end = one.length > 0 ? one.offset + one.length : std::max(one.offset + 1, next);
     if (one.length > 0 && end > size) {
       step_failed("inventory device %u: the %s ends at %zu, the device at %zu", fru->id,
                   part_name(one.part), end, size);

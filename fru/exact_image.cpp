@@ -28,9 +28,11 @@ const char* build_exact_area(const fru_layout& layout, Given given, fru_part* bu
   if (said == 0) return nullptr;
   size_t length = said;
   size_t kept = given.size();
-  if (given.size() != said) {
-    size_t texts = 0;
-    const size_t end = find_end_mark(layout, given, given.size(), &texts);
+  size_t texts = 0;
+  const size_t end = find_end_mark(layout, given, given.size(), &texts);
+  // Where the checksum would be there may be the end mark, of a section without a checksum.
+  const bool whole = given.size() == said && (end != said - 1 || GetChecksum(given) == 0);
+  if (!whole) {
     if (end == given.size()) return "the section has no end mark C1";
     kept = size_to_keep(given, end);
     length = std::max(said, (kept + 1 + FRU_UNIT - 1) / FRU_UNIT * FRU_UNIT);
@@ -78,7 +80,7 @@ const char* build_part(unsigned part, std::span<const uint8_t> given, fru_part* 
   if (layout != nullptr) {
     return given.size() < 2 ? nullptr : build_exact_area(*layout, given, built);
   }
-  // One byte is the format alone, which the plain form gives when it has not read the area.
-  if (given.size() < 2) return nullptr;
+  // One 00 is the format, which the plain form gives when it has not read the area.
+  if (given.size() == 1 && given[0] == 0) return nullptr;
   return set_part(built, given) ? nullptr : NO_MEMORY;
 }

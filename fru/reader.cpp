@@ -130,7 +130,7 @@ int header_line(Reader* reader) {
   }
   // The writer's own line has this name, which the reader does not know.
   if (start_with(text, "_DEV_ACCESS_LUN") != 1) {
-    note_sign(reader->signs, Sign::stray_line, reader->lines.number);
+    note_stray(reader->signs, text, reader->lines.number);
   }
   return 1;
 }

@@ -45,6 +45,7 @@ int end_exact_common(const Section& section, fru_exact* fru) {
     return refuse_byte(section, section.count, "the common section has fewer than 8 bytes");
   }
   std::ranges::copy(gathered(section).first(FRU_HEADER_SIZE), fru->header);
+  fru->has_header = true;
   return 1;
 }
 

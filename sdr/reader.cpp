@@ -145,8 +145,8 @@ bool opening_line(Text_reader* reader, const char* text) {
 }
 
 // What stands after the closing line may be a remark. True: it is not read.
-bool stray_line(Text_reader* reader) {
-  if (!reader->closed) note_sign(reader->signs, Sign::stray_line, reader->lines.number);
+bool stray_line(Text_reader* reader, const char* text) {
+  if (!reader->closed) note_stray(reader->signs, text, reader->lines.number);
   return true;
 }
 
@@ -155,11 +155,11 @@ bool read_text_line(Text_reader* reader, const char* text) {
     case BEFORE_OPENING:
       return opening_line(reader, text);
     case BEFORE_TYPE:
-      if (start_with(text, TYPE) != 1) return stray_line(reader);
+      if (start_with(text, TYPE) != 1) return stray_line(reader, text);
       reader->state = BEFORE_LENGTH;
       return true;
     case BEFORE_LENGTH:
-      return start_with(text, LENGTH) == 1 ? begin_record(reader, text) : stray_line(reader);
+      return start_with(text, LENGTH) == 1 ? begin_record(reader, text) : stray_line(reader, text);
     case IN_DATA:
       if (start_with(text, TYPE) == 1 || start_with(text, CLOSING) == 1) {
         return end_record(reader, BEFORE_LENGTH);
@@ -204,15 +204,30 @@ bool is_exact_dump(FILE* file) {
   return dump;
 }
 
+// With --exact, text without a record may be the dump of an empty repository.
+void note_empty(File_signs* signs) {
+  if (signs == nullptr) return;
+  const auto seen = [&](Sign sign) { return signs->lines[static_cast<unsigned>(sign)] > 0; };
+  if (exactFlag == 0 || seen(Sign::no_opening) || seen(Sign::no_closing)) {
+    note_sign(signs, Sign::no_record, 0);
+  }
+}
+
 // False when the file is refused, or cannot be read; the repository is then empty.
 bool load(FILE* file, const char* path, sdr_repository* repository, File_signs* signs) {
   freespace(repository);
-  const bool loaded = is_binary_sdr(path) && !is_exact_dump(file)
+  const bool is_exact_text = is_exact_dump(file);
+  const bool loaded = is_binary_sdr(path) && !is_exact_text
                           ? load_binary(file, repository)
                           : load_sdr_text(file, repository, signs);
   const bool sound = loaded && std::ferror(file) == 0;
   if (loaded && !sound) keep_refusal("%s", std::strerror(errno));
-  if (sound && repository->record_count == 0) note_sign(signs, Sign::no_record, 0);
+  const bool text = !is_binary_sdr(path) || is_exact_text;
+  if (sound && !text && exactFlag != 0 && repository->record_count == 0) {
+    keep_refusal("a name for binary files, but no record of one");
+    return false;
+  }
+  if (sound && repository->record_count == 0) note_empty(signs);
   if (!sound) freespace(repository);
   return sound;
 }

@@ -8,6 +8,7 @@
 #include "base/notice.h"
 #include "base/progress.h"
 #include "platform/platform.h"
+#include "textfile/quoted.h"
 #include "transport/completion.h"
 #include "transport/interrupt.h"
 #include "transport/ipmi.h"
@@ -134,6 +135,10 @@ bool append_from_bmc(sdr_repository* repository, Id id) {
   return true;
 }
 
+bool at_chain_end(const sdr_repository& repository) {
+  return repository.next_id_ls == 0xFF && repository.next_id_ms == 0xFF;
+}
+
 // Reads to the end of the chain, but no more records than the BMC claims.
 bool read_chain(sdr_repository* repository) {
   const uint32_t claimed = static_cast<uint32_t>(repository->count_ms << 8 | repository->count_ls);
@@ -142,7 +147,7 @@ bool read_chain(sdr_repository* repository) {
   while (repository->record_count < claimed) {
     if (get_sdr(repository) != 1) return false;
     progress("SDR", repository->record_count, claimed);
-    if (repository->next_id_ls == 0xFF && repository->next_id_ms == 0xFF) break;
+    if (at_chain_end(*repository)) break;
   }
   return true;
 }
@@ -280,6 +285,11 @@ int init_sdr(sdr_repository* repository) {
   repository->source_name = make_text("BMC", 3);
   const bool complete = read_chain(repository);
   progress_end();
+  const bool cut = repository->record_count > 0 && !at_chain_end(*repository);
+  if (exactFlag != 0 && complete && cut) {
+    hint_failed("the BMC has more sensor records than the %u that it claims",
+                repository->record_count);
+  }
   return complete ? 1 : 0;
 }
 

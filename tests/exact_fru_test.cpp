@@ -157,7 +157,7 @@ const std::string SERIAL = "PN#4";
 Bytes three_areas(const std::string& serial = SERIAL) {
   const Bytes chassis = area({0x17}, {"CP", serial});
   const Bytes board = area({0, 1, 2, 3}, {"Maker", "Fan '1'", "S", "", ""}, {.units = 4});
-  const Bytes product = area({0}, {"Maker", "a//b", "", "", "", "", ""});
+  const Bytes product = area({0}, {"#", "a//b", "", "", "", "", ""});
   const Header header = {.chassis = 1, .board = 3, .product = 8};
   return chained({header_of(header), chassis, board, Bytes(8, 0xEE), product});
 }
@@ -273,6 +273,37 @@ TEST(ExactFru, text_that_cannot_be_a_device_is_refused_before_anything_is_writte
       << full.err;
 }
 
+TEST(ExactFru, section_without_its_checksum_keeps_its_end_mark) {
+  sim::reset(sim::Kind::plain);
+  serve(Bytes(64, 0xFF));
+  const std::string text =
+      "_FRU\n_DEV_ID 00\n_SEE_COMMON\n01 00 01 00 00 00 00 FE\n_SEE_CHASSIS\n01 02 17\n"
+      "C4 'CP-1'\nC6 'CS1234'\nC1\n";
+  EXPECT_EQ(run("--strict --exact --fru " + file_with("bare.fru", text)).status, 0);
+  const Bytes chassis = area({0x17}, {"CP-1", "CS1234"});
+  const Bytes& device = machine().bmc.fru.devices[0].contents;
+  EXPECT_TRUE(std::equal(chassis.begin(), chassis.end(), device.begin() + 8));
+}
+
+TEST(ExactFru, area_that_is_added_does_not_touch_one_whose_section_is_left_out) {
+  const Bytes device =
+      image_of({area({0x17}, {"A", ""}), area({0, 1, 2, 3}, {"B", "", "", "", ""})});
+  sim::reset(sim::Kind::plain);
+  serve(device);
+  const std::string text =
+      "_FRU\n_DEV_ID 00\n_SEE_COMMON\n01 00 01 02 00 00 00 FC\n"
+      "_SEE_PRODUCT\n01 02 00 C0 C0 C0 C0 C0 C0 C0 C1\n";
+  const RunResult added = run("--strict --exact --fru " + file_with("added.fru", text));
+  EXPECT_TRUE(added.err.ends_with("the product area ends at 48, the device at 32\n")) << added.err;
+  EXPECT_TRUE(machine().bmc.fru.devices[0].contents == device);
+  sim::reset(sim::Kind::plain);
+  serve(Bytes(9, 0));
+  const std::string path = path_of("zero.fru");
+  run("--exact --wfru " + path);
+  EXPECT_EQ(run("--strict --exact --fru " + path).status, 0);
+  EXPECT_TRUE(machine().bmc.fru.devices[0].contents == Bytes(9, 0)) << "a header of zeros";
+}
+
 TEST(ExactFru, area_of_length_zero_is_taken_out_and_two_areas_with_the_same_bytes_are_refused) {
   Bytes device = three_areas();
   const Edited without = edited("_SEE_PRODUCT\n   01\n   03", "_SEE_PRODUCT\n   01\n   00", device);
@@ -327,7 +358,8 @@ TEST(PlainFru, dump_that_would_not_restore_names_what_is_lost) {
   std::copy(typed.begin(), typed.end(), device.begin() + 8);
   serve(device);
   const std::string lost =
-      "qarn: FRU 0: board product name, product name: the text does not read back; use --exact\n"
+      "qarn: FRU 0: board product name, product manufacturer, product name: the text does not read "
+      "back; use --exact\n"
       "qarn: FRU 0: chassis part number, chassis custom field: the type of the field is not kept; "
       "use --exact\n"
       "qarn: FRU 0: chassis custom field: a field of one byte ends the fields; use --exact\n"

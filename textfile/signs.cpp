@@ -1,6 +1,8 @@
 // Signs that a definition file is not what it was meant to be.
 #include "textfile/signs.h"
 
+#include <cstring>
+
 #include "base/notice.h"
 #include "textfile/tokenizer.h"
 
@@ -36,6 +38,10 @@ void note_sign(File_signs* signs, Sign sign, unsigned line) {
   const unsigned kind = static_cast<unsigned>(sign);
   if (signs->lines[kind] > 0 && signs->first[kind] == line) return;
   if (signs->lines[kind]++ == 0) signs->first[kind] = line;
+}
+
+void note_stray(File_signs* signs, const char* text, unsigned line) {
+  if (text[std::strspn(text, " \t\r\n")] != '\0') note_sign(signs, Sign::stray_line, line);
 }
 
 void note_line(File_signs* signs, const char* text, unsigned line) {

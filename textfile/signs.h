@@ -36,6 +36,9 @@ struct File_signs {
 // Each does nothing for null, when no one will be told.
 void note_sign(File_signs* signs, Sign sign, unsigned line);
 
+// A line that belongs nowhere, unless it is empty but for its line end.
+void note_stray(File_signs* signs, const char* text, unsigned line);
+
 // Those of a line's text as it stands in the file, and of a part of it that must be bytes.
 void note_line(File_signs* signs, const char* text, unsigned line);
 void note_bytes(File_signs* signs, const char* text, unsigned line);
