@@ -164,6 +164,7 @@ int value_line(Reader* reader) {
   const bool pieces_count = reader->signs != nullptr || reader->exact != nullptr;
   if (pieces_count) get_pieces(reader->cleaned, pieces);
   note_content(reader, reader->cleaned);
+  if (reader->lines.cut) note_sign(reader->signs, Sign::long_line, reader->lines.number);
   const unsigned most = reader->exact != nullptr ? EXACT_SECTION_LIMIT : SECTION_LIMIT;
   const unsigned limit = reader->state == COMMON ? COMMON_LIMIT : most;
   if (count > limit - section->count) {

@@ -93,6 +93,7 @@ unsigned length_value(const char* text) {
 
 // Notes what is wrong with the bytes of the present line.
 void note_data(const Text_reader& reader, const char* bytes) {
+  if (reader.lines.cut) note_sign(reader.signs, Sign::long_line, reader.lines.number);
   note_line(reader.signs, reader.lines.text, reader.lines.number);
   note_bytes(reader.signs, bytes, reader.lines.number);
 }

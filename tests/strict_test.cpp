@@ -135,6 +135,8 @@ TEST(Sign, of_a_mistake_in_a_file_is_told_before_the_bmc_is_touched) {
        "_SDR (\n_SDR_TYPE 01\n# _REC_LEN 06\n01 00 51 01 01 AA\n" + type + "01 00 51 01 01 AA\n)"},
       {"--fru f", "f: line 3: a line belongs to no record and no section",
        "_FRU\n_DEV_ID 00\n_SEE_BORD\n"},
+      {"--exact --fru f", "f: line 4: a line is too long and is read as several",
+       "_FRU\n_DEV_ID 00\n_SEE_INTERNAL\n" + repeated(300, "1") + "\n"},
       {"--cfg f", "f: line 1: a byte of one digit takes the next one's first digit",
        "20 30 2 01 03 00\n"},
       {"--cfg f", "f: line 2: a request has fewer than 3 bytes", "20 18 01\n20 18\n"},

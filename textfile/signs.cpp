@@ -29,6 +29,7 @@ const char* const TEXTS[SIGNS] = {
     "a line is no S-record",
     "a data record of type S1 or S2 is left out",
     "the count of data records (S5) is wrong",
+    "a line is too long and is read as several",
 };
 
 }  // namespace

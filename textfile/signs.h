@@ -22,8 +22,9 @@ enum class Sign : unsigned {
   other_line,
   left_out_record,
   wrong_count,
+  long_line,
 };
-inline constexpr unsigned SIGNS = 20;
+inline constexpr unsigned SIGNS = 21;
 
 // For each kind, how many lines have it and which is the first; all zero at start. Line 0 is the
 // whole file.
