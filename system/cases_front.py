@@ -62,7 +62,7 @@ def users_and_passwords(checks):
 def passwords_are_forgotten(checks):
     """While a run that has set passwords waits for the other end of a FIFO, other users cannot see them among its
     arguments, and its memory has none."""
-    look = """mkfifo FIFO; qarn PATH ARGUMENTS --cfg FIFO >said 2>&1 & qarn=$!; until grep -q Rev: said; do usleep 9000; done; sleep 1
+    look = """mkfifo FIFO; rm -f said; qarn PATH ARGUMENTS --cfg FIFO >said 2>&1 & qarn=$!; until grep -qs Rev: said; do usleep 9000; done; sleep 1
 tr '\\0' '\\n' </proc/$qarn/cmdline | grep -c -e passw0rd; cp /proc/$qarn/maps maps
 while read range rights rest; do case $rights in rw*)
   first=$((0x${range%-*} / 4096)); dd if=/proc/$qarn/mem bs=4096 skip=$first count=$((0x${range#*-} / 4096 - first)) 2>dd
