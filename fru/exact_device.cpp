@@ -40,6 +40,11 @@ size_t next_start(const Device& device, size_t offset) {
   return next;
 }
 
+// Why the bytes up to `end` were not read.
+const char* read_fault(const Device& device, size_t end) {
+  return device.size < end ? PAST_END : failure_text();
+}
+
 bool read_bytes_at(const Device& device, size_t offset, size_t length) {
   return offset + length <= device.size &&
          read_fru_bytes(device.fru->id, offset, device.image.subspan(offset, length));
@@ -49,13 +54,12 @@ bool read_bytes_at(const Device& device, size_t offset, size_t length) {
 size_t read_whole_area(const Device& device, unsigned part, size_t offset) {
   const char* name = part_name(part);
   if (!read_bytes_at(device, offset, FRU_AREA_LENGTH + 1)) {
-    return read_failed(device, name, offset, failure_text());
+    return read_failed(device, name, offset, read_fault(device, offset + FRU_AREA_LENGTH + 1));
   }
   const size_t length = device.image[offset + FRU_AREA_LENGTH] * size_t{FRU_UNIT};
   if (length == 0) return read_failed(device, name, offset, "its length is 0");
   if (!read_bytes_at(device, offset, length)) {
-    return read_failed(device, name, offset,
-                       device.size < offset + length ? PAST_END : failure_text());
+    return read_failed(device, name, offset, read_fault(device, offset + length));
   }
   const uint8_t checksum = GetChecksum(device.image.subspan(offset, length));
   return checksum == 0 ? length : sum_failed(device, name, offset, checksum);
@@ -65,8 +69,7 @@ size_t read_whole_area(const Device& device, unsigned part, size_t offset) {
 size_t read_whole_record(const Device& device, size_t at) {
   const char* name = part_name(RECORDS_PART);
   if (!read_bytes_at(device, at, FRU_RECORD_HEADER)) {
-    return read_failed(device, name, at,
-                       device.size < at + FRU_RECORD_HEADER ? PAST_END : failure_text());
+    return read_failed(device, name, at, read_fault(device, at + FRU_RECORD_HEADER));
   }
   const auto header = device.image.subspan(at, FRU_RECORD_HEADER);
   const uint8_t checksum = GetChecksum(header);
@@ -74,7 +77,7 @@ size_t read_whole_record(const Device& device, size_t at) {
   const size_t data = at + FRU_RECORD_HEADER;
   const size_t length = header[FRU_RECORD_LENGTH];
   if (!read_bytes_at(device, data, length)) {
-    return read_failed(device, name, at, device.size < data + length ? PAST_END : failure_text());
+    return read_failed(device, name, at, read_fault(device, data + length));
   }
   const unsigned difference =
       header[FRU_RECORD_CHECKSUM] - GetChecksum(device.image.subspan(data, length));
@@ -120,7 +123,7 @@ bool read_device(const Device& device) {
   fru_exact* fru = device.fru;
   const bool read = read_bytes_at(device, 0, FRU_HEADER_SIZE);
   std::ranges::copy(device.image.first(FRU_HEADER_SIZE), fru->header);
-  if (!read) return read_failed(device, "common header", 0, failure_text());
+  if (!read) return read_failed(device, "common header", 0, read_fault(device, FRU_HEADER_SIZE));
   const uint8_t checksum = GetChecksum(fru->header);
   if (checksum != 0) return sum_failed(device, "common header", 0, checksum);
   for (unsigned part = 0; part < FRU_PARTS; part++) {

@@ -19,6 +19,19 @@ size_t size_to_keep(Given given, size_t end) {
   return size;
 }
 
+// Where the fields of a section end, whose last byte is a checksum or, without one, the end mark. A
+// last C1 that follows nothing but the padding of fields that ended early is a checksum.
+size_t find_given_end(const fru_layout& layout, Given given) {
+  size_t texts = 0;
+  const size_t last = given.size() - 1;
+  const size_t end = find_end_mark(layout, given, given.size(), &texts);
+  if (end != last) return end;
+  const size_t early = find_end_mark(layout, given, last, &texts);
+  if (early + 1 >= last) return end;
+  const auto padding = given.subspan(early + 1, last - early - 1);
+  return std::ranges::all_of(padding, [](uint8_t byte) { return byte == 0; }) ? early : end;
+}
+
 // The bytes as they are, if they are as many as the area says. Else its fields with their end mark,
 // what follows these (without the checksum), and zeros: as long as it says, or as it needs.
 const char* build_exact_area(const fru_layout& layout, Given given, fru_part* built) {
@@ -28,8 +41,7 @@ const char* build_exact_area(const fru_layout& layout, Given given, fru_part* bu
   if (said == 0) return nullptr;
   size_t length = said;
   size_t kept = given.size();
-  size_t texts = 0;
-  const size_t end = find_end_mark(layout, given, given.size(), &texts);
+  const size_t end = find_given_end(layout, given);
   // Where the checksum would be there may be the end mark, of a section without a checksum.
   const bool whole = given.size() == said && (end != said - 1 || GetChecksum(given) == 0);
   if (!whole) {

@@ -285,6 +285,24 @@ TEST(ExactFru, section_without_its_checksum_keeps_its_end_mark) {
   EXPECT_TRUE(std::equal(chassis.begin(), chassis.end(), device.begin() + 8));
 }
 
+TEST(ExactFru, checksum_that_looks_like_an_end_mark_is_none) {
+  Bytes board = {1,   5,   0,    1,   2,   3,    0xC5, 'M', 'a',  'k',
+                 'e', 'r', 0xC2, 'B', '1', 0xC2, 'S',  '1', 0xC0, 0xC1};  // no file ID, then zeros
+  board.resize(39);
+  board[3] = static_cast<uint8_t>(board[3] + zero_sum(board) - 0xC1);
+  ASSERT_EQ(zero_sum(board), 0xC1);
+  const Bytes device = image_of({{}, chained({board, {0xC1}})});
+  board[17] = '2';
+  const Edited same = edited("'S1'", "'S2'", device);
+  EXPECT_TRUE(same.device == image_of({{}, chained({board, {zero_sum(board)}})}));
+  board[15] = 0xC3;
+  board[17] = '1';
+  board.insert(board.begin() + 18, '2');
+  board.pop_back();
+  const Edited longer = edited("C2\n   'S1'", "C3\n   'S12'", device);
+  EXPECT_TRUE(longer.device == image_of({{}, chained({board, {zero_sum(board)}})}));
+}
+
 TEST(ExactFru, area_that_is_added_does_not_touch_one_whose_section_is_left_out) {
   const Bytes device =
       image_of({area({0x17}, {"A", ""}), area({0, 1, 2, 3}, {"B", "", "", "", ""})});
