@@ -26,8 +26,21 @@ void progress(const char* what, unsigned done, unsigned total) {
   shown_part = part;
 }
 
+void progress_wait(const char* what, unsigned seconds) {
+  // The cursor is kept and brought back; a text that is too long for the line does not begin a new
+  // one.
+  std::fprintf(stderr, "\0337\033[?7l\033[Kwaiting for %s: %u s\033[?7h\0338", what, seconds);
+  shown = true;
+  shown_part = UINT64_MAX;
+}
+
 void progress_end() {
   if (!shown) return;
   std::fputs("\033[K", stderr);
   shown = false;
+}
+
+void progress_puts(const char* text) {
+  progress_end();
+  std::puts(text);
 }

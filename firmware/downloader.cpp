@@ -7,10 +7,12 @@
 #include "base/dump_file.h"
 #include "base/error_text.h"
 #include "base/notice.h"
+#include "base/progress.h"
 #include "firmware/card.h"
 #include "platform/platform.h"
 #include "transport/completion.h"
 #include "transport/interrupt.h"
+#include "transport/waiting.h"
 
 namespace {
 
@@ -105,6 +107,7 @@ bool accepted(Chunk outcome, uint32_t address, bool last) {
   if (outcome == Chunk::stored || (outcome == Chunk::received && last)) return true;
   const bool received = outcome == Chunk::received;
   keep_refusal("writing the flash at %08X: %s", address, failure_text());
+  progress_end();
   flashprintf(received ? "write data error at %08X\n" : "Cannot write data at %08X\n", address);
   return false;
 }
@@ -225,6 +228,16 @@ bool copy_flash(const Flash_info& info) {
   return !interrupted();
 }
 
+bool card_comes_back() {
+  const Wait wait("the card to start");
+  wait_seconds(RESET_S);
+  for (unsigned i = 0; i < POLLS; i++) {
+    wait_seconds(POLL_S);
+    if (card_is_normal()) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 int enter_downloader() {
@@ -248,10 +261,7 @@ int exit_downloader() {
     step_failed("leaving the downloader: %s", failure_text());
     return 0;
   }
-  platform::sleep(RESET_S);
-  for (unsigned i = 0; i < POLLS; i++) {
-    platform::sleep(POLL_S);
-    if (!card_is_normal()) continue;
+  if (card_comes_back()) {
     flashprintf("OK\n");
     return 1;
   }
@@ -265,18 +275,20 @@ int write_line(uint32_t address, unsigned block_size, unsigned chunk_size) {
   if (chunk_size == 0) return 0;
   const uint32_t block_pos = data.pos;
   unsigned wait_us = BLOCK_WAIT_US;
+  const Wait wait("the card to take a block");
   for (unsigned left = BLOCK_ATTEMPTS; left > 0; left--) {
     if (!send_chunks(address, chunk_size, block_size / chunk_size)) return 0;
     platform::usleep(wait_us);
     const Block outcome = end_block();
     if (outcome == Block::programmed) return 1;
     if (outcome == Block::failed) {
+      progress_end();
       flashprintf("Write Error\n");
       keep_refusal("the card cannot program the block at %08X", address);
       return 0;
     }
     data.pos = block_pos;
-    if (left > 1) platform::sleep(outcome == Block::again ? AGAIN_S : REFUSED_S);
+    if (left > 1) wait_seconds(outcome == Block::again ? AGAIN_S : REFUSED_S);
     wait_us += BLOCK_WAIT_MORE_US;
   }
   keep_refusal("the card does not take the block at %08X", address);

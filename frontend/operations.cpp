@@ -12,6 +12,7 @@
 #include "transport/completion.h"
 #include "transport/ipmi.h"
 #include "transport/transaction.h"
+#include "transport/waiting.h"
 
 namespace {
 
@@ -104,7 +105,8 @@ void resetBMC() {
   std::puts("reset BMC and wait");
   Response response;
   if (exchange(request, &response)) {
-    platform::sleep(RESET_SECONDS);
+    const Wait wait("the BMC to restart");
+    wait_seconds(RESET_SECONDS);
   } else {
     std::puts("cannot reset BMC");
     step_failed("the reset of the BMC: %s", failure_text());

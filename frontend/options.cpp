@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
 
@@ -16,6 +17,7 @@ namespace {
 
 constexpr int REFUSED = 1;
 constexpr int HELP_GIVEN = 0;
+constexpr int LAST_CHANNEL = 15;
 
 // An option as it stands on the command line.
 struct Given {
@@ -62,6 +64,15 @@ int check_mac(const Given& given, Options*) {
 
 int check_arp(const Given& given, Options*) {
   return given.value != nullptr ? OPTIONS_ACCEPTED : refuse_usage();
+}
+
+int check_channel(const Given& given, Options*) {
+  const std::string_view value = given.value != nullptr ? given.value : "";
+  const bool digits = value.find_first_not_of("0123456789") == std::string_view::npos;
+  const bool short_enough = !value.empty() && value.size() <= 2 && value[0] != '0';
+  if (digits && short_enough && std::atoi(given.value) <= LAST_CHANNEL) return OPTIONS_ACCEPTED;
+  std::puts("--lan: the channel is a number from 1 to 15, as in --lan=8");
+  return REFUSED;
 }
 
 void note_lost(const char* path, Options* options) {
@@ -165,6 +176,7 @@ const Row ROWS[] = {
     {'4', "sp4", ATTACHED, WRITES, nullptr, nullptr, take_password, nullptr},
     {NO_LETTER, "arp", ATTACHED, WRITES, nullptr, &Options::arp, check_arp, look_at_arp},
     {'r', nullptr, VALUE, WRITES, nullptr, &Options::arp, nullptr, look_at_arp},
+    {NO_LETTER, "lan", ATTACHED, LOOKS, nullptr, &Options::channel, check_channel, nullptr},
     {'p', "dhcp", NONE, WRITES, &Options::dhcp, nullptr, nullptr, nullptr},
     {'b', "debug", NONE, LOOKS, &Options::debug, nullptr, nullptr, nullptr},
     {'l', "imac", NONE, WRITES, &Options::inside_mac, nullptr, nullptr, nullptr},
@@ -220,8 +232,8 @@ struct Getopt_tables {
 // getopt lists the names in its messages, which scripts may collect: those that scripts of old do
 // not know are among them only when one is given, by two letters at least.
 bool is_hidden(const Row& row, int argc, char** argv) {
-  const bool late =
-      row.flag == &Options::prompt || row.flag == &Options::exact || row.flag == &Options::strict;
+  const bool late = row.flag == &Options::prompt || row.flag == &Options::exact ||
+                    row.flag == &Options::strict || row.text == &Options::channel;
   if (!late) return false;
   return std::none_of(argv, argv + argc, [&](const char* word) {
     const std::string_view name = std::string_view(word).substr(0, std::strcspn(word, "="));

@@ -44,7 +44,8 @@ struct Options {
   const char* gateway;
   const char* netmask;
   const char* arp;
-  unsigned raw_count;  // 0: no raw request
+  const char* channel;  // of the LAN requests
+  unsigned raw_count;   // 0: no raw request
   uint8_t raw_bytes[RAW_ROOM];
   int debug;
   int open;      // use the kernel's IPMI device

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
 
@@ -60,6 +61,7 @@ void set_switches(const Options& options) {
   debugFlag = options.debug;
   openIpmiFlag = options.open;
   resetFlag = options.no_reset != 0 ? 0 : 1;
+  if (options.channel != nullptr) lanChannel = static_cast<uint8_t>(std::atoi(options.channel));
   if (options.firmware_path != nullptr) flashfilename = options.firmware_path;
   progressFlag = debugFlag == 0 && hintFlag != 0;
 }
@@ -140,6 +142,8 @@ int run_lan_actions(const Options& options) {
   const bool shown_or_matched = options.display != 0 || options.auto_ip != 0;
   if (shown_or_matched && readIpCfg(&lan) == 0) {
     std::puts(err_message);
+    if (options.channel == nullptr)
+      remark("the LAN may be another channel: try --lan=2 or --lan=8");
     return STATUS_NO_BMC;
   }
   const bool matched = options.auto_ip != 0 && match_host_address(&lan);

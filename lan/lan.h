@@ -1,10 +1,12 @@
-// The BMC's LAN configuration on channel 1, and the host interface that carries its MAC address.
+// The BMC's LAN configuration, and the host interface that carries its MAC address.
 #pragma once
 #include <cstdint>
 
 inline constexpr unsigned MAC_TEXT_SIZE = 18;  // "00:0E:0C:44:10:01" and a terminator
 inline constexpr unsigned IP_TEXT_SIZE = 16;   // "255.255.255.255" and a terminator
 inline constexpr unsigned INTERFACE_NAME_SIZE = 64;
+
+extern uint8_t lanChannel;  // the channel of every request here, 1 to 15; at first 1
 
 // IP configuration; every address first octet first.
 struct IpCfg {

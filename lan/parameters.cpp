@@ -1,4 +1,4 @@
-// The BMC's LAN configuration on channel 1.
+// The BMC's LAN configuration on one channel.
 #include <cstring>
 #include <span>
 
@@ -10,11 +10,13 @@
 #include "transport/ipmi.h"
 #include "transport/transaction.h"
 
+uint8_t lanChannel = 1;
+
 namespace {
 
-// Transport, Get and Set LAN Configuration Parameters, channel 1.
-const uint8_t GetLanParameter[] = {4, BMC_ADDRESS, NETFN_TRANSPORT, GET_LAN_PARAMETERS, 0x01};
-const uint8_t SetLanParameter[] = {4, BMC_ADDRESS, NETFN_TRANSPORT, SET_LAN_PARAMETERS, 0x01};
+// Transport, Get and Set LAN Configuration Parameters; the channel follows.
+const uint8_t GetLanParameter[] = {3, BMC_ADDRESS, NETFN_TRANSPORT, GET_LAN_PARAMETERS};
+const uint8_t SetLanParameter[] = {3, BMC_ADDRESS, NETFN_TRANSPORT, SET_LAN_PARAMETERS};
 
 // Parameter selectors (IPMI v2.0 table 23-4).
 constexpr uint8_t IP_ADDRESS = 3;
@@ -58,7 +60,8 @@ void parameter_failed(const char* what, uint8_t selector) {
 
 bool get_parameter(uint8_t selector, std::span<uint8_t> data) {
   uint8_t request[7] = {};  // ends with set selector 0, block selector 0
-  const unsigned length = UpdateCommandToSendText(request, GetLanParameter);
+  unsigned length = UpdateCommandToSendText(request, GetLanParameter);
+  request[length++] = lanChannel;
   request[length] = selector;
   Response response;
   const unsigned needed = PARAMETER_REVISION + static_cast<unsigned>(data.size());
@@ -74,6 +77,7 @@ bool get_parameter(uint8_t selector, std::span<uint8_t> data) {
 int set_parameter(uint8_t selector, std::span<const uint8_t> data) {
   uint8_t request[5 + LONGEST_PARAMETER];
   unsigned length = UpdateCommandToSendText(request, SetLanParameter);
+  request[length++] = lanChannel;
   request[length++] = selector;
   std::memcpy(request + length, data.data(), data.size());
   Response response;

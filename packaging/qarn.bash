@@ -14,7 +14,7 @@ _qarn() {
     -i | -m | -n | -g) ;;
     *)
       mapfile -t COMPREPLY < <(compgen -W '-h --open --debug --users -u --save --verify --sdr
-        --sdrdump --nrst --fru --wfru --seldump --cfg --dhcp --imac --arp= -a -d -i -m -n -g -e
+        --sdrdump --nrst --fru --wfru --seldump --cfg --dhcp --imac --arp= --lan= -a -d -i -m -n -g -e
         --sp0 --sp1 --sp2 --sp3 --sp4 --prompt --strict --exact' -- "$word")
       [[ ${COMPREPLY[0]-} == *= ]] && compopt -o nospace 2>/dev/null
       ;;

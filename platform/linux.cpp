@@ -48,7 +48,7 @@ int device_receive(int handle, ipmi_recv* received) {
   return ::ioctl(handle, IPMICTL_RECEIVE_MSG_TRUNC, received);
 }
 
-int device_select(int handle, bool* readable) {
+int device_select(int handle, bool wake, bool* readable) {
   *readable = false;
   if (handle < 0 || handle >= FD_SETSIZE) {
     errno = EBADF;
@@ -57,17 +57,23 @@ int device_select(int handle, bool* readable) {
   fd_set handles;
   FD_ZERO(&handles);
   FD_SET(handle, &handles);
+  wake_every_second(wake);
   signals_let_in(true);
   const int result = ::select(handle + 1, &handles, nullptr, nullptr, nullptr);
   const int reason = errno;
   signals_let_in(false);
+  wake_every_second(false);
   errno = reason;
   *readable = result > 0 && FD_ISSET(handle, &handles);
   return result;
 }
 
-void sleep(unsigned seconds) {
-  while (seconds > 0) seconds = ::sleep(seconds);
+void sleep(unsigned seconds, void (*each_second)()) {
+  while (seconds > 0 && each_second == nullptr) seconds = ::sleep(seconds);
+  for (; seconds > 0; seconds--) {
+    sleep(1);
+    each_second();
+  }
 }
 
 void usleep(unsigned microseconds) {

@@ -18,11 +18,13 @@ int device_open(const char* path);
 int device_close(int handle);
 int device_send(int handle, ipmi_req* request);       // IPMICTL_SEND_COMMAND
 int device_receive(int handle, ipmi_recv* received);  // IPMICTL_RECEIVE_MSG_TRUNC
-// Waits without limit until the handle can be read; a signal ends the wait. select's own result (-1
-// with errno). `readable` says whether the handle is marked afterwards.
-int device_select(int handle, bool* readable);
+// Waits without limit until the handle can be read; a signal ends the wait, and with `wake` a
+// second that has passed (EINTR). select's own result (-1 with errno). `readable` says whether the
+// handle is marked afterwards.
+int device_select(int handle, bool wake, bool* readable);
 
-void sleep(unsigned seconds);
+// `each_second`, if given, is called whenever another second has passed.
+void sleep(unsigned seconds, void (*each_second)() = nullptr);
 void usleep(unsigned microseconds);
 uint32_t time_now();  // seconds since 1970
 uint64_t clock_ms();  // milliseconds since some point in the past
@@ -39,6 +41,8 @@ void signals_stop_here();
 // Between the call with true and the one with false a signal is noted, and a blocking call fails
 // with EINTR.
 void signals_let_in(bool in);
+// While it is on, such a call fails with EINTR every second.
+void wake_every_second(bool on);
 // Ends the process by the signal, as a shell expects it to.
 [[noreturn]] void end_by_signal(int number);
 [[noreturn]] void raise_default(int number);  // its last step

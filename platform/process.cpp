@@ -24,6 +24,7 @@ sigset_t held;  // the ending signals that were not ignored, the reminder, and a
 volatile sig_atomic_t noted = 0;
 timer_t reminder;
 bool has_reminder = false;
+bool awake = false;
 termios shown;  // the terminal's settings before the echo was switched off
 
 int reminder_signal() {
@@ -117,6 +118,13 @@ void signals_let_in(bool in) {
   if (in && noted != 0) set_reminder(REMINDER_S);
   sigprocmask(in ? SIG_UNBLOCK : SIG_BLOCK, &held, nullptr);
   if (!in && noted != 0) set_reminder(0);
+}
+
+void wake_every_second(bool on) {
+  if (on == awake) return;
+  awake = on;
+  if (!has_reminder) create_reminder();
+  set_reminder(on ? REMINDER_S : 0);
 }
 
 int terminal_echo(bool on) {

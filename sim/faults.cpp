@@ -56,6 +56,10 @@ void stall_answer(const Fault& fault, Answer& answer) {
   answer.stall = fault.value;
 }
 
+void delay_answer(const Fault& fault, Answer& answer) {
+  answer.late_s = fault.value;
+}
+
 void break_answer(const Fault& fault, Answer& answer) {
   answer.read_error = static_cast<int>(fault.value);
 }
@@ -82,6 +86,7 @@ constexpr FaultRow FAULT_KINDS[] = {
     {FaultKind::silent, "silent", instead, keep_silent, "never answered: the interface stays busy"},
     {FaultKind::stall, "stall", answered, stall_answer,
      "KCS is busy for VALUE reads of the status register before it answers"},
+    {FaultKind::late, "late", answered, delay_answer, "the answer comes VALUE seconds later"},
     {FaultKind::write_error, "write_error", byte, nullptr,
      "KCS enters ERROR_STATE when byte VALUE of the request arrives"},
     {FaultKind::read_error, "read_error", answered, break_answer,

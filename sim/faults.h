@@ -13,6 +13,7 @@ enum class FaultKind {
   lengthen,
   silent,
   stall,
+  late,
   write_error,
   read_error,
   no_dummy,

@@ -91,10 +91,16 @@ void take_control_byte(Kcs& kcs, uint8_t value) {
   }
 }
 
+// Whether the BMC has finished with the request; counts a read of the status register.
+bool is_ready(Kcs& kcs, const Bmc& bmc) {
+  if (kcs.answer.silent || bmc.clock.now_us < kcs.ready_us) return false;
+  return kcs.answer.stall == 0 || --kcs.answer.stall == 0;
+}
+
 }  // namespace
 
 uint8_t kcs_read_status(Kcs& kcs, const Bmc& bmc) {
-  if (kcs.answer.stall > 0 && --kcs.answer.stall == 0 && !kcs.answer.silent) {
+  if (kcs.phase == KcsPhase::busy && kcs.input_full && is_ready(kcs, bmc)) {
     kcs.input_full = false;
     offer_next(kcs);
   }
@@ -140,11 +146,12 @@ bool kcs_write_data(Kcs& kcs, Bmc& bmc, uint8_t value) {
   return false;
 }
 
-void kcs_take_answer(Kcs& kcs, const Answer& answer) {
+void kcs_take_answer(Kcs& kcs, const Bmc& bmc, const Answer& answer) {
   kcs.request.clear();
   kcs.answer = answer;
   kcs.next = 0;
-  kcs.input_full = answer.silent || answer.stall > 0;
+  kcs.ready_us = bmc.clock.now_us + answer.late_s * SECOND_US;
+  kcs.input_full = answer.silent || answer.stall > 0 || answer.late_s > 0;
   kcs.phase = KcsPhase::busy;
   if (!kcs.input_full) offer_next(kcs);
 }

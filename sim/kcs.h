@@ -29,7 +29,8 @@ struct Kcs {
   uint8_t error = 0;   // status code for the abort sequence
   Bytes request = {};
   Answer answer = {};
-  size_t next = 0;  // next byte of the answer to offer
+  size_t next = 0;        // next byte of the answer to offer
+  uint64_t ready_us = 0;  // when the BMC has it
 };
 
 uint8_t kcs_read_status(Kcs& kcs, const Bmc& bmc);
@@ -38,6 +39,6 @@ void kcs_write_command(Kcs& kcs, uint8_t value);
 // True when the last byte of `request` has arrived: it is to be carried out, and the answer handed
 // to kcs_take_answer.
 bool kcs_write_data(Kcs& kcs, Bmc& bmc, uint8_t value);
-void kcs_take_answer(Kcs& kcs, const Answer& answer);
+void kcs_take_answer(Kcs& kcs, const Bmc& bmc, const Answer& answer);
 
 }  // namespace sim

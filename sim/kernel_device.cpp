@@ -11,8 +11,7 @@ namespace platform {
 
 namespace {
 
-constexpr int HANDLE = 10000;          // a number that no real handle has
-constexpr uint64_t WAIT_US = 1000000;  // for an answer, between two signals
+constexpr int HANDLE = 10000;  // a number that no real handle has
 
 int fail_with(int reason) {
   errno = reason;
@@ -90,18 +89,21 @@ int device_send(int handle, ipmi_req* request) {
   bytes.push_back(request->msg.cmd);
   bytes.insert(bytes.end(), request->msg.data, request->msg.data + request->msg.data_len);
   const sim::Answer answer = serve_over_driver(bytes);
-  if (!answer.silent) machine.device_queue.push_back({request->msgid, answer.bytes});
+  const uint64_t due_us = machine.bmc.clock.now_us + answer.late_s * sim::SECOND_US;
+  if (!answer.silent) machine.device_queue.push_back({request->msgid, answer.bytes, due_us});
   return 0;
 }
 
 // With a BMC that never answers the kernel blocks here for ever; this one returns 0 at once.
-int device_select(int handle, bool* readable) {
+int device_select(int handle, bool wake, bool* readable) {
   *readable = false;
   if (!is_open(handle)) return fail_with(EBADF);
   sim::Machine& machine = sim::machine();
-  if (machine.device_queue.empty() && signals_pending() != 0) {
-    sim::pause(WAIT_US);
-    return fail_with(EINTR);
+  const auto& queue = machine.device_queue;
+  const bool silent = queue.empty() && signals_pending() != 0;
+  while (silent || (!queue.empty() && machine.bmc.clock.now_us < queue.front().due_us)) {
+    sim::pause(sim::SECOND_US);
+    if (silent || wake) return fail_with(EINTR);
   }
   const int reason = machine.kernel_faults.select_errno;
   // A call that was interrupted is made again, and then waits.

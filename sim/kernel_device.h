@@ -17,7 +17,8 @@ struct KernelFaults {
 // A response that waits in the device.
 struct KernelMessage {
   long id = 0;
-  Bytes bytes = {};  // NetFn/LUN, command, completion code, data
+  Bytes bytes = {};     // NetFn/LUN, command, completion code, data
+  uint64_t due_us = 0;  // when the BMC has it
 };
 
 }  // namespace sim

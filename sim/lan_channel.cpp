@@ -1,11 +1,10 @@
-// LAN channel 1 of the simulated BMC.
+// The LAN channel of the simulated BMC.
 #include "sim/bmc.h"
 
 namespace sim {
 
 namespace {
 
-constexpr uint8_t LAN_CHANNEL = 1;
 constexpr uint8_t CHANNEL_MASK = 0x0F;
 constexpr uint8_t REVISION_ONLY = 0x80;
 constexpr uint8_t REVISION = 0x11;
@@ -16,7 +15,7 @@ constexpr uint8_t PARAMETER_UNSUPPORTED = 0x80;
 // Channel (bit 7: revision only), selector, set selector, block selector.
 Reply parameter_answer(Bmc& bmc, const Bytes& data) {
   if (data.size() != 4) return {INVALID_LENGTH, {}};
-  if ((data[0] & CHANNEL_MASK) != LAN_CHANNEL) return {INVALID_DATA, {}};
+  if ((data[0] & CHANNEL_MASK) != bmc.lan.number) return {INVALID_DATA, {}};
   const auto parameter = bmc.lan.parameters.find(data[1]);
   if (parameter == bmc.lan.parameters.end()) return {PARAMETER_UNSUPPORTED, {}};
   Reply reply = {COMPLETED, {REVISION}};
@@ -34,7 +33,7 @@ bool is_allowed(uint8_t selector, const Bytes& value) {
 // Channel, selector, data.
 Reply store_parameter(Bmc& bmc, const Bytes& data) {
   if (data.size() < 3) return {INVALID_LENGTH, {}};
-  if ((data[0] & CHANNEL_MASK) != LAN_CHANNEL) return {INVALID_DATA, {}};
+  if ((data[0] & CHANNEL_MASK) != bmc.lan.number) return {INVALID_DATA, {}};
   const auto parameter = bmc.lan.parameters.find(data[1]);
   if (parameter == bmc.lan.parameters.end()) return {PARAMETER_UNSUPPORTED, {}};
   const Bytes value(data.begin() + 2, data.end());
@@ -46,10 +45,10 @@ Reply store_parameter(Bmc& bmc, const Bytes& data) {
 
 // Number, medium, protocol, sessions, vendor (3), auxiliary (2): how others find out which channel
 // is the LAN.
-Reply get_channel_info(Bmc&, const Bytes& data) {
+Reply get_channel_info(Bmc& bmc, const Bytes& data) {
   if (data.size() != 1) return {INVALID_LENGTH, {}};
-  if ((data[0] & CHANNEL_MASK) != LAN_CHANNEL) return {INVALID_DATA, {}};
-  return {COMPLETED, {LAN_CHANNEL, 0x04, 0x01, 0x80, 0xF2, 0x1B, 0x00, 0x00, 0x00}};
+  if ((data[0] & CHANNEL_MASK) != bmc.lan.number) return {INVALID_DATA, {}};
+  return {COMPLETED, {bmc.lan.number, 0x04, 0x01, 0x80, 0xF2, 0x1B, 0x00, 0x00, 0x00}};
 }
 
 Reply get_card_mac(Bmc& bmc, const Bytes& data) {

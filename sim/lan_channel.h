@@ -1,10 +1,11 @@
-// LAN channel 1 of the simulated BMC.
+// The LAN channel of the simulated BMC.
 #pragma once
 #include "sim/types.h"
 
 namespace sim {
 
 struct LanChannel {
+  uint8_t number = 1;
   // Data by parameter selector; a parameter that is not here is not supported.
   std::map<uint8_t, Bytes> parameters = {
       {0, {0}},                                   // set in progress

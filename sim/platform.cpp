@@ -14,7 +14,6 @@ namespace {
 
 constexpr uint8_t NOTHING = 0xFF;
 constexpr uint16_t POKE_PORT = 0xE6;
-constexpr uint64_t SECOND_US = 1000000;
 constexpr int SOCKET = 20000;  // a number that no real handle has
 constexpr int LOCK = 20001;
 constexpr size_t NAME_LIMIT = 15;
@@ -89,14 +88,18 @@ void outb(uint8_t value, uint16_t port) {
     if (kcs.command_port == port) return sim::kcs_write_command(kcs, value);
     if (kcs.data_port != port) continue;
     if (sim::kcs_write_data(kcs, machine.bmc, value)) {
-      sim::kcs_take_answer(kcs, sim::serve(kcs.request));
+      sim::kcs_take_answer(kcs, machine.bmc, sim::serve(kcs.request));
     }
     return;
   }
 }
 
-void sleep(unsigned seconds) {
-  sim::pause(seconds * SECOND_US);
+void sleep(unsigned seconds, void (*each_second)()) {
+  sim::log_pause(seconds * sim::SECOND_US);
+  for (; seconds > 0; seconds--) {
+    sim::machine().bmc.clock.now_us += sim::SECOND_US;
+    if (each_second != nullptr) each_second();
+  }
 }
 
 void usleep(unsigned microseconds) {

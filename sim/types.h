@@ -39,6 +39,7 @@ struct Answer {
   bool attention = false;
   bool power_cut = false;
   unsigned stall = 0;
+  unsigned late_s = 0;
   int read_error = -1;
 };
 
@@ -48,9 +49,10 @@ struct Clock {
   uint32_t epoch = 1700000000;  // the start, in seconds since 1970
 };
 
+inline constexpr uint64_t SECOND_US = 1000000;
+
 // In seconds since 1970.
 inline uint32_t seconds(const Clock& clock) {
-  constexpr uint64_t SECOND_US = 1000000;
   return clock.epoch + static_cast<uint32_t>(clock.now_us / SECOND_US);
 }
 

@@ -7,6 +7,7 @@
 #include "sim/vm_link.h"
 
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <utility>
 
@@ -57,6 +58,7 @@ bool serve_message(VmLink& link, const Bytes& message) {
   const Bytes request(message.begin() + 1, message.end() - 1);
   const Answer answer = serve(request);
   link.changed = true;
+  ::sleep(answer.late_s);
   if (!answer.silent) {
     Bytes reply = {message[0]};
     reply.insert(reply.end(), answer.bytes.begin(), answer.bytes.end());

@@ -33,6 +33,33 @@ TEST(Lan, the_configuration_is_shown_then_set_each_address_after_its_static_sour
             STATIC + IP + "30 01 01 0A 00\nstatus 0");
 }
 
+TEST(Lan, every_request_goes_to_the_channel_that_is_given) {
+  setting("LAN_CHANNEL", "8");
+  machine().interfaces.push_back({"eth0", {0, 0x0E, 0x0C, 0x44, 0x10, 1}, {10, 1, 2, 3}});
+  const std::string line = " --imac --dhcp -a -d -i 10.1.2.3 -m 2:0:0:1:2:3 -g 10.1.0.1 --arp=1";
+  const std::string sent = run("--lan=1" + line).sent + run("-d --lan=1").sent;
+  EXPECT_EQ(sent, "F8 84 00 00 FF\n30 01 01 05 00 0E 0C 44 10 02\n30 01 01 04 02\n" +
+                      READS.substr(0, 18) + READS.substr(0, 18));
+  EXPECT_EQ(run("--lan=8" + line).status, 0);
+  const std::string set = run("-d --lan=8").said;
+  EXPECT_NE(set.find("Address:\t\t\t10.1.2.3\n"), std::string::npos) << set;
+  EXPECT_EQ(run("--strict --lan=8 --dhcp -g 10.1.0.1 -m 2:0:0:1:2:3 --arp=1").status, 0);
+}
+
+TEST(Lan, a_channel_that_is_no_number_from_1_to_15_is_refused) {
+  for (const char* wrong :
+       {"", " 8", "=", "=0", "=16", "=08", "=+8", "=8x", "=0x8", "=-1", "=999"}) {
+    const RunResult result = run(std::string("-d --lan") + wrong);
+    EXPECT_EQ(result.status, 1) << wrong;
+    EXPECT_TRUE(result.out.ends_with("from 1 to 15, as in --lan=8\n")) << result.out;
+    EXPECT_EQ(result.traffic, "");
+  }
+  for (const char* right : {"=1", "=9", "=10", "=15"}) {
+    setting("LAN_CHANNEL", right + 1);
+    EXPECT_EQ(run(std::string("-d --lan") + right).status, 0) << right;
+  }
+}
+
 TEST(Lan, the_mac_address_that_the_card_reports_is_taken) {
   EXPECT_EQ(qarn("--imac"), "F8 84 00 00 FF\n30 01 01 05 00 0E 0C 44 10 02\nstatus 0");
   EXPECT_EQ(qarn("--imac", "shorten netfn=3e cmd=84 value=6"), "F8 84 00 00 FF\nstatus 0");

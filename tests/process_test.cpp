@@ -91,6 +91,33 @@ TEST(Waiting, for_a_bmc_that_does_not_answer_ends_ten_seconds_after_a_signal_at_
   }
 }
 
+TEST(Waiting, of_more_than_three_seconds_is_shown_on_a_terminal_and_gone_afterwards) {
+  KCS_bounds = {1, 300000};
+  const auto shown = [](const std::string& what, unsigned last) {
+    std::string lines;
+    for (unsigned second = 4; second <= last; second++) {
+      lines += "\0337\033[?7l\033[Kwaiting for " + what + ": " + std::to_string(second) +
+               " s\033[?7h\0338";
+    }
+    return lines + "\033[K";
+  };
+  const std::string answer = "an answer from the BMC";
+  const auto told = [](const std::string& line, const std::string& faults) {
+    return run(line, {.faults = faults, .terminals = "2"}).terminal;
+  };
+  EXPECT_EQ(told("--users", "late cmd=46 value=3"), "");
+  EXPECT_EQ(told("--users", "late cmd=46 value=c"),
+            "\0337\033[?7l\033[Kwaiting for an answer from the BMC: 3 s\033[?7h\0338" +
+                shown(answer, 12));
+  EXPECT_EQ(told("--users --open", "late cmd=46 value=6"), shown(answer, 6));
+  EXPECT_EQ(run("--users", {"late cmd=46 value=c"}).err, "") << "this is no terminal";
+  EXPECT_EQ(told("--debug --users", "late cmd=46 value=c"), "") << "requests are traced there";
+  EXPECT_EQ(
+      told("--sdr " + file_with("s", "_SDR (\n_SDR_TYPE 01\n_REC_LEN 05\n01 00 51 01 00\n)\n"), ""),
+      "\033[KSDR 1/1\r\033[K" + shown("the BMC to restart", 8));
+  EXPECT_EQ(told("--save " + path_of("saved"), ""), shown("the card to start", 8));
+}
+
 TEST(Waiting, for_the_other_end_of_a_fifo_ends_with_a_signal) {
   const std::string fifo = new_fifo("fifo");
   for (const std::string option :

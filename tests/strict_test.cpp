@@ -290,7 +290,10 @@ TEST(Step, that_fails_at_the_bmc_is_told_with_the_completion_code) {
       {"refuse netfn=0c cmd=1 value=d4", "--dhcp", "setting the IP address source" + denied},
       {"refuse netfn=3e cmd=84 value=c1", "--imac",
        "the card's own MAC address: completion code C1 (invalid command)"},
-      {"refuse netfn=0c cmd=2 value=d4", "-d", "reading the IP address" + denied, false, 255},
+      {"refuse netfn=0c cmd=2 value=d4", "-d",
+       "reading the IP address" + denied +
+           "\nthe LAN may be another channel: try --lan=2 or --lan=8",
+       false, 255},
       {"", "-a",
        "no network interface with an address has the BMC's MAC address 00:0E:0C:44:10:01"},
       {"refuse netfn=0a cmd=20 value=d4", "--sdrdump d", "the size of the sensor records" + denied},
@@ -373,7 +376,8 @@ TEST(Reason, of_a_file_that_cannot_be_used_is_told_to_people_too) {
       {"", "--cfg .", ".: Is a directory", true}};
   for (const Failure& failure : failures) check_failure(failure);
   serve();
-  EXPECT_EQ(run_there("--sdr bad", "2").terminal, "qarn: bad: line 3: record length under 05\n");
+  EXPECT_EQ(run_there("--nrst --sdr bad", "2").terminal,
+            "qarn: bad: line 3: record length under 05\n");
 }
 
 TEST(Sign, of_a_flash_that_is_no_whole_portion_is_none) {

@@ -8,6 +8,7 @@
 #include "base/notice.h"
 #include "platform/platform.h"
 #include "transport/interrupt.h"
+#include "transport/waiting.h"
 
 namespace {
 
@@ -35,8 +36,9 @@ void say_who_holds(int handle) {
 bool take_turn(int handle) {
   if (!is_held(handle)) return true;
   say_who_holds(handle);
+  const Wait wait("the other run");
   for (unsigned second = 0; second < TURN_S; second++) {
-    platform::sleep(1);
+    wait_seconds(1);
     interrupt_point();
     if (!is_held(handle)) return true;
   }

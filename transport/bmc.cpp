@@ -1,15 +1,16 @@
 // Message layer.
 #include "transport/bmc.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
+#include "base/progress.h"
 #include "platform/platform.h"
 #include "transport/access.h"
 #include "transport/interrupt.h"
 #include "transport/ipmi.h"
 #include "transport/kcs_intf.h"
+#include "transport/waiting.h"
 
 namespace {
 
@@ -166,7 +167,7 @@ void copy_response(const BMC_Msg& from, uint8_t* response, unsigned* responseLen
 // Copies the IPMB answer inside a Get Message answer, without header, sequence and checksums.
 void unwrap_response(const BMC_Msg& from, uint8_t* response, unsigned* responseLength) {
   if (from.data[BRIDGED_SEQUENCE] >> 2 != PrevSeqNum) {
-    std::puts("Sequence Number does not match!");
+    progress_puts("Sequence Number does not match!");
   }
   const unsigned data = from.length - BRIDGED_MINIMUM;
   response[0] = from.rsSA;
@@ -188,11 +189,12 @@ int Init_Interface(const char* name, uint32_t commandPort, uint32_t dataPort, ui
   if (found == nullptr || found->init == nullptr) return -1;
   current_intf = found->id;
   if (platform::io_privilege() != 0) {
-    std::puts("have no right to change I/O privilege level");
+    progress_puts("have no right to change I/O privilege level");
     hint_lockdown();
     return -1;
   }
   wait_began();
+  const Wait wait("the BMC's interface");
   int result = KCS_TIMEOUT;
   for (unsigned i = 0; i < INIT_ATTEMPTS && result == KCS_TIMEOUT; i++) {
     result = found->init(commandPort, dataPort, timeout);
@@ -218,7 +220,7 @@ int Send_Req(const uint8_t* request, unsigned length) {
   BMC_Msg* message = &interface().request;
   Build_BMCReq(message, &source);
   if (bridged && KCS_Get_SMSATN() != 0 && Clear_RMQ() != 0) {
-    std::puts("Clear Receive Message Queue!");
+    progress_puts("Clear Receive Message Queue!");
     return -1;
   }
   int result = KCS_TIMEOUT;
@@ -247,7 +249,7 @@ int Get_Resp(uint8_t* response, unsigned* responseLength) {
     return 0;
   }
   if (!completed(received)) {
-    std::puts("Send Message Error!");
+    progress_puts("Send Message Error!");
     copy_response(received, response, responseLength);
     return 0;
   }

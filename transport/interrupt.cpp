@@ -10,6 +10,7 @@
 #include "base/notice.h"
 #include "base/process_end.h"
 #include "platform/platform.h"
+#include "transport/waiting.h"
 
 namespace {
 
@@ -94,6 +95,7 @@ void wait_began() {
 }
 
 void wait_point() {
+  show_wait();
   if (!interrupted() || platform::clock_ms() - wait_start_ms <= PATIENCE_MS) return;
   const char* left = texts().left;
   notice("no answer from the BMC for 10 seconds: %s",

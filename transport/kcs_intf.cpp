@@ -1,8 +1,7 @@
 // KCS port driver.
 #include "transport/kcs_intf.h"
 
-#include <cstdio>
-
+#include "base/progress.h"
 #include "platform/platform.h"
 #include "transport/bmc.h"
 #include "transport/interrupt.h"
@@ -100,7 +99,7 @@ int KCS_Wait_IBF_C() {
 
 int KCS_Wait_OBF_S() {
   if (wait_status(OBF, OBF) == KCS_OK) return KCS_OK;
-  std::puts("KCS Waiting for OBF set: Timeout!");
+  progress_puts("KCS Waiting for OBF set: Timeout!");
   return KCS_TIMEOUT;
 }
 
@@ -221,6 +220,6 @@ int KCS_Get_SMSATN() {
 
 int KCS_Wait_SMSATN_S() {
   if (wait_status(SMS_ATN, SMS_ATN) == KCS_OK) return KCS_OK;
-  std::puts("KCS Waiting for SMSATN set: Timeout!");
+  progress_puts("KCS Waiting for SMSATN set: Timeout!");
   return KCS_TIMEOUT;
 }

@@ -14,6 +14,7 @@
 #include "transport/completion.h"
 #include "transport/interrupt.h"
 #include "transport/ipmi.h"
+#include "transport/waiting.h"
 
 int debugFlag = 0;
 int openIpmiFlag = 0;
@@ -28,6 +29,8 @@ namespace {
 
 constexpr unsigned KERNEL_DATA_ROOM = 256;
 constexpr unsigned KERNEL_ADDRESS_ROOM = 40;
+
+const char ANSWER[] = "an answer from the BMC";
 
 uint32_t curr_seq = 0;
 
@@ -56,6 +59,7 @@ const char* refusal_of_ports(std::span<const uint8_t> request) {
 }
 
 int kcs_transaction(std::span<const uint8_t> request, uint8_t* response, unsigned* responseLength) {
+  const Wait wait(ANSWER);
   if (Send_Req(request.data(), static_cast<unsigned>(request.size())) != 0) {
     give_up_on_bmc("cmd error", refusal_of_ports(request));
   }
@@ -90,13 +94,21 @@ int kernel_send(std::span<const uint8_t> request) {
   return -1;
 }
 
-int kernel_wait() {
-  bool readable = false;
-  int result = platform::device_select(driverHandle, &readable);
+// As select: signals, and the seconds of a wait that is shown, do not end it.
+int select_answer(bool* readable) {
+  const Wait wait(ANSWER);
+  const bool wake = progressFlag != 0;
+  int result = platform::device_select(driverHandle, wake, readable);
   while (result < 0 && errno == EINTR) {
     wait_point();
-    result = platform::device_select(driverHandle, &readable);
+    result = platform::device_select(driverHandle, wake, readable);
   }
+  return result;
+}
+
+int kernel_wait() {
+  bool readable = false;
+  const int result = select_answer(&readable);
   if (result < 0) {
     note_no_response(errno);
     std::puts("Select fail");
