@@ -1,4 +1,5 @@
-// qarn-bmc: the simulated BMC as a server on a loopback socket, for a virtual machine.
+// qarn-bmc: the simulated BMC as a server on a loopback socket, for a virtual machine. The same
+// environment variables describe it as for qarn-sim; its options come first.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -9,6 +10,7 @@
 #include <charconv>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <utility>
@@ -25,7 +27,6 @@ struct Settings {
   uint16_t port = 0;
   std::string state;
   std::string log;
-  sim::Kind kind = sim::Kind::card;
 };
 
 volatile std::sig_atomic_t ending = 0;
@@ -101,7 +102,7 @@ bool parse_arguments(int argc, char** argv, Settings& settings) {
     } else if (name == "--log") {
       settings.log = value;
     } else if (name == "--kind" && (value == "card" || value == "plain")) {
-      settings.kind = value == "card" ? sim::Kind::card : sim::Kind::plain;
+      setenv("QARN_SIM", value.c_str(), 1);
     } else {
       return false;
     }
@@ -124,7 +125,7 @@ int main(int argc, char** argv) {
     std::fputs("Usage: qarn-bmc PORT [--state FILE] [--log FILE] [--kind card|plain]\n", stderr);
     return WRONG_USAGE;
   }
-  sim::reset(settings.kind);
+  sim::machine();  // a wrong setting ends the server here
   if (!settings.log.empty() && !sim::log_to(settings.log)) {
     std::fprintf(stderr, "qarn-bmc: %s: %s\n", settings.log.c_str(), std::strerror(errno));
     return WRONG_USAGE;

@@ -76,6 +76,17 @@ esac; done <maps >memory; grep -c Rev: memory; grep -c -e passw -e w0rd memory; 
         checks.guest(bmc, [row for row in dict((row[0], row) for row in rows).values()])
 
 
+def long_waits_are_shown(checks):
+    """On the console, after a line that has not ended, and gone when the answer is there. The virtual machine answers
+    for a BMC that takes more than 4 seconds."""
+    shown = "head -c 80 /dev/vcs1 | sed 's/ *$//'; echo"
+    look = ("printf '\\033[2J\\033[Hin a line...' >/dev/tty1; qarn --users >said 2>/dev/tty1 & n=0; until "
+            f"grep -q waiting /dev/vcs1 || [ $n = 60 ]; do usleep 100000; n=$((n + 1)); done; {shown}; wait; {shown}")
+    with qarn_bmc(checks.bmc, faults="late cmd=46 value=6 times=0") as bmc:
+        checks.guest(bmc, both_paths(("shown", look, "in a line...waiting for an answer from the BMC: 3 s\n"
+                                                     "in a line...\n")))
+
+
 def scripts(checks):
     """On the KCS path a request for another controller is bridged: its answer carries the LUN it was sent from, 2."""
     def answers(head, peer):

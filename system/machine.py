@@ -130,9 +130,9 @@ def ipmi_sim(records=(), fru=b"", sel=()):
     return socket_bmc(command)
 
 
-def qarn_bmc(program, *arguments):
+def qarn_bmc(program, *arguments, faults=""):
     """Our own simulated BMC."""
-    return socket_bmc(lambda folder, port: [program, str(port), *arguments])
+    return socket_bmc(lambda folder, port: ["env", "QARN_SIM_FAULTS=" + faults, program, str(port), *arguments])
 
 
 def both_paths(*rows):
