@@ -150,6 +150,13 @@ TEST(Frontend, firmware_is_for_the_card_only_and_passwords_come_first) {
   }
 }
 
+TEST(Frontend, a_processor_without_ports_has_only_the_way_of_the_kernel) {
+  setting("PROCESSOR", "arm");
+  const std::string said = BANNER + "this machine has no I/O ports: use --open\nstatus 255\n";
+  EXPECT_EQ(qarn("-d"), said);
+  EXPECT_EQ(run("-d --open").status, 0);
+}
+
 TEST(Frontend, the_later_fru_option_wins_and_a_save_leaves_the_lan_alone) {
   const auto text = qarn("--fru f --wfru /dev/null -d --seldump /dev/null --save /dev/null");
   EXPECT_TRUE(text.starts_with(START + "Dump FRU to file /dev/null\n")) << text;
