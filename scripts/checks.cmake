@@ -15,6 +15,7 @@ qarn_check(headers bash scripts/check-headers ${CMAKE_CXX_COMPILER})
 qarn_check(mutations python3 scripts/mutate --check)
 qarn_check(manual mandoc mandoc -Tlint -W warning doc/qarn.8)
 qarn_check(documented python3 scripts/check-documented)
+qarn_check(cookbook python3 scripts/cookbook ${CMAKE_BINARY_DIR})
 qarn_check(cppcheck cppcheck cppcheck --std=c++20 --enable=warning,performance,portability
   --inline-suppr --suppress=missingIncludeSystem --quiet --error-exitcode=1 -I.
   base transport textfile sdr fru sel lan firmware platform frontend sim)
