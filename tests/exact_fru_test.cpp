@@ -322,14 +322,16 @@ TEST(PlainFru, dump_that_would_not_restore_names_what_is_lost) {
                         "--exact\n"
                         "FRU 0: internal use area: it is not dumped; use --exact\n"
                         "FRU 0: the format byte of an area or a record is not kept; use --exact\n"
-                        "FRU 0: multi-record area: its first record is of type 00; use --exact"});
+                        "FRU 0: multi-record area: its first record is of type 00; use --exact",
+               .to_people = true});
   EXPECT_TRUE(content_of(path).starts_with("_FRU\n")) << "the file is written";
   EXPECT_EQ(run("--strict --exact --wfru " + path).told(), "0");
-  std::vector<Bytes> records(9, multirecord(2, 2, Bytes(255, 1)));
-  records.push_back(multirecord(2, 0x82, {1}));
+  std::vector<Bytes> records(7, multirecord(2, 2, Bytes(255, 1)));
+  records.push_back(multirecord(2, 0x82, Bytes(224, 1)));  // one byte too long
   serve(records_of(records));
   expect_told({.line = "--wfru " + path,
-               .tells = "FRU 0: multi-record area: it is too long to be read back; use --exact"});
+               .tells = "FRU 0: multi-record area: it is too long to be read back; use --exact",
+               .to_people = true});
 }
 
 TEST(PlainFru, fields_that_end_early_and_areas_at_the_very_end_can_be_read) {

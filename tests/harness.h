@@ -55,8 +55,8 @@ struct Telling {
   const char* faults = "";
   std::string line = {};
   std::string tells = {};
-  bool to_people = true;  // else with --strict alone
-  int status = 0;         // without --strict, which makes 2 of a 0 when there is something to tell
+  bool to_people = false;  // at a terminal, too; else with --strict alone
+  int status = 0;          // without --strict, which makes 2 of a 0 when there is something to tell
 };
 void expect_told(const Telling& telling);
 // The lines of the text, each with this before it.
