@@ -160,16 +160,6 @@ Bytes three_areas(const std::string& serial = "PN#4") {
   return chained({header, chassis(serial), BOARD, Bytes(8, 0xEE), PRODUCT});
 }
 
-// A device with one chassis area that has bytes after its end mark, for a first field like this.
-Bytes with_rest(const std::string& field) {
-  const Bytes rest = {0xC0, 0xC1, 'O', 'E', 'M'};
-  Bytes text(field.begin(), field.end());
-  text.insert(text.begin(), static_cast<uint8_t>(0xC0 | field.size()));
-  Bytes device = image_of({closed_area(chained({{1, 0, 0x17}, text, rest}))});
-  device.resize(64);
-  return device;
-}
-
 // A board without a file ID; a byte of its date makes the checksum of the one with "S1" C1.
 Bytes without_file_id(const std::string& serial) {
   Bytes board = area({0, 0, 0, 0}, {"Maker", "B1", serial, ""}, {.units = 5});
@@ -180,16 +170,18 @@ Bytes without_file_id(const std::string& serial) {
 }
 
 TEST(ExactFru, edit_changes_what_is_edited_and_no_other_byte) {
+  const auto with_rest = [](const Bytes& field) {
+    return image_of({closed_area(chained({{1, 0, 0x17}, field, {0xC0, 0xC1, 'O', 'E', 'M'}}))});
+  };
   const Bytes packed = image_of({chassis(), BOARD, PRODUCT});
   Bytes without_product = three_areas();
-  const Bytes header = header_of({.chassis = 1, .board = 3});
-  std::ranges::copy(header, without_product.begin());
+  std::ranges::copy(header_of({.chassis = 1, .board = 3}), without_product.begin());
   const std::string serial = "C4\n   'PN'23'4'";
   const std::tuple<const char*, Bytes, std::string, std::string, Bytes> edits[] = {
       {"a serial number", three_areas(), serial, "C4\n   'PN'23'5'", three_areas("PN#5")},
       {"a shorter one", three_areas(), serial, "C2\n   'PN'", three_areas("PN")},
-      {"bytes after the end mark", with_rest("A"), "C1\n   'A'", "C8\n   'ABCDEFGH'",
-       with_rest("ABCDEFGH")},
+      {"bytes after the end mark", chained({with_rest({0xC1, 'A'}), Bytes(8)}), "C1\n   'A'",
+       "C8\n   'ABCDEFGH'", with_rest({0xC8, 'A', 'B', 'C', 'D', 'E', 'F', 'G', 'H'})},
       {"a checksum that looks like an end mark", without_file_id("S1"), "'S1'", "'S2'",
        without_file_id("S2")},
       {"the same, longer", without_file_id("S1"), "C2\n   'S1'", "C3\n   'S12'",

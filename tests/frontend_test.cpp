@@ -20,8 +20,7 @@ const std::string ZEROS = " 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00";
 
 // A run as one text: what it says, its exit status, what it sends.
 std::string qarn(const std::string& line, const Start& start = {}) {
-  const RunResult result = run(line, start);
-  return result.out + "status " + std::to_string(result.status) + "\n" + result.traffic;
+  return run(line, start).deeds();
 }
 
 TEST(Frontend, help_and_what_cannot_be_right_end_the_run_before_the_bmc_is_touched) {
