@@ -96,24 +96,17 @@ void expect_dump_tells(const std::string& name, const std::string& lines) {
   EXPECT_EQ(content_of(path_of(name)), text);
 }
 
+// Which ones these are is seen with the generated ones below.
 TEST(Plain_dump, tells_which_records_do_not_read_back) {
   const std::string name = ": the name does not read back; use --exact\n";
   const std::string rest = ": the bytes after the name are not dumped; use --exact\n";
-  const std::string zero(1, '\0');
   const std::tuple<uint8_t, std::string, std::string> cases[] = {
       {0xC6, "Fan #1", "SDR 0001" + name},
-      {0xC3, "a'b", "SDR 0001" + name},
-      {0xC3, "a//", "SDR 0001" + name},
-      {0xC3, "a\nb", "SDR 0001" + name},
-      {0xC3, "a" + zero + "b", "SDR 0001" + name},
       {0xCE, "\n_SDR_TYPE\n_RE", "SDR 0001" + name},
       {0xC2, "ab.", "SDR 0001" + rest},
-      {0xC0, ".", "SDR 0001" + rest},
       {0xC1, "#.", "SDR 0001" + name + "SDR 0001" + rest},
-      // These come back.
-      {0xC2, "ab" + zero, ""},
-      {0xDF, "/a\xFF ", ""},
-      {0xC2, "a\n", ""}};
+      {0xC2, std::string("ab\0", 3), ""},  // it comes back
+      {0xDF, "/a\xFF ", ""}};
   for (const auto& [type_and_length, text, lines] : cases) {
     SCOPED_TRACE(text);
     hold_name(type_and_length, text);
