@@ -46,31 +46,21 @@ TEST(Frontend, help_and_what_cannot_be_right_end_the_run_before_the_bmc_is_touch
 }
 
 TEST(Frontend, a_letter_means_what_its_long_name_means_and_a_value_has_any_length) {
-  const std::string pairs[] = {"-s f = --sdr f",
-                               "-t -s f = --nrst --sdr f",
-                               "-q /dev/null = --sdrdump=/dev/null",
-                               "-c f = --cfg f",
-                               "-0a -1b -2c -3d -4e = --sp0=a --sp1=b --sp2=c --sp3=d --sp4=e",
-                               "-r 1 = --arp=1",
-                               "-p = --dhcp",
-                               "-b = --debug",
-                               "-l = --imac",
-                               "-v /dev/null = --save /dev/null",
-                               "-y f = --verify f",
-                               "-5 = --users",
-                               "-f f = --fru f",
-                               "-w /dev/null = --wfru /dev/null",
-                               "-j /dev/null = --seldump /dev/null",
-                               "-o -b = --open --debug",
-                               "-y " + LONG + " = --verify " + LONG,
-                               "-r " + LONG + " = --arp=" + LONG};
+  const std::string null = " /dev/null";
+  const std::tuple<const char*, const char*, std::string> options[] = {
+      {"-s", "--sdr", " f"},          {"-t", "--nrst", " -s f"}, {"-q", "--sdrdump", null},
+      {"-c", "--cfg", " f"},          {"-r ", "--arp=", "1"},    {"-p", "--dhcp", ""},
+      {"-b", "--debug", ""},          {"-l", "--imac", ""},      {"-v", "--save", null},
+      {"-y", "--verify", " f"},       {"-5", "--users", ""},     {"-f", "--fru", " f"},
+      {"-w", "--wfru", null},         {"-j", "--seldump", null}, {"-o", "--open", " -b"},
+      {"-y", "--verify", " " + LONG}, {"-r ", "--arp=", LONG}};
   std::set<std::string> different = {qarn("-0")};
-  for (const std::string& pair : pairs) {
-    const size_t equals = pair.find(" = ");
-    const std::string does = qarn(pair.substr(0, equals));
-    EXPECT_EQ(does, qarn(pair.substr(equals + 3))) << pair;
-    EXPECT_TRUE(different.insert(does).second) << pair;
+  for (const auto& [letter, name, rest] : options) {
+    const std::string does = qarn(letter + rest);
+    EXPECT_EQ(does, qarn(name + rest)) << name;
+    EXPECT_TRUE(different.insert(does).second) << name;
   }
+  EXPECT_EQ(qarn("-0a -1b -2c -3d -4e"), qarn("--sp0=a --sp1=b --sp2=c --sp3=d --sp4=e"));
   EXPECT_EQ(run("--s").err,
             "qarn: option '--s' is ambiguous; possibilities: '--sdr' '--sp0' '--sp1' '--sp2' "
             "'--sp3' '--sp4' '--save' '--seldump' '--sdrdump'\n");
