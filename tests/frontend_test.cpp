@@ -178,8 +178,11 @@ TEST(Terminal, shows_the_progress_line_and_erases_it_before_a_message_of_the_tra
   EXPECT_EQ(run(dump).err, "") << "this is no terminal";
   EXPECT_EQ(run("--debug " + dump, ERRORS_ON_TERMINAL).terminal, "") << "requests are traced there";
   const char dies[] = "write_error netfn=0a cmd=43 skip=1 times=0 value=1";
-  EXPECT_EQ(run(dump, {.faults = dies, .terminals = "2"}).terminal,
-            "\033[KSEL 1/3\r\033[Kqarn: the BMC does not take the request at its ports\n");
+  const std::string shown = run(dump, {.faults = dies, .terminals = "12"}).terminal;
+  EXPECT_TRUE(
+      shown.ends_with("\033[KSEL 1/3\r\033[Kcmd error\n"
+                      "qarn: the BMC does not take the request at its ports\n"))
+      << shown;
 }
 
 TEST(Terminal, is_told_what_an_interface_that_fails_in_an_update_leaves_undone) {
