@@ -14,8 +14,10 @@ qarn_check(includes_self_check python3 scripts/check-includes --self-check)
 qarn_check(headers bash scripts/check-headers ${CMAKE_CXX_COMPILER})
 qarn_check(arm64 aarch64-linux-gnu-g++ scripts/check-arm64 ${CMAKE_BINARY_DIR}/qarn-sim)
 qarn_check(mutations python3 scripts/mutate --check)
-qarn_check(manual mandoc mandoc -Tlint -W warning doc/qarn.8)
+qarn_check(manual mandoc mandoc -Tlint -W warning doc/qarn.8 doc/qarn-sim.1)
 qarn_check(documented python3 scripts/check-documented)
+qarn_check(simulator python3 scripts/check-simulator $<TARGET_FILE:qarn-sim>)
+qarn_check(installed python3 scripts/check-installed ${CMAKE_BINARY_DIR})
 qarn_check(cookbook python3 scripts/cookbook ${CMAKE_BINARY_DIR})
 qarn_check(cppcheck cppcheck cppcheck --std=c++20 --enable=warning,performance,portability
   --inline-suppr --suppress=missingIncludeSystem --quiet --error-exitcode=1 -I.

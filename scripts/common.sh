@@ -14,7 +14,7 @@ TEST_PACKAGES=(
 )
 # The whole-machine test: a machine, and other tools to compare with.
 SYSTEM_PACKAGES=(qemu-system-x86 busybox-static cpio ipmitool freeipmi-tools openipmi)
-PACKAGE_PACKAGES=("${BUILD_PACKAGES[@]}" dpkg-dev file lintian)
+PACKAGE_PACKAGES=("${BUILD_PACKAGES[@]}" dpkg-dev debhelper lintian)
 
 # The packages among the arguments that are not installed, a line each.
 missing_packages() {
@@ -76,4 +76,9 @@ build() {
   local folder=$1
   shift
   cmake -S "$root" -B "$folder" -G Ninja "$@" && ninja --quiet -C "$folder"
+}
+
+# copy_source FOLDER: the source as it is now, without what was built.
+copy_source() {
+  tar -C "$root" --exclude-vcs --exclude='./build*' --exclude=./.cache --exclude=__pycache__ -c . | tar -C "$1" -x
 }
