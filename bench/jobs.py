@@ -56,7 +56,7 @@ class Job:
 def jobs(folder):
     (folder / "records").write_bytes(b"".join(cases_storage.record_set()))
     (folder / "inventory").write_bytes(cases_storage.inventory(b"Maker"))
-    own = machine.qemu_bmc(sdrfile=folder / "records", fruareasize=1024, frudatafile=folder / "inventory")
+    own = machine.qemu_bmc(sdrfile=folder / "records", fruareasize=4096, frudatafile=folder / "inventory")
 
     def inside():
         return nullcontext(own)
@@ -115,8 +115,8 @@ def figures(text, window, wanted):
     """Of one run. The requests `wanted`, if any, must have been sent, and answered alike."""
     if wanted and wire.shape(window.requests) != wire.shape(wanted):
         raise RuntimeError(f"not the same requests and answers: {window.requests} instead of {wanted}")
-    cpu_us, rss_kb, wall_us = map(int, text.split()[-3:])
-    return {"cpu_us": cpu_us, "memory_kb": rss_kb, "wall_us": wall_us,
+    cpu_us, rss_kib, wall_us = map(int, text.split()[-3:])
+    return {"cpu_us": cpu_us, "memory_kib": rss_kib, "wall_us": wall_us,
             "requests": len(window.requests), "accesses": window.accesses}
 
 
