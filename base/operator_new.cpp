@@ -5,6 +5,7 @@
 #include <new>
 #include <string_view>
 
+// NOLINTBEGIN(cppcoreguidelines-no-malloc)
 const std::nothrow_t std::nothrow{};
 
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
@@ -31,12 +32,13 @@ void operator delete[](void* memory, std::size_t) noexcept {
   std::free(memory);
 }
 
+// NOLINTEND(cppcoreguidelines-no-malloc)
 // An index past the end of a span or an array.
-[[noreturn]] void std::__glibcxx_assert_fail(const char*, int, const char*, const char*) noexcept {
+void std::__glibcxx_assert_fail(const char*, int, const char*, const char*) noexcept {
   std::fputs("qarn: an index is past the end: this is a fault of qarn\n", stderr);
   std::abort();
 }
 
-[[noreturn]] void std::__throw_out_of_range_fmt(const char*, ...) {
+void std::__throw_out_of_range_fmt(const char*, ...) {
   std::__glibcxx_assert_fail(nullptr, 0, nullptr, nullptr);
 }
