@@ -1,150 +1,95 @@
 #!/usr/bin/env python3
-"""Prints what qarn and its peers cost on the same work, side by side in a guest, as a markdown table.
+"""Measures qarn, its peers and a bare C program on the same work, then qarn alone on ever more of it; writes
+doc/performance.json, and from that the figures of the documents and the chart (bench/report.py).
 
 Usage: bench/compare.py --qarn PATH --static PATH --bmc PATH [--only TEXT]
-One guest a job; one instruction takes one nanosecond of the guest's time, so processor time counts instructions.
+With --only, the work whose name holds this text is measured and printed, and nothing is written.
 """
 
 import argparse
+import json
+import os
 import re
 import subprocess
 import sys
 import tempfile
-from collections.abc import Callable
-from contextlib import nullcontext
-from dataclasses import dataclass
+import time
+from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
-sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "system"))
-import cases_storage
-import machine
+import jobs
+import report
+import scaling
 
-KCS, KERNEL = "own KCS driver", "/dev/ipmi0"
-# One instruction takes one nanosecond; a debug port takes the marks around what is measured.
-QEMU = ["-icount", "shift=0,sleep=off", "-chardev", "null,id=marks",
-        "-device", "isa-debugcon,iobase=0xe9,chardev=marks",
-        "-trace", "memory_region_ops_read", "-trace", "memory_region_ops_write", "-D"]
-FREEIPMI = ["/usr/sbin/" + name for name in ("ipmi-raw", "ipmi-sel", "ipmi-fru", "ipmi-sensors", "ipmi-config")]
-VENDORS = "/usr/share/misc/enterprise-numbers.txt"
+HERE = Path(__file__).resolve().parent
+GUESTS_AT_ONCE = 2  # what they count does not depend on what else the machine does
 
 
-@dataclass
-class Cost:
-    """Of one run."""
-    cpu_us: int
-    rss_kb: int
-    wall_us: int
-    accesses: int
-    requests: int
+def build(folder, options):
+    """{name in the guest: program}, all of them stripped; and the library that turns /dev/ipmi0 into a socket."""
+    made = {name: folder / name for name in ("measure", "floor", "qarn", "qarn-static")}
+    device = folder / "socket_device.so"
+    strict = ["-Wall", "-Wextra", "-Werror", "-Os"]
+    for command in (["c++", "-std=c++20", *strict, "-static", "-o", made["measure"], HERE / "guest/measure.cpp"],
+                    ["cc", "-std=c11", *strict, "-static", "-o", made["floor"], HERE / "guest/floor.c"],
+                    ["cc", "-std=c11", *strict, "-fPIC", "-shared", "-o", device, HERE / "socket_device.c"],
+                    ["strip", "-o", made["qarn"], options.qarn], ["strip", "-o", made["qarn-static"], options.static],
+                    ["strip", made["floor"]]):
+        subprocess.run(command, check=True)
+    return made, device
 
 
-@dataclass
-class Job:
-    """One piece of work: gives the BMC that holds it, and each tool's command; qarn's is only its options."""
-    name: str
-    bmc: Callable
-    qarn: str
-    ipmitool: str
-    freeipmi: str
-    repeats: int = 3
-
-    def runs(self):
-        """(steps before, path, tool, command) in the order of the guest's life and of the table."""
-        driver, vendors = ["load"], [f"mkdir -p {Path(VENDORS).parent}; cp /vendors {VENDORS}"]
-        return [
-            ([], KCS, "qarn", f"qarn {self.qarn}"),
-            ([], KCS, "qarn, static", f"qarn-static {self.qarn}"),
-            (driver, KERNEL, "qarn", f"qarn --open {self.qarn}"),
-            ([], KERNEL, "qarn, static", f"qarn-static --open {self.qarn}"),
-            ([], KERNEL, "FreeIPMI", self.freeipmi.replace(" ", " -D OPENIPMI ", 1)),
-            ([], KERNEL, "ipmitool without its vendor list", self.ipmitool),
-            (vendors, KERNEL, "ipmitool", self.ipmitool),
-        ]
+def size_row(name, path):
+    """Bytes of a program, and of the libraries that are loaded with it."""
+    found = subprocess.run(["ldd", path], capture_output=True, text=True).stdout
+    libraries = sum(Path(library).stat().st_size for library in re.findall(r"(/\S+) \(0x", found))
+    return {"program": name, "bytes": Path(path).stat().st_size, "libraries": libraries}
 
 
-def jobs(folder):
-    (folder / "records").write_bytes(b"".join(cases_storage.record_set()))
-    (folder / "inventory").write_bytes(cases_storage.inventory())
-    own = machine.qemu_bmc(sdrfile=folder / "records", fruareasize=1024, frudatafile=folder / "inventory")
-    log = [cases_storage.entry(number) for number in range(500)]
-    return [
-        Job("identity and one raw request", lambda: nullcontext(own),
-            "-e 18 01", "ipmitool raw 6 1", "ipmi-raw 0 6 1", 5),
-        Job("event log of 500 entries", lambda: machine.ipmi_sim(sel=log),
-            "--seldump log", "ipmitool sel writeraw log", "ipmi-sel --hex-dump --ignore-sdr-cache"),
-        Job("40 sensor records", lambda: nullcontext(own),
-            "--sdrdump records", "ipmitool sdr dump records", "ipmi-sensors --quiet-cache"),
-        Job("inventory with every area", lambda: nullcontext(own),
-            "--wfru inventory", "ipmitool fru print 0", "ipmi-fru --ignore-sdr-cache"),
-        Job("LAN settings", machine.ipmi_sim,
-            "-d", "ipmitool lan print 1", "ipmi-config --category=core --checkout --section=Lan_Conf"),
-    ]
+def sizes(programs):
+    return [size_row("bare C, static", programs["floor"]), size_row("qarn", programs["qarn"]),
+            size_row("qarn, static", programs["qarn-static"]), size_row("FreeIPMI's ipmi-raw", "/usr/sbin/ipmi-raw"),
+            size_row("ipmitool", "/usr/bin/ipmitool"), size_row("the vendor list that ipmitool reads", jobs.VENDOR_LIST)]
 
 
-def between_marks(trace):
-    """[(port accesses, requests)] of what ran between the first mark and the second, the third and the fourth..."""
-    counts = [[0, 0]]
-    for line in trace.read_text().splitlines():
-        if "isa-debugcon" in line:
-            counts.append([0, 0])
-        elif "'ipmi-kcs'" in line:
-            counts[-1][0] += 1
-            # WRITE_START in the command register begins a request
-            at_command = int(re.search(r"addr (0x\w+)", line)[1], 16) % 2 == 1
-            counts[-1][1] += "_write" in line and "value 0x61 " in line and at_command
-    return counts[1::2]
+def about():
+    """When, where and what."""
+    model = re.search(r"model name\s*: (.*)", Path("/proc/cpuinfo").read_text())
+    commit = subprocess.run(["git", "-C", HERE, "describe", "--always", "--dirty"], capture_output=True, text=True)
+    return {"date": time.strftime("%Y-%m-%d"), "commit": commit.stdout.strip(), "cpus": os.cpu_count(),
+            "model": model[1] if model else "unknown", "load": os.getloadavg()[0], "versions": jobs.versions()}
 
 
-def measure(job, options, folder):
-    """[(tool, path, the least of each measure)] of one guest."""
-    runs, steps = job.runs(), {}
-    for number, (before, _, _, command) in enumerate(runs):
-        steps |= {(number, step): step for step in before}
-        for repeat in range(job.repeats):
-            steps[number, repeat] = f"rm -rf /.freeipmi; measure {command}"
-    files = {"bin/qarn": options.qarn, "bin/qarn-static": options.static, "bin/measure": folder / "measure",
-             "vendors": VENDORS} | machine.linked(FREEIPMI)
-    with job.bmc() as bmc:
-        seen = machine.boot(steps, [*bmc, *QEMU, folder / "trace"], files=files, seconds=900)
-    counts, rows = iter(between_marks(folder / "trace")), []
-    for number, (_, path, tool, command) in enumerate(runs):
-        printed = [seen[number, repeat] for repeat in range(job.repeats)]
-        if "\nstatus " in "".join(printed):
-            raise RuntimeError(f"{command}: {printed[0]}")
-        # the least of each: a run of a millisecond may meet a timer tick, or the path's first use
-        costs = [(*map(int, text.split()[-3:]), *next(counts)) for text in printed]
-        rows.append((tool, path, Cost(*map(min, zip(*costs)))))
-    return rows
+def measure_jobs(programs, folder, only):
+    bench = jobs.Bench(programs, folder)
+    wanted = [job for job in jobs.jobs(folder) if only in job.name]
+    with ThreadPoolExecutor(GUESTS_AT_ONCE) as pool:
+        for job, rows in zip(wanted, pool.map(bench.measure, wanted)):
+            print(f"{job.name}: {len(rows)} rows, {jobs.RUNS} runs of each", file=sys.stderr, flush=True)
+            yield from rows
 
 
-HEADING = ("| work | tool | path | million instructions | wall ms | peak memory MB | requests | port accesses |\n"
-           "|---|---|---|--:|--:|--:|--:|--:|")
-
-
-def print_rows(job, rows):
-    """In brackets: how many times what qarn takes on the same path."""
-    ours = {path: cost for tool, path, cost in rows if tool == "qarn"}
-    for number, (tool, path, cost) in enumerate(rows):
-        base = ours[path]
-        cells = (f"{value / unit:.2f} ({value / least:.1f})" for value, least, unit in (
-            (cost.cpu_us, base.cpu_us, 1e3), (cost.wall_us, base.wall_us, 1e3), (cost.rss_kb, base.rss_kb, 1e3)))
-        print("|", job.name if number == 0 else "", "|", tool, "|", path, "|", " | ".join(cells), "|",
-              cost.requests, "|", cost.accesses, "|", flush=True)
+def measure(options, folder):
+    programs, device = build(folder, options)
+    found = about() | {"sizes": sizes(programs), "jobs": list(measure_jobs(programs, folder, options.only))}
+    scaled = scaling.Scaling(programs["qarn"], options.bmc, programs["measure"], device)
+    return found | {"scaling": list(scaled.all(options.only))}
 
 
 def main():
     parser = argparse.ArgumentParser()
     for name in ("--qarn", "--static", "--bmc"):
-        parser.add_argument(name, required=True, type=Path)
-    parser.add_argument("--only", default="", help="the jobs whose name holds this text")
+        parser.add_argument(name, required=True, type=lambda text: Path(text).resolve())
+    parser.add_argument("--only", default="", help="the work whose name holds this text; writes no file")
     options = parser.parse_args()
-    print(HEADING)
+    began = time.monotonic()
     with tempfile.TemporaryDirectory(prefix="qarn-compare-") as folder:
-        subprocess.run(["c++", "-std=c++20", "-Os", "-static", "-o", folder + "/measure",
-                        Path(__file__).parent / "guest/measure.cpp"], check=True)
-        for job in jobs(Path(folder)):
-            if options.only in job.name:
-                print_rows(job, measure(job, options, Path(folder)))
+        found = measure(options, Path(folder)) | {"runs": jobs.RUNS}
+    if options.only:
+        print(json.dumps(found, indent=1) if not found["jobs"] else report.tables(found))
+        return
+    report.keep(found | {"minutes": round((time.monotonic() - began) / 60, 1)})
+    print(report.summary(report.kept()))
 
 
 if __name__ == "__main__":

@@ -10,6 +10,7 @@ TEST_PACKAGES=(
   libgtest-dev libgmock-dev libbenchmark-dev    # tests and benchmarks
   clang clang-format clang-tidy cppcheck mandoc # checks of source and manual
   srecord                                       # a second opinion on S-records
+  g++-aarch64-linux-gnu qemu-user-static        # a processor without I/O ports
 )
 # The whole-machine test: a machine, and other tools to compare with.
 SYSTEM_PACKAGES=(qemu-system-x86 busybox-static cpio ipmitool freeipmi-tools openipmi)

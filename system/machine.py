@@ -76,13 +76,18 @@ def archive(entries):
         return subprocess.run(pack, shell=True, cwd=folder, check=True, capture_output=True).stdout
 
 
+def linked(programs):
+    """Entries of an archive: the programs, and the shared libraries they are linked to."""
+    libraries = re.findall(r"(/\S+) \(0x", subprocess.run(["ldd", *programs], capture_output=True, text=True).stdout)
+    return {path: path for path in [*programs, *libraries]}
+
+
 @functools.cache
 def base():
-    """The archive of what does not change from guest to guest, with the libraries that the peers are linked to."""
-    libraries = re.findall(r"(/\S+) \(0x", subprocess.run(["ldd", *PEERS], capture_output=True, text=True).stdout)
+    """The archive of what does not change from guest to guest."""
     return archive({"init": HERE / "init", "bin/load": HERE / "load", "bin/busybox": "/usr/bin/busybox",
                     "etc/passwd": b"root:x:0:0::/:/bin/sh\nnobody:x:65534:65534::/:/bin/sh\n",
-                    "var/lib/freeipmi/ipckey": b""} | {path: path for path in [*PEERS, *libraries]} |
+                    "var/lib/freeipmi/ipckey": b""} | linked(PEERS) |
                    {f"lib/{module.name}": module for module in kernel().glob("*.ko")})
 
 

@@ -1,0 +1,209 @@
+#!/usr/bin/env python3
+"""The documents' figures, from doc/performance.json that bench/compare.py leaves.
+
+Usage: bench/report.py [--check]
+Writes what stands between the marks "figures: NAME" and "end of figures" in doc/performance.md and README.md, and
+doc/performance.svg; prints the summary. With --check it writes nothing, and ends with 1 when something would change.
+"""
+
+import json
+import re
+import statistics
+import sys
+from pathlib import Path
+
+import chart
+
+ROOT = Path(__file__).resolve().parent.parent
+RAW = ROOT / "doc/performance.json"
+DOCUMENTS = ["doc/performance.md", "README.md"]
+BLOCK = re.compile(r"(<!-- figures: ([\w ]+) -->\n).*?(<!-- end of figures -->)", re.S)
+CURVES = {"40 to 65,535 sensor records": "sensor records, read", "40 to 65,535 log entries": "event log, read",
+          "1 to 16 MiB of firmware": "firmware, save"}
+ALIGNED = {"work", "path", "program", "tool", "unit"}  # to the left; figures to the right
+
+
+def keep(found):
+    """One row a line, so that a difference can be read."""
+    parts = []
+    for name, value in found.items():
+        rows = isinstance(value, list)
+        text = "[\n" + ",\n".join("  " + json.dumps(row) for row in value) + "\n ]" if rows else json.dumps(value)
+        parts.append(f' "{name}": {text}')
+    RAW.write_text("{\n" + ",\n".join(parts) + "\n}\n")
+    write()
+
+
+def kept():
+    return json.loads(RAW.read_text())
+
+
+def middle(row):
+    """The run whose processor time is the median: all figures of a row but the wall times are this one's."""
+    return sorted(row["runs"], key=lambda run: run["cpu_us"])[len(row["runs"]) // 2]
+
+
+def table(heading, rows):
+    lines = [heading, ["---" if name in ALIGNED else "--:" for name in heading], *rows]
+    return "".join("| " + " | ".join(str(cell) for cell in line) + " |\n" for line in lines)
+
+
+def in_order(values):
+    return list(dict.fromkeys(values))
+
+
+def by_tool(found, cell):
+    """A row for each work and path, a column for each tool; the path stands where it is not the row's before."""
+    tools = in_order(row["tool"] for row in found["jobs"])
+    rows = {}
+    for row in found["jobs"]:
+        rows.setdefault((row["work"], row["path"]), {})[row["tool"]] = cell(row)
+    lines = [[work, path, *(cells.get(tool) or "" for tool in tools)] for (work, path), cells in rows.items()]
+    return table(["work", "path", *tools], [line for line in lines if any(line[2:])])
+
+
+def millions(row):
+    return f"{middle(row)['cpu_us'] / 1000:.2f}"
+
+
+def kib(row):
+    return f"{middle(row)['memory_kib']:,}"
+
+
+def wall(row):
+    times = [run["wall_us"] for run in row["runs"]]
+    if None in times:
+        return ""
+    return " / ".join(f"{value / 1000:.1f}" for value in (min(times), statistics.median(times), max(times)))
+
+
+def wire(row):
+    accesses = middle(row)["accesses"]
+    return f"{middle(row)['requests']}" + ("" if accesses is None else f" / {accesses:,}")
+
+
+def size_table(found):
+    rows = [[row["program"], f"{row['bytes'] / 1000:,.0f}", f"{row['libraries'] / 1000:,.0f}" if row["libraries"] else "none"]
+            for row in found["sizes"]]
+    return table(["program", "kB", "kB of libraries"], rows)
+
+
+def scaling_table(found):
+    rows, last = [], ""
+    for row in found["scaling"]:
+        run = middle(row)
+        rows.append([row["work"] if row["work"] != last else "", f"{row['size']:,} {row['unit']}", f"{run['requests']:,}",
+                     f"{run['cpu_us'] / 1e6:.3f}", f"{run['cpu_us'] / run['requests']:.1f}", kib(row)])
+        last = row["work"]
+    return table(["work", "size", "requests", "processor s", "µs a request", "peak memory KiB"], rows)
+
+
+def growth(found, work):
+    """Bytes of memory that each more of it takes, from the least work to the most; and the memory of these two in KiB."""
+    ends = [row for row in found["scaling"] if row["work"] == work]
+    least, most = ends[0], ends[-1]
+    memory = [middle(row)["memory_kib"] for row in (least, most)]
+    return (memory[1] - memory[0]) * 1024 / (most["size"] - least["size"]), memory
+
+
+def times_of_qarn(found, tool):
+    """The least and the largest ratio of its instructions to those of qarn on the same work and path."""
+    ours = {(row["work"], row["path"]): middle(row)["cpu_us"] for row in found["jobs"] if row["tool"] == "qarn"}
+    ratios = [middle(row)["cpu_us"] / ours[row["work"], row["path"]] for row in found["jobs"] if row["tool"] == tool]
+    return f"{min(ratios):.1f} to {max(ratios):.1f}"
+
+
+def growth_lines(found):
+    per_record, records = growth(found, "sensor records, read")
+    per_entry, entries = growth(found, "event log, read")
+    images = [middle(row)["memory_kib"] for row in found["scaling"] if row["unit"] == "MiB"]
+    most = max(row["size"] for row in found["scaling"] if row["unit"] == "MiB")
+    return (f"- Memory grows with the records that are read, {per_record:.0f} bytes each, and the log's entries, "
+            f"{per_entry:.0f} bytes each: from {records[0]:,} KiB to {records[1]:,} and {entries[1]:,} KiB for 65,535 of "
+            f"them. A firmware image of 1 to {most} MiB takes {min(images):,} to {max(images):,} KiB, whatever its "
+            "size.\n")
+
+
+def summary(found):
+    """Four lines for README."""
+    first = {(row["tool"], row["path"]): row for row in found["jobs"] if row["work"].startswith("identity")}
+
+    def both(tool, path="/dev/ipmi0"):
+        return f"{millions(first[tool, path])} million instructions and {kib(first[tool, path])} KiB"
+
+    size = {row["program"]: f"{row['bytes'] / 1000:.0f} kB" for row in found["sizes"]}
+    return (f"- One raw request over `/dev/ipmi0` takes {both('qarn')} of memory; a bare static C program that sends the same "
+            f"requests {both('bare C')}, FreeIPMI {both('FreeIPMI')}, ipmitool {both('ipmitool')}.\n"
+            f"- On five pieces of work FreeIPMI takes {times_of_qarn(found, 'FreeIPMI')} times the instructions of qarn, "
+            f"ipmitool {times_of_qarn(found, 'ipmitool without its vendor list')} times, and with its list of vendors "
+            f"{times_of_qarn(found, 'ipmitool')} times.\n"
+            f"- Stripped, the program is {size['qarn']} and loads nothing but the C library; wholly static, "
+            f"{size['qarn, static']}.\n" + growth_lines(found))
+
+
+def circumstances(found):
+    package = found["versions"]
+    text = (f"Measured on {found['date']} at commit {found['commit']}: Debian's Linux {package['kernel']} in QEMU "
+            f"{package['qemu-system-x86']}, on a host with {found['cpus']} cores of {found['model']}; ipmitool "
+            f"{package['ipmitool']}, FreeIPMI {package['freeipmi-tools']}. Each tool ran {found['runs']} times on each piece "
+            f"of work. All of it took {found['minutes']} minutes.\n")
+    if found["load"] > 0.5:
+        text += (f"\n**Provisional**: the machine had other work (load {found['load']:.1f} at the start). That does not touch "
+                 "the guest's figures, but the processor times of the last table.\n")
+    return text
+
+
+BLOCKS = {
+    "summary": summary,
+    "circumstances": circumstances,
+    "instructions": lambda found: by_tool(found, millions),
+    "memory": lambda found: by_tool(found, kib),
+    "wire": lambda found: by_tool(found, wire),
+    "wall": lambda found: by_tool(found, wall),
+    "sizes": size_table,
+    "scaling": scaling_table,
+}
+
+
+def tables(found):
+    """Those of the jobs, without the documents."""
+    return "\n".join(f"{name}\n\n{BLOCKS[name](found)}" for name in ("instructions", "memory", "wire", "wall", "sizes"))
+
+
+def chart_of(found):
+    """On the path that every tool takes; of a firmware image, its save, which sends the most requests."""
+    dots = {}
+    for row in found["jobs"]:
+        if row["path"] == "/dev/ipmi0":
+            dots.setdefault(row["work"], {})[row["tool"]] = middle(row)
+    growth = {}
+    for name, work in CURVES.items():
+        runs = [middle(row) for row in found["scaling"] if row["work"] == work]
+        growth[name] = [(run["requests"], run["memory_kib"] / 1024) for run in runs]
+    return chart.draw({work: {tool: run["cpu_us"] / 1000 for tool, run in row.items()} for work, row in dots.items()},
+                      {work: {tool: run["memory_kib"] / 1024 for tool, run in row.items()} for work, row in dots.items()},
+                      growth)
+
+
+def documents(found):
+    """{path: what it is to hold}"""
+    texts = {name: BLOCK.sub(lambda block: block[1] + BLOCKS[block[2]](found) + block[3], (ROOT / name).read_text())
+             for name in DOCUMENTS}
+    return texts | {"doc/performance.svg": chart_of(found)}
+
+
+def write():
+    for name, text in documents(kept()).items():
+        (ROOT / name).write_text(text)
+
+
+def main():
+    if sys.argv[1:] == ["--check"]:
+        stale = [name for name, text in documents(kept()).items() if (ROOT / name).read_text() != text]
+        sys.exit(f"not as doc/performance.json has it, see bench/report.py: {' '.join(stale)}" if stale else 0)
+    write()
+    print(summary(kept()), end="")
+
+
+if __name__ == "__main__":
+    main()
