@@ -59,14 +59,15 @@ wish() {
   fi
 }
 
-# how_far LOG: how many tests have ended, and which run; when it is no log of tests, its last line.
+# how_far LOG: how many tests have ended, and which run; how many steps of a build; else the last line.
 how_far() {
   awk '/^ *Start +[0-9]+: / { running[$3] }
     /^ *[0-9]+\/[0-9]+ Test +#/ { ended = $1; delete running[$4] }
     NF { last = $0 }
     END {
       for (name in running) names = names " " name
-      print ended names ? ended (names ? ", now" names : "") : last
+      if (match(last, /^\[[0-9]+\/[0-9]+\]/)) last = substr(last, 2, RLENGTH - 2) " steps"
+      print ended names ? ended " tests" (names ? ", now" names : "") : last
     }' "$1" | tr -d '[:cntrl:]'
 }
 
