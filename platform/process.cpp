@@ -71,17 +71,17 @@ bool is_waiting(const sigset_t& waiting, int number) {
   return sigismember(&waiting, number) == 1 && !is_ignored(number);
 }
 
-void catch_one(int number, void (*handler)(int)) {
+void install_handler(int number, void (*handler)(int)) {
   if (!is_ignored(number)) set_handler(number, handler);
 }
 
 // Most runs let no signal in, and need no handlers.
-void catch_signals() {
+void install_handlers() {
   if (caught) return;
   caught = true;
-  for (const int number : ENDING_SIGNALS) catch_one(number, note);
-  for (int number = SIGRTMIN; number < reminder_signal(); number++) catch_one(number, note);
-  catch_one(reminder_signal(), remind);
+  for (const int number : ENDING_SIGNALS) install_handler(number, note);
+  for (int number = SIGRTMIN; number < reminder_signal(); number++) install_handler(number, note);
+  install_handler(reminder_signal(), remind);
   create_reminder();
 }
 
@@ -123,7 +123,7 @@ void signals_stop_here() {
 }
 
 void signals_let_in(bool in) {
-  if (in) catch_signals();
+  if (in) install_handlers();
   if (in && noted != 0) set_reminder(REMINDER_S);
   sigprocmask(in ? SIG_UNBLOCK : SIG_BLOCK, &held, nullptr);
   if (!in && noted != 0) set_reminder(0);
@@ -132,7 +132,7 @@ void signals_let_in(bool in) {
 void wake_every_second(bool on) {
   if (on == awake) return;
   awake = on;
-  catch_signals();
+  install_handlers();
   set_reminder(on ? REMINDER_S : 0);
 }
 

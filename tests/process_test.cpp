@@ -76,6 +76,18 @@ TEST(Process, a_signal_that_has_come_ends_a_later_wait_too) {
   EXPECT_EXIT(std::_Exit(is_ended() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
+TEST(Process, a_signal_that_is_ignored_at_the_start_does_not_count_when_signals_are_let_in) {
+  const auto is_ignored = [] {
+    signal(SIGHUP, SIG_IGN);
+    platform::signals_hold();
+    platform::signals_let_in(true);
+    raise(SIGHUP);
+    platform::signals_let_in(false);
+    return platform::signals_pending() == 0;
+  };
+  EXPECT_EXIT(std::_Exit(is_ignored() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
 TEST(Waiting, for_a_bmc_that_does_not_answer_ends_ten_seconds_after_a_signal_at_the_earliest) {
   KCS_bounds = {1, 300000};
   for (const char* line : {"--users", "--users --open"}) {
