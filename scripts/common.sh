@@ -14,7 +14,7 @@ TEST_PACKAGES=(
 )
 # The whole-machine test: a machine, and other tools to compare with.
 SYSTEM_PACKAGES=(qemu-system-x86 busybox-static cpio ipmitool freeipmi-tools openipmi)
-PACKAGE_PACKAGES=("${BUILD_PACKAGES[@]}" dpkg-dev debhelper lintian)
+PACKAGE_PACKAGES=("${BUILD_PACKAGES[@]}" build-essential debhelper lintian)
 
 # The packages among the arguments that are not installed, a line each.
 missing_packages() {
