@@ -22,3 +22,11 @@ qarn_check(cookbook python3 scripts/cookbook ${CMAKE_BINARY_DIR})
 qarn_check(cppcheck cppcheck cppcheck --std=c++20 --enable=warning,performance,portability
   --inline-suppr --suppress=missingIncludeSystem --quiet --error-exitcode=1 -I.
   base transport textfile sdr fru sel lan firmware platform frontend sim)
+
+# What leaves the project: the archive for rescue systems, which the whole-machine test uses, and the packages.
+add_test(NAME archive COMMAND scripts/archive WORKING_DIRECTORY ${CMAKE_SOURCE_DIR})
+set_tests_properties(archive PROPERTIES FIXTURES_SETUP archive PROCESSORS 2 LABELS packages)
+qarn_check(reproducible dh scripts/check-reproducible)
+if(found_dh)
+  set_tests_properties(reproducible PROPERTIES FIXTURES_REQUIRED archive PROCESSORS 2 LABELS packages TIMEOUT 1500)
+endif()

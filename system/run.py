@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Runs the whole-machine cases: system/run.py --qarn PATH --bmc PATH [--only TEXT]; exit 77 where no guest can run."""
+"""Runs the whole-machine cases: system/run.py --qarn PATH --bmc PATH [--archive PATH] [--only TEXT]; exit 77 where no
+guest can run."""
 
 import argparse
 import importlib
@@ -26,7 +27,7 @@ class Checks:
     """What one case saw: a count, and a line for each failed check."""
 
     def __init__(self, name, options):
-        self.name, self.qarn, self.bmc = name, options.qarn, options.bmc
+        self.name, self.qarn, self.bmc, self.archive = name, options.qarn, options.bmc, options.archive
         self.count, self.failures = 0, []
         self.folder = tempfile.TemporaryDirectory(prefix="qarn-system-")
 
@@ -63,6 +64,7 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--qarn", required=True, help="the program under test, a build for the real machine")
     parser.add_argument("--bmc", required=True, help="our simulated BMC as a server")
+    parser.add_argument("--archive", help="the archive for rescue systems; without it, its case is left out")
     parser.add_argument("--only", default="", help="run the cases whose name holds this text")
     options = parser.parse_args()
     if missing := [tool for tool in machine.TOOLS if not shutil.which(tool)]:
@@ -77,7 +79,7 @@ def main():
     cases = [case for path in sorted(Path(__file__).parent.glob("cases_*.py"))
              for case in vars(importlib.import_module(path.stem)).values()
              if inspect.isfunction(case) and list(inspect.signature(case).parameters) == ["checks"]
-             and options.only in f"{case.__module__}.{case.__name__}"]
+             and options.only in f"{case.__module__}.{case.__name__}" and (options.archive or path.stem != "cases_archive")]
     with ThreadPoolExecutor(os.cpu_count()) as pool:
         done = list(pool.map(lambda case: run_case(case, options), cases))
     failures = [line for checks in done for line in checks.failures]
