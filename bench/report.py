@@ -103,8 +103,8 @@ def size_table(found):
 def memory_table(found):
     most = max(found["jobs"], key=spread)
     return by_tool(found, kib) + "\n" + paragraph(
-        "The kernel chooses addresses at random, and with them the memory of a program changes from run to run: by up to "
-        f"{spread(most):,} KiB here ({most['tool']}).")
+        "The kernel chooses addresses at random, and with them the memory of a program changes from run to run: "
+        f"by up to {spread(most):,} KiB here ({most['tool']}).")
 
 
 def spread(row):
@@ -158,11 +158,13 @@ def summary(found):
         return f"{millions(first[tool, path])} million instructions and {kib(first[tool, path])} KiB"
 
     size = {row["program"]: f"{row['bytes'] / 1000:,.0f} kB" for row in found["sizes"]}
-    return item(f"One raw request over `/dev/ipmi0` takes {both('qarn')} of memory; a bare static C program that sends the "
-                f"same requests {both('bare C')}, FreeIPMI {both('FreeIPMI')}, ipmitool {both('ipmitool')}.") + item(
-        f"On {len(in_order(row['work'] for row in found['jobs']))} pieces of work FreeIPMI takes "
-        f"{times_of_qarn(found, 'FreeIPMI')} times the instructions of qarn, ipmitool {times_of_qarn(found, 'ipmitool')} "
-        f"times, and without its list of vendors {times_of_qarn(found, 'ipmitool without its vendor list')} times.") + item(
+    works = len(in_order(row["work"] for row in found["jobs"]))
+    ratios = [times_of_qarn(found, tool) for tool in ("FreeIPMI", "ipmitool", "ipmitool without its vendor list")]
+    return item(
+        f"One raw request over `/dev/ipmi0` takes {both('qarn')} of memory; a bare static C program that sends the "
+        f"same requests {both('bare C')}, FreeIPMI {both('FreeIPMI')}, ipmitool {both('ipmitool')}.") + item(
+        f"On {works} pieces of work FreeIPMI takes {ratios[0]} times the instructions of qarn, ipmitool {ratios[1]} "
+        f"times, and without its list of vendors {ratios[2]} times.") + item(
         f"Stripped, the program is {size['qarn']} and loads nothing but the C library; wholly static, "
         f"{size['qarn, static']}.") + growth_line(found)
 
@@ -177,8 +179,8 @@ def circumstances(found):
     if found["others"] < QUIET:
         return text
     return text + "\n" + paragraph(
-        f"**Provisional**: other processes used {found['others']:.1f} of the host's cores meanwhile. That does not touch "
-        "the figures from the guest, but the processor times of the last table.")
+        f"**Provisional**: other processes used {found['others']:.1f} of the host's cores meanwhile. That does not "
+        "touch the figures from the guest, but the processor times of the last table.")
 
 
 BLOCKS = {
