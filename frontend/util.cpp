@@ -91,6 +91,11 @@ bool open_device() {
 }
 
 bool open_ports() {
+  if (!platform::has_ports()) {
+    std::puts("this machine has no I/O ports: use --open");
+    step_failed("this processor has no I/O ports");
+    return false;
+  }
   if (!take_turn_on_ports()) return false;
   now_under_way(Unfinished::nothing);
   for (const Port_pair& pair : PORT_PAIRS) {

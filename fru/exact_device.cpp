@@ -163,6 +163,11 @@ bool place(const fru_exact& fru, Placed* placed, size_t end) {
   return true;
 }
 
+// One whose place is not known comes last.
+size_t order_of(const Placed& one) {
+  return one.offset != 0 ? one.offset : LARGEST_DEVICE;
+}
+
 // Sets the offsets in the header. The parts in the order of their places; those that the header
 // does not have come last, those without bytes stay as they are. False after a message.
 bool place_parts(fru_exact* fru, size_t size) {
@@ -172,13 +177,13 @@ bool place_parts(fru_exact* fru, size_t size) {
   for (unsigned part = 0; part < FRU_PARTS; part++) {
     if (fru->parts[part].absent) fru->header[part + 1] = 0;
     const size_t offset = fru->header[part + 1] * size_t{FRU_UNIT};
-    if (offset != 0 || fru->parts[part].length > 0) {
-      placed[count++] = {part, offset, fru->parts[part].length};
-    }
+    if (offset == 0 && fru->parts[part].length == 0) continue;
+    const Placed one = {part, offset, fru->parts[part].length};
+    unsigned at = count++;
+    for (; at > 0 && order_of(placed[at - 1]) > order_of(one); at--) placed[at] = placed[at - 1];
+    placed[at] = one;
   }
   const auto used = std::span(placed).first(count);
-  std::ranges::stable_sort(
-      used, {}, [](const Placed& one) { return one.offset != 0 ? one.offset : LARGEST_DEVICE; });
   size_t end = FRU_HEADER_SIZE;
   for (size_t i = 0; i < used.size(); i++) {
     Placed& one = used[i];

@@ -1,10 +1,9 @@
-// The real machine: x86 ports, the kernel's IPMI device, its clock and its network interfaces.
+// The real machine: the kernel's IPMI device, its clock and its network interfaces.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <sys/file.h>
-#include <sys/io.h>
 #include <sys/ioctl.h>
 #include <sys/select.h>
 #include <sys/socket.h>
@@ -19,18 +18,6 @@
 #include "platform/platform.h"
 
 namespace platform {
-
-int io_privilege() {
-  return ::iopl(3);
-}
-
-uint8_t inb(uint16_t port) {
-  return ::inb(port);
-}
-
-void outb(uint8_t value, uint16_t port) {
-  ::outb(value, port);
-}
 
 int device_open(const char* path) {
   return ::open(path, O_RDWR | O_CLOEXEC);

@@ -7,6 +7,8 @@
 
 namespace platform {
 
+// Whether the processor has I/O ports.
+bool has_ports();
 // Raises the I/O privilege level to 3 (root only). 0, or -1 with errno.
 int io_privilege();
 // One byte from or to an x86 I/O port; needs io_privilege().

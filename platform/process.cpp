@@ -20,7 +20,8 @@ constexpr int FILE_SIGNALS[] = {SIGPIPE, SIGXFSZ};  // the call fails; that is e
 constexpr time_t REMINDER_S = 1;
 constexpr int SHELL_STATUS = 128;  // with the number of a signal: what a shell tells of its end
 
-sigset_t held;  // the ending signals that were not ignored, the reminder, and a stop
+sigset_t held;        // the ending signals, the reminder, and a stop
+bool caught = false;  // they have handlers
 volatile sig_atomic_t noted = 0;
 timer_t reminder;
 bool has_reminder = false;
@@ -65,14 +66,23 @@ bool is_ignored(int number) {
   return sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
 }
 
-void hold_one(int number, void (*handler)(int)) {
-  if (is_ignored(number)) return;
-  if (handler != nullptr) set_handler(number, handler);
-  sigaddset(&held, number);
+// One that is ignored waits, too, while it is held.
+bool is_waiting(const sigset_t& waiting, int number) {
+  return sigismember(&waiting, number) == 1 && !is_ignored(number);
 }
 
-bool is_waiting(const sigset_t& waiting, int number) {
-  return sigismember(&held, number) == 1 && sigismember(&waiting, number) == 1;
+void install_handler(int number, void (*handler)(int)) {
+  if (!is_ignored(number)) set_handler(number, handler);
+}
+
+// Most runs let no signal in, and need no handlers.
+void install_handlers() {
+  if (caught) return;
+  caught = true;
+  for (const int number : ENDING_SIGNALS) install_handler(number, note);
+  for (int number = SIGRTMIN; number < reminder_signal(); number++) install_handler(number, note);
+  install_handler(reminder_signal(), remind);
+  create_reminder();
 }
 
 void let_in_one(int number) {
@@ -88,10 +98,9 @@ void let_in_one(int number) {
 void signals_hold() {
   sigemptyset(&held);
   for (const int number : FILE_SIGNALS) set_handler(number, SIG_IGN);
-  for (const int number : ENDING_SIGNALS) hold_one(number, note);
-  for (int number = SIGRTMIN; number < reminder_signal(); number++) hold_one(number, note);
-  hold_one(reminder_signal(), remind);
-  hold_one(SIGTSTP, nullptr);
+  for (const int number : ENDING_SIGNALS) sigaddset(&held, number);
+  for (int number = SIGRTMIN; number <= reminder_signal(); number++) sigaddset(&held, number);
+  sigaddset(&held, SIGTSTP);
   sigprocmask(SIG_BLOCK, &held, nullptr);
 }
 
@@ -114,7 +123,7 @@ void signals_stop_here() {
 }
 
 void signals_let_in(bool in) {
-  if (in && !has_reminder) create_reminder();
+  if (in) install_handlers();
   if (in && noted != 0) set_reminder(REMINDER_S);
   sigprocmask(in ? SIG_UNBLOCK : SIG_BLOCK, &held, nullptr);
   if (!in && noted != 0) set_reminder(0);
@@ -123,7 +132,7 @@ void signals_let_in(bool in) {
 void wake_every_second(bool on) {
   if (on == awake) return;
   awake = on;
-  if (!has_reminder) create_reminder();
+  install_handlers();
   set_reminder(on ? REMINDER_S : 0);
 }
 

@@ -10,10 +10,11 @@ TEST_PACKAGES=(
   libgtest-dev libgmock-dev libbenchmark-dev    # tests and benchmarks
   clang clang-format clang-tidy cppcheck mandoc # checks of source and manual
   srecord                                       # a second opinion on S-records
+  g++-aarch64-linux-gnu qemu-user-static        # a processor without I/O ports
 )
 # The whole-machine test: a machine, and other tools to compare with.
 SYSTEM_PACKAGES=(qemu-system-x86 busybox-static cpio ipmitool freeipmi-tools openipmi)
-PACKAGE_PACKAGES=("${BUILD_PACKAGES[@]}" dpkg-dev file lintian)
+PACKAGE_PACKAGES=("${BUILD_PACKAGES[@]}" dpkg-dev debhelper lintian)
 
 # The packages among the arguments that are not installed, a line each.
 missing_packages() {
@@ -75,4 +76,9 @@ build() {
   local folder=$1
   shift
   cmake -S "$root" -B "$folder" -G Ninja "$@" && ninja --quiet -C "$folder"
+}
+
+# copy_source FOLDER: the source as it is now, without what was built.
+copy_source() {
+  tar -C "$root" --exclude-vcs --exclude='./build*' --exclude=./.cache --exclude=__pycache__ -c . | tar -C "$1" -x
 }

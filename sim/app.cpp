@@ -81,6 +81,12 @@ Reply warm_reset(Bmc& bmc, const Bytes&) {
   return {};
 }
 
+// Result, what is at fault: nothing.
+Reply get_self_test(Bmc&, const Bytes&) {
+  constexpr uint8_t PASSED = 0x55;
+  return {COMPLETED, {PASSED, 0x00}};
+}
+
 Reply clear_message_flags(Bmc& bmc, const Bytes& data) {
   if (data.size() != 1) return {INVALID_LENGTH, {}};
   if (data[0] & CLEAR_QUEUE) bmc.receive_queue.clear();
@@ -153,6 +159,7 @@ constexpr Command COMMANDS[] = {
     {NETFN_APP, GET_DEVICE_ID, get_device_id},
     {NETFN_APP, COLD_RESET, cold_reset},
     {NETFN_APP, WARM_RESET, warm_reset},
+    {NETFN_APP, GET_SELF_TEST, get_self_test},
     {NETFN_APP, CLEAR_MESSAGE_FLAGS, clear_message_flags},
     {NETFN_APP, GET_MESSAGE, get_message},
     {NETFN_APP, SEND_MESSAGE, send_message},

@@ -81,6 +81,8 @@ constexpr Setting SETTINGS[] = {
     {"QARN_SIM_PORTS", "command,data;...|none", "cac,ca8 (card) or ca3,ca2 (plain)",
      "KCS port pairs, hexadecimal",
      [](std::string& value) { return set_ports(value, machine().ports); }},
+    {"QARN_SIM_PROCESSOR", "x86|arm", "x86", "arm: a processor without I/O ports",
+     [](std::string& value) { return set_choice(value, "x86", "arm", machine().has_ports); }},
     {"QARN_SIM_DEVICES", "path;...|none", "/dev/ipmi0", "where the kernel's device opens",
      [](std::string& value) { return set_devices(value, machine().devices); }},
     {"QARN_SIM_KERNEL", "send|select|receive=errno;...;unreadable", "none",

@@ -24,6 +24,7 @@ enum class Kind {
 struct Machine {
   Bmc bmc;
   std::vector<Kcs> ports;  // one state machine a port pair; absent ports read 0xFF
+  bool has_ports = true;   // false: a processor without I/O ports
   bool root = true;
   std::vector<std::string> devices = {"/dev/ipmi0"};  // paths at which the kernel's device opens
   KernelFaults kernel_faults;

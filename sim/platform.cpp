@@ -61,6 +61,10 @@ void copy_bytes(const sim::Bytes& from, uint8_t* to, size_t room) {
 
 }  // namespace
 
+bool has_ports() {
+  return sim::machine().has_ports;
+}
+
 int io_privilege() {
   if (sim::machine().root) return 0;
   errno = EPERM;

@@ -103,6 +103,7 @@ std::span<const Command> sel_commands() {
 void store(const SelStore& from, State& state) {
   Bytes& all = state["sel.records"];
   for (const Record& record : from.records) all.insert(all.end(), record.begin(), record.end());
+  put(std::back_inserter(state["sel.reservation"]), from.reservation, 2);
   if (from.claimed >= 0)
     put(std::back_inserter(state["sel.claimed"]), static_cast<uint32_t>(from.claimed), 2);
 }
@@ -115,6 +116,10 @@ void restore(SelStore& to, const State& state) {
       std::copy_n(from, SEL_RECORD, record.begin());
       from += SEL_RECORD;
     }
+  }
+  if (const auto found = state.find("sel.reservation");
+      found != state.end() && found->second.size() == 2) {
+    to.reservation = word(found->second.data());
   }
   if (const auto found = state.find("sel.claimed");
       found != state.end() && found->second.size() == 2) {

@@ -62,18 +62,15 @@ def users_and_passwords(checks):
 def passwords_are_forgotten(checks):
     """While a run that has set passwords waits for the other end of a FIFO, other users cannot see them among its
     arguments, and its memory has none."""
-    look = """mkfifo FIFO; rm -f said; qarn PATH ARGUMENTS --cfg FIFO >said 2>&1 & qarn=$!; until grep -qs Rev: said; do usleep 9000; done; sleep 1
+    look = """mkfifo fifo; rm -f said; qarn ARGUMENTS --cfg fifo <lines >said 2>&1 & qarn=$!; until grep -qs Rev: said; do usleep 9000; done; sleep 1
 tr '\\0' '\\n' </proc/$qarn/cmdline | grep -c -e passw0rd; cp /proc/$qarn/maps maps
 while read range rights rest; do case $rights in rw*)
   first=$((0x${range%-*} / 4096)); dd if=/proc/$qarn/mem bs=4096 skip=$first count=$((0x${range#*-} / 4096 - first)) 2>dd
-esac; done <maps >memory; grep -c Rev: memory; grep -c -e passw -e w0rd memory; echo >FIFO; wait $qarn; rm FIFO"""
+esac; done <maps >memory; grep -c Rev: memory; grep -c -e passw -e w0rd memory; echo >fifo; wait $qarn; rm fifo"""
     given = "--sp1=passw0rd1 --sp2=passw0rd2", "--sp1 --sp4 --prompt"
-    rows = [("fifo", "echo passw0rd1 >lines; echo passw0rd4 >>lines", "")]
+    looks = ((arguments, look.replace("ARGUMENTS", arguments), "0\n1\n0\n") for arguments in given)
     with qarn_bmc(checks.bmc) as bmc:
-        for arguments in given:
-            rows += both_paths((arguments, look.replace("FIFO", "fifo").replace("ARGUMENTS", arguments + " <lines")
-                                .replace("PATH ", ""), "0\n1\n0\n"))
-        checks.guest(bmc, [row for row in dict((row[0], row) for row in rows).values()])
+        checks.guest(bmc, [("lines", "echo passw0rd1 >lines; echo passw0rd4 >>lines", ""), *both_paths(*looks)])
 
 
 def long_waits_are_shown(checks):

@@ -1,16 +1,14 @@
 // Sensor records in their exact form: what it looks like, and that it loses nothing.
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <random>
 
 #include "base/notice.h"
-#include "platform/platform.h"
 #include "sdr/sdr.h"
 #include "tests/harness.h"
 #include "textfile/quoted.h"
-#include "transport/transaction.h"
 
 namespace {
 
@@ -68,17 +66,15 @@ TEST(Exact_dump, gives_the_length_of_a_long_record_in_two_bytes) {
   }
 }
 
-TEST(Exact_dump, is_written_back_whatever_its_name_and_length) {
-  for (const char* name : {"d", "d.dat"}) {
-    for (size_t size = 250; size <= 255; size++) {
-      hold(0xC0, Bytes(size, 0xAB));
-      const sim::SdrRecords before = sdr().records;
-      run("--exact --sdrdump " + path_of(name));
-      sdr().records.clear();
-      const RunResult written = run("--exact --strict --nrst --sdr " + path_of(name));
-      EXPECT_EQ(sdr().records, before) << name << size << written.err << written.said;
-    }
-  }
+TEST(Exact_dump, is_text_under_a_name_for_binary_files_and_has_nothing_to_tell) {
+  hold_name(0xC1, "#.");
+  sdr().records[2] = Bytes(5 + 255, 0xAB);
+  std::ranges::copy(Bytes{2, 0, 0x51, 0xC0, 255}, sdr().records[2].begin());
+  const sim::SdrRecords before = sdr().records;
+  EXPECT_EQ(run("--strict --exact --sdrdump " + path_of("d.dat")).told(), "0");
+  sdr().records.clear();
+  EXPECT_EQ(run("--strict --exact --nrst --sdr " + path_of("d.dat")).told(), "0");
+  EXPECT_EQ(sdr().records, before);
 }
 
 // The offset of a part is one byte.
@@ -91,101 +87,76 @@ TEST(Long_record, takes_all_that_is_left_along_in_the_part_at_the_last_offset) {
   }
 }
 
-// Puts the record that is held there once more for each of these IDs.
-void repeat_record(uint16_t count) {
-  const Bytes record = sdr().records.begin()->second;
-  for (uint16_t id = 0x10; id < 0x10 + count; id++) {
-    Bytes& copy = sdr().records[id] = record;
-    copy[0] = static_cast<uint8_t>(id);
-  }
-}
-
-// A script is told nothing and ends with 0; with --strict the same lines as a person's, and 2.
-void expect_told(const std::string& name, const std::string& lines) {
+// What a dump of what is held tells; the file is the same with --strict.
+void expect_dump_tells(const std::string& name, const std::string& lines) {
   const std::string dump = "--sdrdump " + path_of(name);
-  const RunResult script = run(dump);
-  EXPECT_EQ(script.err + std::to_string(script.status), "0");
+  run(dump);
   const std::string text = content_of(path_of(name));
-  const RunResult strict = run("--strict " + dump);
-  EXPECT_EQ(strict.err + std::to_string(strict.status), lines + (lines.empty() ? "0" : "2"));
+  expect_told({.line = dump, .tells = lines, .to_people = true});
   EXPECT_EQ(content_of(path_of(name)), text);
-  EXPECT_EQ(strict.out + strict.traffic, script.out + script.traffic);
-  EXPECT_TRUE(run(dump, {.terminals = "2"}).terminal.ends_with(lines));
 }
 
+// Which ones these are is seen with the generated ones below.
 TEST(Plain_dump, tells_which_records_do_not_read_back) {
   const std::string name = ": the name does not read back; use --exact\n";
   const std::string rest = ": the bytes after the name are not dumped; use --exact\n";
-  const std::string zero(1, '\0');
   const std::tuple<uint8_t, std::string, std::string> cases[] = {
       {0xC6, "Fan #1", "SDR 0001" + name},
-      {0xC3, "a'b", "SDR 0001" + name},
-      {0xC3, "a//", "SDR 0001" + name},
-      {0xC3, "a\nb", "SDR 0001" + name},
-      {0xC3, "a" + zero + "b", "SDR 0001" + name},
       {0xCE, "\n_SDR_TYPE\n_RE", "SDR 0001" + name},
       {0xC2, "ab.", "SDR 0001" + rest},
-      {0xC0, ".", "SDR 0001" + rest},
-      {0xC1, "#.", "SDR 0001" + name + "qarn: SDR 0001" + rest},
-      // These come back.
-      {0xC2, "ab" + zero, ""},
-      {0xDF, "/a\xFF ", ""},
-      {0xC2, "a\n", ""}};
+      {0xC1, "#.", "SDR 0001" + name + "SDR 0001" + rest},
+      {0xC2, std::string("ab\0", 3), ""},  // it comes back
+      {0xDF, "/a\xFF ", ""}};
   for (const auto& [type_and_length, text, lines] : cases) {
     SCOPED_TRACE(text);
     hold_name(type_and_length, text);
-    expect_told("d", lines.empty() ? "" : "qarn: " + lines);
+    expect_dump_tells("d", lines);
   }
 }
 
 TEST(Plain_dump, tells_eight_records_of_a_kind_and_counts_the_others) {
   hold_name(0xC1, "#");
-  repeat_record(10);
-  expect_told("d",
-              "qarn: SDR 0001, 0010, 0011, 0012, 0013, 0014, 0015, 0016 and 3 more: the name does "
-              "not read back; use --exact\n");
+  for (uint16_t id = 0x10; id < 0x1A; id++) {
+    sdr().records[id] = sdr().records[1];
+    sdr().records[id][0] = static_cast<uint8_t>(id);
+  }
+  expect_dump_tells("d",
+                    "SDR 0001, 0010, 0011, 0012, 0013, 0014, 0015, 0016 and 3 more: the name does "
+                    "not read back; use --exact");
 }
 
 TEST(Plain_dump, tells_of_a_record_and_of_a_name_that_the_reader_does_not_take) {
   hold(0xC0, Bytes(250));
-  expect_told("d", "");
-  expect_told("d.DAT", "qarn: " + path_of("d.DAT") + ": under this name it is read as binary\n");
+  expect_dump_tells("d", "");
+  expect_dump_tells("d.DAT", path_of("d.DAT") + ": under this name it is read as binary");
   hold(0xC0, Bytes(251));
-  expect_told("d",
-              "qarn: SDR 0001: a record of more than 255 bytes does not read back; use --exact\n");
-}
-
-TEST(Exact_dump, has_nothing_to_tell) {
-  hold_name(0xC1, "#.");
-  const RunResult strict = run("--strict --exact --sdrdump " + path_of("d.dat"));
-  EXPECT_EQ(strict.err + std::to_string(strict.status), "0");
+  expect_dump_tells("d",
+                    "SDR 0001: a record of more than 255 bytes does not read back; use --exact");
 }
 
 // A record of any type, length and content; often a name with what means something in a text.
-Bytes any_record(std::mt19937& random) {
+Bytes any_record(uint8_t id, std::mt19937& random) {
   const auto below = [&](size_t limit) { return static_cast<size_t>(random() % limit); };
-  const uint8_t types[] = {0x01, 0x02, 0x03, 0x10, 0x11, 0x12, 0x14, 0xC0};
-  const size_t fixed_sizes[] = {43, 27, 12, 11, 11, 11, 0, 0};
+  const auto any = static_cast<uint8_t>(random());
+  const std::pair<uint8_t, size_t> kinds[] = {{0x01, 43}, {0x02, 27}, {0x03, 12},
+                                              {0x10, 11}, {0x11, 11}, {0x12, 11},
+                                              {0x14, 0},  {0xC0, 0},  {any, 0}};
   const std::string letters("Fan 1''##///\\\"\0\n\r\t_)AFz\xFF", 24);
-  const size_t kind = below(9);
-  const size_t fixed = kind < 8 ? fixed_sizes[kind] : 0;
+  const auto [type, fixed] = kinds[below(9)];
   const size_t lengths[] = {below(256), 245 + below(11), fixed, fixed + below(32), below(64)};
+  Bytes body(lengths[below(5)]);
   const size_t content = below(3);  // any bytes, letters, zeros at the end
-  Bytes record(5 + lengths[below(5)]);
-  for (size_t i = 5; i < record.size(); i++) {
-    record[i] = static_cast<uint8_t>(content == 0 ? below(256) : letters[below(24)]);
-  }
-  if (content == 2)
-    std::fill(record.end() - static_cast<std::ptrdiff_t>(below(record.size() - 4)), record.end(),
-              0);
-  record[2] = static_cast<uint8_t>(below(256));
-  record[3] = static_cast<uint8_t>(kind < 8 ? types[kind] : below(256));
-  record[4] = static_cast<uint8_t>(record.size() - 5);
+  for (uint8_t& byte : body)
+    byte = static_cast<uint8_t>(content == 0 ? random() : letters[below(24)]);
+  const size_t zeros = content == 2 ? below(body.size() + 1) : 0;
+  std::ranges::fill(std::span(body).last(zeros), 0);
   // The name ends with the record, or anywhere.
-  if (fixed > 0 && record.size() > 5 + fixed && below(2) == 0) {
-    record[4 + fixed] =
-        static_cast<uint8_t>(below(8) << 5 | std::min(record.size() - 5 - fixed, size_t{31}));
+  if (fixed > 0 && body.size() > fixed && below(2) == 0) {
+    const size_t length = std::min(body.size() - fixed, size_t{31});
+    body[fixed - 1] = static_cast<uint8_t>(below(8) << 5 | length);
   }
+  Bytes record = {id, 0, any, type, static_cast<uint8_t>(body.size())};
+  record.insert(record.end(), body.begin(), body.end());
   return record;
 }
 
@@ -208,33 +179,20 @@ bool dump_tells(const std::string& file) {
   return !testing::internal::GetCapturedStderr().empty();
 }
 
-struct Repositories : testing::Test {
-  Repositories() {
-    std::filesystem::current_path("data");  // with its util.dat
-    strictFlag = 1;
-    openIpmiFlag = 1;
-  }
-  ~Repositories() override {
-    std::filesystem::current_path("..");
-    strictFlag = exactFlag = openIpmiFlag = 0;
-  }
-};
-
-TEST_F(Repositories, of_any_content_come_back_and_a_plain_dump_tells_when_they_do_not) {
-  // In memory, where no disk has to be waited for.
-  const std::string file = "/proc/self/fd/" + std::to_string(memfd_create("dump", MFD_CLOEXEC));
-  const unsigned count = std::getenv("QARN_TEST_ALL") != nullptr ? 10000 : 300;
+TEST(Repositories, of_any_content_come_back_and_a_plain_dump_tells_when_they_do_not) {
+  const std::string file = memory_file();
+  std::filesystem::current_path("data");  // with its util.dat
+  strictFlag = 1;
   unsigned lost = 0;
-  for (unsigned seed = 1; seed <= count && !HasFailure(); seed++) {
+  for (unsigned seed = 1; seed <= generated() && !HasFailure(); seed++) {
     SCOPED_TRACE(seed);
     std::mt19937 random(seed);
     sim::reset(sim::Kind::card);
-    driverHandle = platform::device_open("/dev/ipmi0");
+    open_kernel_device();
     sdr().partial_add = random() % 2 == 0;
     sdr().records.clear();
     for (uint8_t id = 1, last = 1 + random() % 8; id <= last; id++) {
-      sdr().records[id] = any_record(random);
-      sdr().records[id][0] = id;
+      sdr().records[id] = any_record(id, random);
     }
     const sim::SdrRecords before = sdr().records;
     exactFlag = 1;
@@ -250,8 +208,8 @@ TEST_F(Repositories, of_any_content_come_back_and_a_plain_dump_tells_when_they_d
     EXPECT_EQ(sdr().records != before, told);
     lost += told ? 1 : 0;
   }
-  EXPECT_GT(lost, count / 4);
-  EXPECT_LT(lost, count);
+  EXPECT_GT(lost, generated() / 4);
+  EXPECT_LT(lost, generated());
 }
 
 }  // namespace

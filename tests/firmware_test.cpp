@@ -106,6 +106,7 @@ TEST(Actions, name_what_stopped_them) {
   EXPECT_EQ(outcome("--verify", "missing"), "cannot open the data file: missing\n");
   EXPECT_EQ(outcome("--verify", fifo), "cannot open the data file: " + fifo +
                                            "\ncannot use the image: it is not a regular file\n");
+  EXPECT_EQ(outcome("--save", "."), "cannot open the data file: .\ninformation ");
   EXPECT_EQ(outcome("--save", "/dev/full"),
             "cannot write the whole flash to /dev/full\ninformation " + repeated(256, "read "));
   EXPECT_EQ(outcome("--save", file, {"shorten netfn=8 cmd=3 value=11"}),

@@ -20,8 +20,7 @@ const std::string ZEROS = " 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00";
 
 // A run as one text: what it says, its exit status, what it sends.
 std::string qarn(const std::string& line, const Start& start = {}) {
-  const RunResult result = run(line, start);
-  return result.out + "status " + std::to_string(result.status) + "\n" + result.traffic;
+  return run(line, start).deeds();
 }
 
 TEST(Frontend, help_and_what_cannot_be_right_end_the_run_before_the_bmc_is_touched) {
@@ -47,31 +46,21 @@ TEST(Frontend, help_and_what_cannot_be_right_end_the_run_before_the_bmc_is_touch
 }
 
 TEST(Frontend, a_letter_means_what_its_long_name_means_and_a_value_has_any_length) {
-  const std::string pairs[] = {"-s f = --sdr f",
-                               "-t -s f = --nrst --sdr f",
-                               "-q /dev/null = --sdrdump=/dev/null",
-                               "-c f = --cfg f",
-                               "-0a -1b -2c -3d -4e = --sp0=a --sp1=b --sp2=c --sp3=d --sp4=e",
-                               "-r 1 = --arp=1",
-                               "-p = --dhcp",
-                               "-b = --debug",
-                               "-l = --imac",
-                               "-v /dev/null = --save /dev/null",
-                               "-y f = --verify f",
-                               "-5 = --users",
-                               "-f f = --fru f",
-                               "-w /dev/null = --wfru /dev/null",
-                               "-j /dev/null = --seldump /dev/null",
-                               "-o -b = --open --debug",
-                               "-y " + LONG + " = --verify " + LONG,
-                               "-r " + LONG + " = --arp=" + LONG};
+  const std::string null = " /dev/null";
+  const std::tuple<const char*, const char*, std::string> options[] = {
+      {"-s", "--sdr", " f"},          {"-t", "--nrst", " -s f"}, {"-q", "--sdrdump", null},
+      {"-c", "--cfg", " f"},          {"-r ", "--arp=", "1"},    {"-p", "--dhcp", ""},
+      {"-b", "--debug", ""},          {"-l", "--imac", ""},      {"-v", "--save", null},
+      {"-y", "--verify", " f"},       {"-5", "--users", ""},     {"-f", "--fru", " f"},
+      {"-w", "--wfru", null},         {"-j", "--seldump", null}, {"-o", "--open", " -b"},
+      {"-y", "--verify", " " + LONG}, {"-r ", "--arp=", LONG}};
   std::set<std::string> different = {qarn("-0")};
-  for (const std::string& pair : pairs) {
-    const size_t equals = pair.find(" = ");
-    const std::string does = qarn(pair.substr(0, equals));
-    EXPECT_EQ(does, qarn(pair.substr(equals + 3))) << pair;
-    EXPECT_TRUE(different.insert(does).second) << pair;
+  for (const auto& [letter, name, rest] : options) {
+    const std::string does = qarn(letter + rest);
+    EXPECT_EQ(does, qarn(name + rest)) << name;
+    EXPECT_TRUE(different.insert(does).second) << name;
   }
+  EXPECT_EQ(qarn("-0a -1b -2c -3d -4e"), qarn("--sp0=a --sp1=b --sp2=c --sp3=d --sp4=e"));
   EXPECT_EQ(run("--s").err,
             "qarn: option '--s' is ambiguous; possibilities: '--sdr' '--sp0' '--sp1' '--sp2' "
             "'--sp3' '--sp4' '--save' '--seldump' '--sdrdump'\n");
@@ -119,12 +108,10 @@ TEST(Frontend, the_bmc_is_found_on_each_port_pair_and_device_and_traced) {
 }
 
 TEST(Frontend, the_kernel_device_is_closed_at_the_end) {
-  const auto fail_at_exit_if_open = [] {
-    std::atexit([] {
-      if (machine().device_is_open) std::_Exit(9);
-    });
+  const auto look_at_exit = [] {
+    std::atexit([] { std::_Exit(machine().device_is_open ? 9 : 0); });
   };
-  EXPECT_EQ(run("--open", {.prepare = fail_at_exit_if_open}).status, 0);
+  EXPECT_EQ(run("--open", {.prepare = look_at_exit}).status, 0);
 }
 
 TEST(Frontend, without_a_way_to_the_bmc_the_status_is_255) {
@@ -148,6 +135,13 @@ TEST(Frontend, firmware_is_for_the_card_only_and_passwords_come_first) {
     EXPECT_EQ(qarn("--save f -d --sp1"), START + start + "save" + end);
     EXPECT_EQ(qarn("--verify f -d --sp1"), START + start + "save" + end);
   }
+}
+
+TEST(Frontend, a_processor_without_ports_has_only_the_way_of_the_kernel) {
+  setting("PROCESSOR", "arm");
+  const std::string said = BANNER + "this machine has no I/O ports: use --open\nstatus 255\n";
+  EXPECT_EQ(qarn("-d"), said);
+  EXPECT_EQ(run("-d --open").status, 0);
 }
 
 TEST(Frontend, the_later_fru_option_wins_and_a_save_leaves_the_lan_alone) {
@@ -191,21 +185,20 @@ TEST(Terminal, shows_the_progress_line_and_erases_it_before_a_message_of_the_tra
   EXPECT_EQ(run(dump).err, "") << "this is no terminal";
   EXPECT_EQ(run("--debug " + dump, ERRORS_ON_TERMINAL).terminal, "") << "requests are traced there";
   const char dies[] = "write_error netfn=0a cmd=43 skip=1 times=0 value=1";
-  EXPECT_EQ(run(dump, {.faults = dies, .terminals = "2"}).terminal,
-            "\033[KSEL 1/3\r\033[Kqarn: the BMC does not take the request at its ports\n");
+  const std::string shown = run(dump, {.faults = dies, .terminals = "12"}).terminal;
+  EXPECT_TRUE(
+      shown.ends_with("\033[KSEL 1/3\r\033[Kcmd error\n"
+                      "qarn: the BMC does not take the request at its ports\n"))
+      << shown;
 }
 
 TEST(Terminal, is_told_what_an_interface_that_fails_in_an_update_leaves_undone) {
   const std::string image = path_of("image");
   run("--save " + image);
-  for (const char* terminals : {"", "2"}) {
-    const char dies[] = "write_error netfn=8 cmd=4 skip=9 times=0 value=1";
-    const RunResult result = run("-u " + image, {.faults = dies, .terminals = terminals});
-    EXPECT_EQ(result.status, 255);
-    EXPECT_EQ(result.err, "");
-    EXPECT_NE(result.terminal.find("the firmware is only half updated") == std::string::npos,
-              *terminals == '2');
-  }
+  const char dies[] = "write_error netfn=8 cmd=4 skip=9 times=0 value=1";
+  EXPECT_EQ(run("-u " + image, {dies}).told(), "255");
+  const std::string shown = run("-u " + image, {.faults = dies, .terminals = "2"}).terminal;
+  EXPECT_NE(shown.find("the firmware is only half updated"), std::string::npos) << shown;
 }
 
 TEST(Terminal, is_shown_no_control_character_of_a_user_name) {

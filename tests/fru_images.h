@@ -39,7 +39,15 @@ struct AreaForm {
   size_t units = 0;  // the least length, in units of 8 bytes
 };
 
-// An area: fixed bytes (format and length go before them), fields, end mark, zeros, checksum.
+// The bytes of an area from its format on; the length, zeros and the checksum are put in.
+inline sim::Bytes closed_area(sim::Bytes bytes, size_t units = 0) {
+  while (bytes.size() % 8 != 7 || bytes.size() + 1 < units * 8) bytes.push_back(0);
+  bytes[1] = static_cast<uint8_t>((bytes.size() + 1) / 8);
+  bytes.push_back(zero_sum(bytes));
+  return bytes;
+}
+
+// An area: fixed bytes (format and length go before them), fields, end mark.
 inline sim::Bytes area(const sim::Bytes& fixed, const std::vector<std::string>& fields,
                        AreaForm form = {}) {
   sim::Bytes bytes = chained({{1, 0}, fixed});
@@ -49,10 +57,7 @@ inline sim::Bytes area(const sim::Bytes& fixed, const std::vector<std::string>& 
     bytes.insert(bytes.end(), field.begin(), field.end());
   }
   bytes.push_back(0xC1);
-  while (bytes.size() % 8 != 7 || bytes.size() + 1 < form.units * 8) bytes.push_back(0);
-  bytes[1] = static_cast<uint8_t>((bytes.size() + 1) / 8);
-  bytes.push_back(zero_sum(bytes));
-  return bytes;
+  return closed_area(bytes, form.units);
 }
 
 // A multi-record; bit 7 of `format` says that it is the last.

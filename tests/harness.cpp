@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <pty.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,7 +15,11 @@
 #include <iterator>
 #include <sstream>
 
+#include "base/notice.h"
+#include "platform/platform.h"
+#include "textfile/quoted.h"
 #include "transport/kcs_intf.h"
+#include "transport/transaction.h"
 
 int qarn_main(int argc, char** argv);
 
@@ -25,6 +30,7 @@ struct FreshMachine : testing::EmptyTestEventListener {
   void OnTestStart(const testing::TestInfo&) override {
     sim::reset(sim::Kind::card);
     KCS_bounds = {20, 3};
+    openIpmiFlag = strictFlag = exactFlag = 0;
     std::filesystem::current_path(source);
   }
 };
@@ -165,6 +171,47 @@ RunResult run(const std::string& line, const Start& start) {
   return result;
 }
 
+std::string RunResult::deeds() const {
+  return out + "status " + std::to_string(status) + "\n" + traffic;
+}
+
+std::string RunResult::told() const {
+  return err + std::to_string(status);
+}
+
+Heard run_for_all(const std::string& line) {
+  const sim::Machine before = sim::machine();
+  Heard heard;
+  heard.script = run(line);
+  sim::machine() = before;
+  heard.person = run(line, {.terminals = "2"});
+  sim::machine() = before;
+  heard.strict = run("--strict " + line);
+  EXPECT_EQ(heard.script.err, "");
+  EXPECT_EQ(heard.person.deeds(), heard.script.deeds());
+  return heard;
+}
+
+void expect_told(const Telling& telling) {
+  SCOPED_TRACE(telling.line + " " + telling.faults);
+  sim::machine().bmc.faults = sim::faults(telling.faults);
+  const auto [script, person, strict] = run_for_all(telling.line);
+  const std::string lines = each_line("qarn: ", telling.tells);
+  const bool shown = person.terminal.find(lines) != std::string::npos;
+  EXPECT_TRUE(lines.empty() || shown == telling.to_people) << person.terminal;
+  EXPECT_EQ(script.status, telling.status);
+  const bool failed = telling.status == 0 && !lines.empty();
+  EXPECT_EQ(strict.told(), lines + std::to_string(failed ? 2 : telling.status));
+  EXPECT_EQ(strict.out + strict.traffic, script.out + script.traffic);
+}
+
+std::string each_line(const std::string& before, const std::string& text) {
+  std::istringstream lines(text);
+  std::string all;
+  for (std::string line; std::getline(lines, line);) all += before + line + "\n";
+  return all;
+}
+
 std::string console_of(const std::function<void()>& action) {
   const int before = divert_to(path_of("console.out"), STDOUT_FILENO);
   action();
@@ -197,4 +244,21 @@ std::string content_of(const std::string& path) {
 
 std::string repeated(size_t count, const std::string& text) {
   return count == 0 ? "" : text + repeated(count - 1, text);
+}
+
+bool everything() {
+  return std::getenv("QARN_TEST_ALL") != nullptr;
+}
+
+unsigned generated() {
+  return everything() ? 10000 : 300;
+}
+
+void open_kernel_device() {
+  openIpmiFlag = 1;
+  driverHandle = platform::device_open("/dev/ipmi0");
+}
+
+std::string memory_file() {
+  return "/proc/self/fd/" + std::to_string(memfd_create("text", MFD_CLOEXEC));
 }

@@ -30,6 +30,10 @@ struct RunResult {
   std::string traffic;   // sim::transcript() of the child
   std::string said;      // `out` after the identity of the BMC
   std::string sent;      // `traffic` likewise
+
+  // Standard output, the exit status and all that was sent; standard error and the exit status.
+  std::string deeds() const;
+  std::string told() const;
 };
 
 // Sets the machine up in the words of sim/environment.cpp: setting("LOCK", "4711").
@@ -38,6 +42,25 @@ void setting(const std::string& name, const std::string& value);
 // Runs "qarn LINE"; blanks separate its words. Afterwards sim::machine().bmc holds what the child's
 // BMC held at its end, as far as a state file keeps it: not the queue, the clock and the faults.
 RunResult run(const std::string& line, const Start& start = {});
+
+// The run of a script, of a person at a terminal and with --strict, each on the machine as it is
+// now. A script must be told nothing, and a person sees nothing but more on standard error.
+struct Heard {
+  RunResult script, person, strict;
+};
+Heard run_for_all(const std::string& line);
+
+// What a run has to say beside its output: lines that begin with "qarn: ", here without it.
+struct Telling {
+  const char* faults = "";
+  std::string line = {};
+  std::string tells = {};
+  bool to_people = false;  // at a terminal, too; else with --strict alone
+  int status = 0;          // without --strict, which makes 2 of a 0 when there is something to tell
+};
+void expect_told(const Telling& telling);
+// The lines of the text, each with this before it.
+std::string each_line(const std::string& before, const std::string& text);
 
 // Standard output of `action`, run in this process.
 std::string console_of(const std::function<void()>& action);
@@ -50,3 +73,10 @@ std::string new_fifo(const std::string& name);
 std::string content_of(const std::string& path);
 
 std::string repeated(size_t count, const std::string& text);
+
+// Whether QARN_TEST_ALL asks for all inputs; how many generated ones a test takes.
+bool everything();
+unsigned generated();
+// A test in this process goes over the kernel's device, and writes to a file in memory.
+void open_kernel_device();
+std::string memory_file();

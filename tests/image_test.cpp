@@ -31,6 +31,14 @@ std::string reading_of(const std::string& path) {
   });
 }
 
+// S-records, and the portions that are read or why they are refused.
+void check_readings(const std::vector<std::pair<std::string, std::string>>& cases) {
+  for (const auto& [content, reads] : cases)
+    EXPECT_EQ(reading_of(file_with("fw.mot", content)),
+              (reads[0] == '.' ? "" : "cannot use the image: line ") + reads)
+        << content;
+}
+
 TEST(Image, name_decides_how_it_is_read) {
   std::string firsts;  // of each image: the record's data, or the record itself
   for (const char* name : {".mot", "fw.bin.mot", "fw.mot.bin", ".mot.mot", "fw.MOT", "fw"})
@@ -59,10 +67,7 @@ TEST(Image, record_is_placed_or_refused_with_its_line) {
       {"S307FFFFFFFFAABB00\n", "1: the data runs past the last address\n"}};
   for (size_t length = 2; length < 16; length++)
     cases.push_back({std::string("S30600001000AA00").substr(0, length), too_short});
-  for (const auto& [content, reads] : cases)
-    EXPECT_EQ(reading_of(file_with("fw.mot", content)),
-              (reads[0] == '.' ? "" : "cannot use the image: line ") + reads)
-        << content;
+  check_readings(cases);
 }
 
 // Data of several records, and what the portions are then.
@@ -70,34 +75,29 @@ TEST(Image, record_is_placed_inside_its_portion_whatever_the_order) {
   const std::string below = "the record lies below the portion that is being filled\n";
   const std::string empty = "S30500001000EA\n";
   const std::string full = srecords(0x1000, noise(4096));
-  const std::pair<std::string, std::string> cases[] = {
-      {srecords(0x1000, "abc") + srecords(0x1004, "e") + srecords(0x1003, "d"),
-       portion("00001000", "abcde")},
-      {srecords(0x1000, "abc") + srecords(0x1000, "abc"), portion("00001000", "abc")},
-      {srecords(0x1000, "abc") + srecords(0x1001, "XYZ"), portion("00001000", "aXYZ")},
-      {srecords(0x1000, "abc") + srecords(0x0FFF, "x"), "2: " + below},
-      // A record without data sets the base, and closes a portion.
-      {empty + srecords(0x1002, "c"), portion("00001000",
-                                              "\xFF\xFF"
-                                              "c")},
-      {srecords(0x0FFF, "a") + empty + srecords(0x1000, "b"), portion("00000FFF", "ab")},
-      {srecords(0x0000, "a") + empty + srecords(0x1001, "b"),
-       portion("00000000", "a") + portion("00001000",
-                                          "\xFF"
-                                          "b")},
-      {srecords(0x0000, "a") + empty, portion("00000000", "a") + portion("00001000", "")},
-      {srecords(0x1001, "a") + empty, "2: " + below},
-      // A portion that is full is closed.
-      {full + srecords(0x1FFF, "x"), "257: " + below},
-      {full + srecords(0x2000, "x"), portion("00001000", noise(4096)) + portion("00002000", "x")},
-      {srecords(0x1000, "a") + srecords(0x1FFF, "xy") + srecords(0x1001, "b"), "3: " + below},
-      {srecords(0x1000, "a") + srecords(0x1FFF, "xy") + srecords(0x2000, "z"),
-       portion("00001000", padded("a", 4095) + "x") + portion("00002000", "z")}};
-  for (const auto& [content, reads] : cases) {
-    EXPECT_EQ(reading_of(file_with("fw.mot", content)),
-              (reads[0] == '.' ? "" : "cannot use the image: line ") + reads)
-        << content;
-  }
+  check_readings(
+      {{srecords(0x1000, "abc") + srecords(0x1004, "e") + srecords(0x1003, "d"),
+        portion("00001000", "abcde")},
+       {srecords(0x1000, "abc") + srecords(0x1000, "abc"), portion("00001000", "abc")},
+       {srecords(0x1000, "abc") + srecords(0x1001, "XYZ"), portion("00001000", "aXYZ")},
+       {srecords(0x1000, "abc") + srecords(0x0FFF, "x"), "2: " + below},
+       // A record without data sets the base, and closes a portion.
+       {empty + srecords(0x1002, "c"), portion("00001000",
+                                               "\xFF\xFF"
+                                               "c")},
+       {srecords(0x0FFF, "a") + empty + srecords(0x1000, "b"), portion("00000FFF", "ab")},
+       {srecords(0x0000, "a") + empty + srecords(0x1001, "b"),
+        portion("00000000", "a") + portion("00001000",
+                                           "\xFF"
+                                           "b")},
+       {srecords(0x0000, "a") + empty, portion("00000000", "a") + portion("00001000", "")},
+       {srecords(0x1001, "a") + empty, "2: " + below},
+       // A portion that is full is closed.
+       {full + srecords(0x1FFF, "x"), "257: " + below},
+       {full + srecords(0x2000, "x"), portion("00001000", noise(4096)) + portion("00002000", "x")},
+       {srecords(0x1000, "a") + srecords(0x1FFF, "xy") + srecords(0x1001, "b"), "3: " + below},
+       {srecords(0x1000, "a") + srecords(0x1FFF, "xy") + srecords(0x2000, "z"),
+        portion("00001000", padded("a", 4095) + "x") + portion("00002000", "z")}});
 }
 
 std::function<void()> harm;

@@ -21,6 +21,7 @@ inline constexpr uint8_t RESPONSE_BIT = 1 << 2;
 inline constexpr uint8_t GET_DEVICE_ID = 0x01;        // App, 20.1
 inline constexpr uint8_t COLD_RESET = 0x02;           // App, 20.2
 inline constexpr uint8_t WARM_RESET = 0x03;           // App, 20.3
+inline constexpr uint8_t GET_SELF_TEST = 0x04;        // App, 20.4
 inline constexpr uint8_t CLEAR_MESSAGE_FLAGS = 0x30;  // App, 22.3
 inline constexpr uint8_t GET_MESSAGE = 0x33;          // App, 22.6
 inline constexpr uint8_t SEND_MESSAGE = 0x34;         // App, 22.7
