@@ -19,6 +19,7 @@ ROOT = Path(__file__).resolve().parent.parent
 RAW = ROOT / "doc/performance.json"
 DOCUMENTS = ["doc/performance.md", "README.md"]
 BLOCK = re.compile(r"(<!-- figures: ([\w ]+) -->\n).*?(<!-- end of figures -->)", re.S)
+PORTS, KERNEL = "own KCS driver", "/dev/ipmi0"
 QUIET = 0.2  # cores that others use
 CURVES = {"40 to 65,535 sensor records": "sensor records, read", "40 to 65,535 log entries": "event log, read",
           "1 to 16 MiB of firmware": "firmware, save"}
@@ -151,10 +152,10 @@ def growth_line(found):
 
 
 def summary(found):
-    """Four items for README."""
+    """Four items."""
     first = {(row["tool"], row["path"]): row for row in found["jobs"] if row["work"].startswith("identity")}
 
-    def both(tool, path="/dev/ipmi0"):
+    def both(tool, path=KERNEL):
         return f"{millions(first[tool, path])} million instructions and {kib(first[tool, path])} KiB"
 
     size = {row["program"]: f"{row['bytes'] / 1000:,.0f} kB" for row in found["sizes"]}
@@ -167,6 +168,17 @@ def summary(found):
         f"times, and without its list of vendors {ratios[2]} times.") + item(
         f"Stripped, the program is {size['qarn']} and loads nothing but the C library; wholly static, "
         f"{size['qarn, static']}.") + growth_line(found)
+
+
+def short_table(found):
+    """For README: two pieces of work, and for each tool million instructions, then memory in MiB."""
+    columns = {"bare C": (KERNEL, "bare C"), "qarn, own driver": (PORTS, "qarn"), "qarn, `/dev/ipmi0`": (KERNEL, "qarn"),
+               "FreeIPMI": (KERNEL, "FreeIPMI"), "ipmitool": (KERNEL, "ipmitool")}
+    cells = {(row["work"], row["path"], row["tool"]): f"{millions(row)}, {middle(row)['memory_kib'] / 1024:.2f}"
+             for row in found["jobs"]}
+    rows = [[work, *(cells[work, *column] for column in columns.values())]
+            for work in in_order(row["work"] for row in found["jobs"]) if work.startswith(("identity", "40"))]
+    return table(["work", *columns], rows)
 
 
 def circumstances(found):
@@ -185,6 +197,7 @@ def circumstances(found):
 
 BLOCKS = {
     "summary": summary,
+    "short": short_table,
     "circumstances": circumstances,
     "instructions": lambda found: by_tool(found, millions),
     "memory": memory_table,
@@ -204,7 +217,7 @@ def chart_of(found):
     """On the path that every tool takes; of a firmware image, its save, which sends the most requests."""
     dots = {}
     for row in found["jobs"]:
-        if row["path"] == "/dev/ipmi0":
+        if row["path"] == KERNEL:
             dots.setdefault(row["work"], {})[row["tool"]] = middle(row)
     growth = {}
     for name, work in CURVES.items():
