@@ -61,12 +61,12 @@ def short(value):
     return f"{value:,.0f}" if value >= 1 or value == 0 else f"{value:g}"
 
 
-def legend(y):
-    x = MARGIN
-    for tool, style in MARKS.items():
+def legend(y, styles, x=MARGIN):
+    """Of {name: (colour, shape, filled)}."""
+    for name, style in styles.items():
         yield mark(x + RADIUS, y - 4, *style)
-        yield text(x + 16, y, tool)
-        x += 40 + 6.5 * len(tool)
+        yield text(x + 16, y, name)
+        x += 40 + 6.5 * len(name)
 
 
 def x_axis(scale, step, top, bottom, label):
@@ -90,35 +90,36 @@ def dots(rows, scale, step, top, label, names_end=None):
             yield mark(scale.place(value), y, *MARKS[tool])
 
 
-def lines(series, x, y, step, label):
-    """Of {name: [(x, y)]}; the names stand to the right of the last points."""
-    for value in y.ticks(step):
+def lines(series, x, y, steps, label):
+    """Of [[(x, y)]]; steps of both axes."""
+    for value in y.ticks(steps[1]):
         yield line(x.start, y.place(value), x.end, y.place(value))
         yield text(x.start - 8, y.place(value) + 4, short(value), "end", 11, FAINT)
-    yield from x_axis(x, None, y.end, y.start, label)
-    for colour, (name, points) in zip(LINES, series.items()):
+    yield from x_axis(x, steps[0], y.end, y.start, label)
+    for colour, points in zip(LINES, series):
         places = [(x.place(across), y.place(up)) for across, up in points]
         path = " ".join(f"{across:.1f},{up:.1f}" for across, up in places)
         yield f'<polyline points="{path}" fill="none" stroke="{colour}" stroke-width="2"/>'
         for across, up in places:
             yield mark(across, up, colour, "circle", True)
-        yield text(places[-1][0] + 12, places[-1][1] + 4, name, colour=colour)
 
 
 def body(instructions, memory, growth):
-    yield text(MARGIN, 38, "One piece of work over /dev/ipmi0, from the start of the process to its end", size=15, weight="600")
-    yield from legend(66)
+    yield text(MARGIN, 38, "One piece of work over /dev/ipmi0, from the start of the process to its end",
+               size=15, weight="600")
+    yield from legend(66, MARKS)
     most = max(value for row in memory.values() for value in row.values())
     instruction_scale = Scale(0.3, 400, 200, 540)
     yield from dots(instructions, instruction_scale, None, 84, "million instructions (logarithmic)", 188)
     yield from dots(memory, Scale(0, most * 1.05, 580, WIDTH - MARGIN - 6), 2, 84, "peak memory, MiB")
-    yield text(MARGIN, 318, "qarn alone, on ever more work: memory grows with the records that it reads, and with nothing else",
+    yield text(MARGIN, 318, "qarn alone, on ever more work: memory grows with the records, and with nothing else",
                size=15, weight="600")
     points = [point for series in growth.values() for point in series]
-    x = Scale(min(across for across, _ in points) * 0.8, max(across for across, _ in points) * 1.5, 70, 700)
-    y = Scale(0, max(up for _, up in points) * 1.1, HEIGHT - 66, 350)
-    yield text(MARGIN, 340, "peak memory, MiB", colour=FAINT)
-    yield from lines(growth, x, y, 2, "requests to the BMC (logarithmic)")
+    x = Scale(0, max(across for across, _ in points), 60, WIDTH - MARGIN - 10)
+    y = Scale(0, max(up for _, up in points) * 1.1, HEIGHT - 66, 376)
+    yield from legend(346, {name: (colour, "circle", True) for name, colour in zip(growth, LINES)})
+    yield text(MARGIN, 370, "peak memory, MiB", colour=FAINT)
+    yield from lines(growth.values(), x, y, (200_000, 2), "requests to the BMC")
 
 
 def draw(instructions, memory, growth):

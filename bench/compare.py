@@ -10,6 +10,7 @@ import argparse
 import json
 import os
 import re
+import resource
 import subprocess
 import sys
 import tempfile
@@ -47,9 +48,10 @@ def size_row(name, path):
 
 
 def sizes(programs):
-    return [size_row("bare C, static", programs["floor"]), size_row("qarn", programs["qarn"]),
-            size_row("qarn, static", programs["qarn-static"]), size_row("FreeIPMI's ipmi-raw", "/usr/sbin/ipmi-raw"),
-            size_row("ipmitool", "/usr/bin/ipmitool"), size_row("the vendor list that ipmitool reads", jobs.VENDOR_LIST)]
+    return [size_row(name, path) for name, path in (
+        ("bare C, static", programs["floor"]), ("qarn", programs["qarn"]), ("qarn, static", programs["qarn-static"]),
+        ("FreeIPMI's ipmi-raw", "/usr/sbin/ipmi-raw"), ("ipmitool", "/usr/bin/ipmitool"),
+        ("the vendor list that ipmitool reads", jobs.VENDOR_LIST))]
 
 
 def about():
@@ -57,7 +59,15 @@ def about():
     model = re.search(r"model name\s*: (.*)", Path("/proc/cpuinfo").read_text())
     commit = subprocess.run(["git", "-C", HERE, "describe", "--always", "--dirty"], capture_output=True, text=True)
     return {"date": time.strftime("%Y-%m-%d"), "commit": commit.stdout.strip(), "cpus": os.cpu_count(),
-            "model": model[1] if model else "unknown", "load": os.getloadavg()[0], "versions": jobs.versions()}
+            "model": model[1] if model else "unknown", "versions": jobs.versions()}
+
+
+def others_s():
+    """Processor time of everything but this program and what it has run."""
+    ticks = [int(field) for field in Path("/proc/stat").read_text().split("\n")[0].split()[1:9]]
+    own = [resource.getrusage(who) for who in (resource.RUSAGE_SELF, resource.RUSAGE_CHILDREN)]
+    idle = ticks[3] + ticks[4]
+    return (sum(ticks) - idle) / os.sysconf("SC_CLK_TCK") - sum(use.ru_utime + use.ru_stime for use in own)
 
 
 def measure_jobs(programs, folder, only):
@@ -73,7 +83,9 @@ def measure(options, folder):
     programs, device = build(folder, options)
     found = about() | {"sizes": sizes(programs), "jobs": list(measure_jobs(programs, folder, options.only))}
     scaled = scaling.Scaling(programs["qarn"], options.bmc, programs["measure"], device)
-    return found | {"scaling": list(scaled.all(options.only))}
+    began, before = time.monotonic(), others_s()
+    found["scaling"] = list(scaled.all(options.only))
+    return found | {"others": round((others_s() - before) / (time.monotonic() - began), 2)}
 
 
 def main():

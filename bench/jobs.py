@@ -19,9 +19,10 @@ FREEIPMI, PLAIN, VENDORS = "FreeIPMI", "ipmitool without its vendor list", "ipmi
 TOOLS = [FLOOR, STATIC, QARN, FREEIPMI, PLAIN, VENDORS]
 RUNS = 7
 # A debug port takes the marks around what is measured.
-QEMU = ["-icount", "shift=0,sleep=off", "-chardev", "null,id=marks", "-device", "isa-debugcon,iobase=0xe9,chardev=marks",
+QEMU = ["-icount", "shift=0,sleep=off",
+        "-chardev", "null,id=marks", "-device", "isa-debugcon,iobase=0xe9,chardev=marks",
         "-trace", "memory_region_ops_read", "-trace", "memory_region_ops_write", "-D"]
-FREEIPMI_PROGRAMS = ["/usr/sbin/" + name for name in ("ipmi-raw", "ipmi-sel", "ipmi-fru", "ipmi-sensors", "ipmi-config")]
+FREEIPMI_PROGRAMS = ["/usr/sbin/ipmi-" + name for name in ("raw", "sel", "fru", "sensors", "config")]
 VENDOR_LIST = "/usr/share/misc/enterprise-numbers.txt"
 LOG_ENTRIES = 128  # as many as QEMU's BMC holds
 FILL = "".join(f"20 28 44 {cases_storage.entry(number).hex()}\n" for number in range(LOG_ENTRIES)).encode()
@@ -65,8 +66,10 @@ def jobs(folder):
         Job("identity and one raw request", inside, "-e 18 01", "ipmitool raw 6 1", "ipmi-raw 0 6 1"),
         Job(f"event log of {LOG_ENTRIES} entries", inside, "--seldump log", "ipmitool sel writeraw log",
             "ipmi-sel --hex-dump --ignore-sdr-cache", "qarn --cfg /fill >/dev/null"),
-        Job("40 sensor records", inside, "--sdrdump records", "ipmitool sdr dump records", "ipmi-sensors --quiet-cache"),
-        Job("inventory with every area", inside, "--wfru inventory", "ipmitool fru print 0", "ipmi-fru --ignore-sdr-cache"),
+        Job("40 sensor records", inside, "--sdrdump records", "ipmitool sdr dump records",
+            "ipmi-sensors --quiet-cache"),
+        Job("inventory with every area", inside, "--wfru inventory", "ipmitool fru print 0",
+            "ipmi-fru --ignore-sdr-cache"),
         Job("LAN settings", machine.ipmi_sim, "-d", "ipmitool lan print 1",
             "ipmi-config --category=core --checkout --section=Lan_Conf", outside=True),
     ]
@@ -124,7 +127,7 @@ def figures(text, window, wanted):
 def versions():
     """Of what takes part, as Debian names it."""
     packages = ["qemu-system-x86", "ipmitool", "freeipmi-tools", "openipmi", "libc6"]
-    text = subprocess.run(["dpkg-query", "-W", "-f", "${Package} ${Version}\n", *packages], capture_output=True, text=True,
-                          check=True).stdout
+    command = ["dpkg-query", "-W", "-f", "${Package} ${Version}\n", *packages]
+    text = subprocess.run(command, capture_output=True, text=True, check=True).stdout
     found = dict(line.split() for line in text.splitlines())
     return found | {"kernel": next(path.name for path in machine.kernel().glob("vmlinuz-*"))[len("vmlinuz-"):]}

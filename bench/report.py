@@ -10,6 +10,7 @@ import json
 import re
 import statistics
 import sys
+import textwrap
 from pathlib import Path
 
 import chart
@@ -18,6 +19,8 @@ ROOT = Path(__file__).resolve().parent.parent
 RAW = ROOT / "doc/performance.json"
 DOCUMENTS = ["doc/performance.md", "README.md"]
 BLOCK = re.compile(r"(<!-- figures: ([\w ]+) -->\n).*?(<!-- end of figures -->)", re.S)
+PORTS, KERNEL = "own KCS driver", "/dev/ipmi0"
+QUIET = 0.2  # cores that others use
 CURVES = {"40 to 65,535 sensor records": "sensor records, read", "40 to 65,535 log entries": "event log, read",
           "1 to 16 MiB of firmware": "firmware, save"}
 ALIGNED = {"work", "path", "program", "tool", "unit"}  # to the left; figures to the right
@@ -46,6 +49,14 @@ def middle(row):
 def table(heading, rows):
     lines = [heading, ["---" if name in ALIGNED else "--:" for name in heading], *rows]
     return "".join("| " + " | ".join(str(cell) for cell in line) + " |\n" for line in lines)
+
+
+def paragraph(text):
+    return textwrap.fill(text, 110, break_on_hyphens=False) + "\n"
+
+
+def item(text):
+    return textwrap.fill("- " + text, 110, subsequent_indent="  ", break_on_hyphens=False) + "\n"
 
 
 def in_order(values):
@@ -83,27 +94,42 @@ def wire(row):
 
 
 def size_table(found):
-    rows = [[row["program"], f"{row['bytes'] / 1000:,.0f}", f"{row['libraries'] / 1000:,.0f}" if row["libraries"] else "none"]
-            for row in found["sizes"]]
+    def kb(size):
+        return f"{size / 1000:,.0f}" if size else "none"
+
+    rows = [[row["program"], kb(row["bytes"]), kb(row["libraries"])] for row in found["sizes"]]
     return table(["program", "kB", "kB of libraries"], rows)
+
+
+def memory_table(found):
+    most = max(found["jobs"], key=spread)
+    return by_tool(found, kib) + "\n" + paragraph(
+        "The kernel chooses addresses at random, and with them the memory of a program changes from run to run: "
+        f"by up to {spread(most):,} KiB here ({most['tool']}).")
+
+
+def spread(row):
+    memory = [run["memory_kib"] for run in row["runs"]]
+    return max(memory) - min(memory)
 
 
 def scaling_table(found):
     rows, last = [], ""
-    for row in found["scaling"]:
+    works = in_order(row["work"] for row in found["scaling"])
+    for row in sorted(found["scaling"], key=lambda row: works.index(row["work"])):
         run = middle(row)
-        rows.append([row["work"] if row["work"] != last else "", f"{row['size']:,} {row['unit']}", f"{run['requests']:,}",
-                     f"{run['cpu_us'] / 1e6:.3f}", f"{run['cpu_us'] / run['requests']:.1f}", kib(row)])
+        work = row["work"] if row["work"] != last else ""
+        rows.append([work, f"{row['size']:,} {row['unit']}", f"{run['requests']:,}", f"{run['cpu_us'] / 1e6:.3f}",
+                     f"{run['cpu_us'] / run['requests']:.1f}", kib(row)])
         last = row["work"]
     return table(["work", "size", "requests", "processor s", "µs a request", "peak memory KiB"], rows)
 
 
 def growth(found, work):
-    """Bytes of memory that each more of it takes, from the least work to the most; and the memory of these two in KiB."""
-    ends = [row for row in found["scaling"] if row["work"] == work]
-    least, most = ends[0], ends[-1]
-    memory = [middle(row)["memory_kib"] for row in (least, most)]
-    return (memory[1] - memory[0]) * 1024 / (most["size"] - least["size"]), memory
+    """Bytes of memory that each more of it takes, fitted to all runs; and the memory for least and most, in KiB."""
+    rows = [row for row in found["scaling"] if row["work"] == work]
+    points = [(row["size"], run["memory_kib"]) for row in rows for run in row["runs"]]
+    return statistics.linear_regression(*zip(*points)).slope * 1024, [middle(row)["memory_kib"] for row in rows]
 
 
 def times_of_qarn(found, tool):
@@ -113,51 +139,68 @@ def times_of_qarn(found, tool):
     return f"{min(ratios):.1f} to {max(ratios):.1f}"
 
 
-def growth_lines(found):
+def growth_line(found):
     per_record, records = growth(found, "sensor records, read")
     per_entry, entries = growth(found, "event log, read")
-    images = [middle(row)["memory_kib"] for row in found["scaling"] if row["unit"] == "MiB"]
-    most = max(row["size"] for row in found["scaling"] if row["unit"] == "MiB")
-    return (f"- Memory grows with the records that are read, {per_record:.0f} bytes each, and the log's entries, "
-            f"{per_entry:.0f} bytes each: from {records[0]:,} KiB to {records[1]:,} and {entries[1]:,} KiB for 65,535 of "
-            f"them. A firmware image of 1 to {most} MiB takes {min(images):,} to {max(images):,} KiB, whatever its "
-            "size.\n")
+    images = [row for row in found["scaling"] if row["unit"] == "MiB"]
+    memory = [middle(row)["memory_kib"] for row in images]
+    return item(
+        f"Memory grows with the records that are read, {per_record:.0f} bytes each, and the log's entries, "
+        f"{per_entry:.0f} bytes each: from {records[0]:,} KiB to {records[-1]:,} and {entries[-1]:,} KiB for 65,535 of "
+        f"them. A firmware image of 1 to {max(row['size'] for row in images)} MiB takes {min(memory):,} to "
+        f"{max(memory):,} KiB, whatever its size.")
 
 
 def summary(found):
-    """Four lines for README."""
+    """Four items."""
     first = {(row["tool"], row["path"]): row for row in found["jobs"] if row["work"].startswith("identity")}
 
-    def both(tool, path="/dev/ipmi0"):
+    def both(tool, path=KERNEL):
         return f"{millions(first[tool, path])} million instructions and {kib(first[tool, path])} KiB"
 
-    size = {row["program"]: f"{row['bytes'] / 1000:.0f} kB" for row in found["sizes"]}
-    return (f"- One raw request over `/dev/ipmi0` takes {both('qarn')} of memory; a bare static C program that sends the same "
-            f"requests {both('bare C')}, FreeIPMI {both('FreeIPMI')}, ipmitool {both('ipmitool')}.\n"
-            f"- On five pieces of work FreeIPMI takes {times_of_qarn(found, 'FreeIPMI')} times the instructions of qarn, "
-            f"ipmitool {times_of_qarn(found, 'ipmitool without its vendor list')} times, and with its list of vendors "
-            f"{times_of_qarn(found, 'ipmitool')} times.\n"
-            f"- Stripped, the program is {size['qarn']} and loads nothing but the C library; wholly static, "
-            f"{size['qarn, static']}.\n" + growth_lines(found))
+    size = {row["program"]: f"{row['bytes'] / 1000:,.0f} kB" for row in found["sizes"]}
+    works = len(in_order(row["work"] for row in found["jobs"]))
+    ratios = [times_of_qarn(found, tool) for tool in ("FreeIPMI", "ipmitool", "ipmitool without its vendor list")]
+    return item(
+        f"One raw request over `/dev/ipmi0` takes {both('qarn')} of memory; a bare static C program that sends the "
+        f"same requests {both('bare C')}, FreeIPMI {both('FreeIPMI')}, ipmitool {both('ipmitool')}.") + item(
+        f"On {works} pieces of work FreeIPMI takes {ratios[0]} times the instructions of qarn, ipmitool {ratios[1]} "
+        f"times, and without its list of vendors {ratios[2]} times.") + item(
+        f"Stripped, the program is {size['qarn']} and loads nothing but the C library; wholly static, "
+        f"{size['qarn, static']}.") + growth_line(found)
+
+
+def short_table(found):
+    """For README: two pieces of work, and for each tool million instructions, then memory in MiB."""
+    columns = {"bare C": (KERNEL, "bare C"), "qarn, own driver": (PORTS, "qarn"), "qarn, `/dev/ipmi0`": (KERNEL, "qarn"),
+               "FreeIPMI": (KERNEL, "FreeIPMI"), "ipmitool": (KERNEL, "ipmitool")}
+    cells = {(row["work"], row["path"], row["tool"]): f"{millions(row)}, {middle(row)['memory_kib'] / 1024:.2f}"
+             for row in found["jobs"]}
+    rows = [[work, *(cells[work, *column] for column in columns.values())]
+            for work in in_order(row["work"] for row in found["jobs"]) if work.startswith(("identity", "40"))]
+    return table(["work", *columns], rows)
 
 
 def circumstances(found):
     package = found["versions"]
-    text = (f"Measured on {found['date']} at commit {found['commit']}: Debian's Linux {package['kernel']} in QEMU "
-            f"{package['qemu-system-x86']}, on a host with {found['cpus']} cores of {found['model']}; ipmitool "
-            f"{package['ipmitool']}, FreeIPMI {package['freeipmi-tools']}. Each tool ran {found['runs']} times on each piece "
-            f"of work. All of it took {found['minutes']} minutes.\n")
-    if found["load"] > 0.5:
-        text += (f"\n**Provisional**: the machine had other work (load {found['load']:.1f} at the start). That does not touch "
-                 "the guest's figures, but the processor times of the last table.\n")
-    return text
+    text = paragraph(
+        f"Measured on {found['date']} at commit {found['commit']}: Debian's Linux {package['kernel']} in QEMU "
+        f"{package['qemu-system-x86']}, on a host with {found['cpus']} cores of {found['model']}; ipmitool "
+        f"{package['ipmitool']}, FreeIPMI {package['freeipmi-tools']}. Each tool ran {found['runs']} times on each "
+        f"piece of work. All of it took {found['minutes']} minutes.")
+    if found["others"] < QUIET:
+        return text
+    return text + "\n" + paragraph(
+        f"**Provisional**: other processes used {found['others']:.1f} of the host's cores meanwhile. That does not "
+        "touch the figures from the guest, but the processor times of the last table.")
 
 
 BLOCKS = {
     "summary": summary,
+    "short": short_table,
     "circumstances": circumstances,
     "instructions": lambda found: by_tool(found, millions),
-    "memory": lambda found: by_tool(found, kib),
+    "memory": memory_table,
     "wire": lambda found: by_tool(found, wire),
     "wall": lambda found: by_tool(found, wall),
     "sizes": size_table,
@@ -174,15 +217,17 @@ def chart_of(found):
     """On the path that every tool takes; of a firmware image, its save, which sends the most requests."""
     dots = {}
     for row in found["jobs"]:
-        if row["path"] == "/dev/ipmi0":
+        if row["path"] == KERNEL:
             dots.setdefault(row["work"], {})[row["tool"]] = middle(row)
     growth = {}
     for name, work in CURVES.items():
         runs = [middle(row) for row in found["scaling"] if row["work"] == work]
         growth[name] = [(run["requests"], run["memory_kib"] / 1024) for run in runs]
-    return chart.draw({work: {tool: run["cpu_us"] / 1000 for tool, run in row.items()} for work, row in dots.items()},
-                      {work: {tool: run["memory_kib"] / 1024 for tool, run in row.items()} for work, row in dots.items()},
-                      growth)
+
+    def each(figure, unit):
+        return {work: {tool: run[figure] / unit for tool, run in row.items()} for work, row in dots.items()}
+
+    return chart.draw(each("cpu_us", 1000), each("memory_kib", 1024), growth)
 
 
 def documents(found):
