@@ -172,8 +172,9 @@ def summary(found):
 
 def short_table(found):
     """For README: two pieces of work, and for each tool million instructions, then memory in MiB."""
-    columns = {"bare C": (KERNEL, "bare C"), "qarn, own driver": (PORTS, "qarn"), "qarn, `/dev/ipmi0`": (KERNEL, "qarn"),
-               "FreeIPMI": (KERNEL, "FreeIPMI"), "ipmitool": (KERNEL, "ipmitool")}
+    columns = {"bare C": (KERNEL, "bare C"), "qarn, own driver": (PORTS, "qarn"),
+               "qarn, `/dev/ipmi0`": (KERNEL, "qarn"), "FreeIPMI": (KERNEL, "FreeIPMI"),
+               "ipmitool": (KERNEL, "ipmitool")}
     cells = {(row["work"], row["path"], row["tool"]): f"{millions(row)}, {middle(row)['memory_kib'] / 1024:.2f}"
              for row in found["jobs"]}
     rows = [[work, *(cells[work, *column] for column in columns.values())]
