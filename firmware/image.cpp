@@ -32,6 +32,13 @@ int format_of(const char* name) {
   return ends_in(name, ".mot") && !ends_in(name, ".bin") ? FORMAT_SRECORD : FORMAT_RAW;
 }
 
+// A type, and the digits of a count.
+bool begins_like_records(FILE* file) {
+  unsigned type = 0;
+  unsigned count = 0;
+  return std::fscanf(file, "S%1u%2x", &type, &count) == 2;
+}
+
 bool refuse_image(const char* why) {
   keep_refusal("%s", why);
   flashprintf("cannot use the image: %s\n", why);
@@ -141,11 +148,14 @@ bool image_overhangs(const Flash_info& info) {
 
 void look_at_image(const char* path) {
   bool other = false;
-  if (format_of(path) != FORMAT_SRECORD) return;
   FILE* file = regular_open(path, &other);
   if (file == nullptr) return;
   File_signs signs = {};
-  note_record_signs(file, &signs);
+  if (format_of(path) == FORMAT_SRECORD) {
+    note_record_signs(file, &signs);
+  } else if (begins_like_records(file)) {
+    note_sign(&signs, Sign::raw_records, 1);
+  }
   std::fclose(file);
   tell_signs(signs, path);
 }

@@ -147,8 +147,6 @@ int run_lan_actions(const Options& options) {
   const bool shown_or_matched = options.display != 0 || options.auto_ip != 0;
   if (shown_or_matched && readIpCfg(&lan) == 0) {
     std::puts(err_message);
-    if (options.channel == nullptr)
-      remark("the LAN may be another channel: try --lan=2 or --lan=8");
     return STATUS_NO_BMC;
   }
   const bool matched = options.auto_ip != 0 && match_host_address(&lan);

@@ -10,9 +10,19 @@
 #include "transport/ipmi.h"
 #include "transport/transaction.h"
 
-uint8_t lanChannel = 1;
+namespace {
+
+constexpr uint8_t FIRST_CHANNEL = 1;
+
+}  // namespace
+
+uint8_t lanChannel = FIRST_CHANNEL;
 
 namespace {
+
+// What a BMC answers to a request for a channel that is no LAN.
+constexpr uint8_t OUT_OF_RANGE = 0xC9;
+constexpr uint8_t INVALID_FIELD = 0xCC;
 
 // Transport, Get and Set LAN Configuration Parameters; the channel follows.
 const uint8_t GetLanParameter[] = {3, BMC_ADDRESS, NETFN_TRANSPORT, GET_LAN_PARAMETERS};
@@ -52,10 +62,20 @@ const struct {
     {SUBNET_MASK, "net mask"},  {ARP_CONTROL, "ARP control"},     {GATEWAY, "gateway address"},
 };
 
+// After the failure of a request, once.
+void hint_channel() {
+  static bool hinted = false;
+  const bool may_be_channel = failure_code() == OUT_OF_RANGE || failure_code() == INVALID_FIELD;
+  if (hinted || lanChannel != FIRST_CHANNEL || !may_be_channel) return;
+  hinted = true;
+  remark("the LAN may be another channel: try --lan=2 or --lan=8");
+}
+
 void parameter_failed(const char* what, uint8_t selector) {
   for (const auto& row : NAMES) {
     if (row.selector == selector) step_failed("%s the %s: %s", what, row.name, failure_text());
   }
+  hint_channel();
 }
 
 bool get_parameter(uint8_t selector, std::span<uint8_t> data) {

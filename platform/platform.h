@@ -37,13 +37,14 @@ uint64_t clock_ms();  // milliseconds since some point in the past
 // number of an ending signal that has come, or 0.
 void signals_hold();
 int signals_pending();
-// Called where the run may stop. If a stop from the terminal has come, it does, until it is
+// Whether a stop from the terminal has come; signals_stop_here stops the run, until it is
 // continued.
+bool signals_stop_wanted();
 void signals_stop_here();
 // Between the call with true and the one with false a signal is noted, and a blocking call fails
 // with EINTR.
 void signals_let_in(bool in);
-// While it is on, such a call fails with EINTR every second.
+// While it is on, such a call fails with EINTR every second, and a stop is not let in.
 void wake_every_second(bool on);
 // Ends the process by the signal, as a shell expects it to.
 [[noreturn]] void end_by_signal(int number);

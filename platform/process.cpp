@@ -117,15 +117,21 @@ int signals_pending() {
   return noted;
 }
 
-void signals_stop_here() {
+bool signals_stop_wanted() {
   sigset_t waiting;
-  if (sigpending(&waiting) == 0 && is_waiting(waiting, SIGTSTP)) let_in_one(SIGTSTP);
+  return sigpending(&waiting) == 0 && is_waiting(waiting, SIGTSTP);
+}
+
+void signals_stop_here() {
+  let_in_one(SIGTSTP);
 }
 
 void signals_let_in(bool in) {
   if (in) install_handlers();
   if (in && noted != 0) set_reminder(REMINDER_S);
-  sigprocmask(in ? SIG_UNBLOCK : SIG_BLOCK, &held, nullptr);
+  sigset_t moved = held;
+  if (awake) sigdelset(&moved, SIGTSTP);
+  sigprocmask(in ? SIG_UNBLOCK : SIG_BLOCK, &moved, nullptr);
   if (!in && noted != 0) set_reminder(0);
 }
 

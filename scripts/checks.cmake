@@ -16,6 +16,7 @@ qarn_check(arm64 aarch64-linux-gnu-g++ scripts/check-arm64 ${CMAKE_BINARY_DIR}/q
 qarn_check(mutations python3 scripts/mutate --check)
 qarn_check(manual mandoc mandoc -Tlint -W warning doc/qarn.8 doc/qarn-sim.1)
 qarn_check(documented python3 scripts/check-documented)
+qarn_check(figures python3 bench/report.py --check)
 qarn_check(simulator python3 scripts/check-simulator $<TARGET_FILE:qarn-sim>)
 qarn_check(installed python3 scripts/check-installed ${CMAKE_BINARY_DIR})
 qarn_check(cookbook python3 scripts/cookbook ${CMAKE_BINARY_DIR})

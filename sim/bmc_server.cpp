@@ -99,6 +99,7 @@ bool parse_arguments(int argc, char** argv, Settings& settings) {
     const std::string value = argv[i + 1];
     if (name == "--state") {
       settings.state = value;
+      unsetenv("QARN_SIM_STATE");
     } else if (name == "--log") {
       settings.log = value;
     } else if (name == "--kind" && (value == "card" || value == "plain")) {

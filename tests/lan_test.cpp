@@ -46,6 +46,19 @@ TEST(Lan, every_request_goes_to_the_channel_that_is_given) {
   EXPECT_EQ(run("--strict --lan=8 --dhcp -g 10.1.0.1 -m 2:0:0:1:2:3 --arp=1").status, 0);
 }
 
+TEST(Lan, a_refused_channel_brings_a_hint_for_people_and_strict_scripts_unless_one_was_given) {
+  setting("LAN_CHANNEL", "2");
+  const std::string hint = "qarn: the LAN may be another channel: try --lan=2 or --lan=8\n";
+  for (const char* line : {"-d", "--dhcp", "-i 10.1.2.3 -g 10.1.0.1"}) {
+    EXPECT_EQ(run(line, {.terminals = "2"}).terminal, hint) << line;
+    EXPECT_NE(run(std::string("--strict ") + line).err.find(hint), std::string::npos) << line;
+    EXPECT_EQ(run(line).err, "") << line;
+    EXPECT_EQ(run(std::string("--lan=8 ") + line, {.terminals = "2"}).terminal, "") << line;
+  }
+  setting("LAN_CHANNEL", "1");
+  EXPECT_EQ(run("-d", {.faults = "refuse netfn=c cmd=2 value=d4", .terminals = "2"}).terminal, "");
+}
+
 TEST(Lan, a_channel_that_is_no_number_from_1_to_15_is_refused) {
   for (const char* wrong :
        {"", " 8", "=", "=0", "=16", "=08", "=+8", "=8x", "=0x8", "=-1", "=999"}) {

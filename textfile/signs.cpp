@@ -30,6 +30,7 @@ const char* const TEXTS[SIGNS] = {
     "a data record of type S1 or S2 is left out",
     "the count of data records (S5) is wrong",
     "a line is too long and is read as several",
+    "it looks like S-records, but is taken as it is, because its name does not end in .mot",
 };
 
 }  // namespace

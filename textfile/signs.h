@@ -23,8 +23,9 @@ enum class Sign : unsigned {
   left_out_record,
   wrong_count,
   long_line,
+  raw_records,
 };
-inline constexpr unsigned SIGNS = 21;
+inline constexpr unsigned SIGNS = 22;
 
 // For each kind, how many lines have it and which is the first; all zero at start. Line 0 is the
 // whole file.

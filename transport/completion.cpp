@@ -80,6 +80,10 @@ const char* failure_text() {
   return text;
 }
 
+uint8_t failure_code() {
+  return last.came ? last.code : 0;
+}
+
 void note_no_response(int reason) {
   last = {};
   last.reason = reason;

@@ -9,6 +9,7 @@
 #include "base/dump_file.h"
 #include "base/notice.h"
 #include "base/process_end.h"
+#include "base/progress.h"
 #include "platform/platform.h"
 #include "transport/waiting.h"
 
@@ -84,8 +85,14 @@ bool interrupted() {
   return true;
 }
 
-void interrupt_point() {
+void stop_point() {
+  if (!platform::signals_stop_wanted()) return;
+  progress_end();
   platform::signals_stop_here();
+}
+
+void interrupt_point() {
+  stop_point();
   const bool may_end = under_way == Unfinished::start || under_way == Unfinished::nothing;
   if (interrupted() && may_end) end_run();
 }

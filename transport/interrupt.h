@@ -25,6 +25,9 @@ void now_under_way(Unfinished what);
 // first call that sees it prints a line that says what is finished first, and why.
 bool interrupted();
 
+// The run stops here if the terminal asks it to.
+void stop_point();
+
 // Before a request: the run stops here if the terminal asks it to, and ends here by a signal that
 // has come, unless something is under way.
 void interrupt_point();

@@ -100,6 +100,7 @@ int select_answer(bool* readable) {
   const bool wake = progressFlag != 0;
   int result = platform::device_select(driverHandle, wake, readable);
   while (result < 0 && errno == EINTR) {
+    stop_point();
     wait_point();
     result = platform::device_select(driverHandle, wake, readable);
   }
