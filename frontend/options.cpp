@@ -70,7 +70,7 @@ int check_channel(const Given& given, Options*) {
   const std::string_view value = given.value != nullptr ? given.value : "";
   const bool digits = value.find_first_not_of("0123456789") == std::string_view::npos;
   const bool short_enough = !value.empty() && value.size() <= 2 && value[0] != '0';
-  if (digits && short_enough && std::atoi(given.value) <= LAST_CHANNEL) return OPTIONS_ACCEPTED;
+  if (digits && short_enough && std::atoi(value.data()) <= LAST_CHANNEL) return OPTIONS_ACCEPTED;
   std::puts("--lan: the channel is a number from 1 to 15, as in --lan=8");
   return REFUSED;
 }
