@@ -104,7 +104,9 @@ constexpr Setting SETTINGS[] = {
     {"QARN_SIM_ATTENTION", "yes|no", "yes", "no: SMS_ATN never rises",
      [](std::string& value) { return set_choice(value, "yes", "no", bmc().can_signal); }},
     {"QARN_SIM_LAN_CHANNEL", "number", "1", "the channel that is the LAN",
-     [](std::string& value) { return set_number(value, 10, 15, bmc().lan.number); }},
+     [](std::string& value) {
+       return value != "0" && set_number(value, 10, 15, bmc().lan.number);
+     }},
     {"QARN_SIM_LAN", "selector=data;...", "0 3 4 5 6 10 12",
      "LAN parameters, data in hexadecimal; data none: not supported",
      [](std::string& value) { return set_lan_parameters(value, bmc().lan.parameters); }},
