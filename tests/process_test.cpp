@@ -1,6 +1,7 @@
 // What the process is to those around it: signals of every kind, a stop, limits, waits, another
 // run, a driver.
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -124,6 +125,34 @@ TEST(Waiting, of_more_than_three_seconds_is_shown_on_a_terminal_and_gone_afterwa
       told("--sdr " + file_with("s", "_SDR (\n_SDR_TYPE 01\n_REC_LEN 05\n01 00 51 01 00\n)\n"), ""),
       "\033[KSDR 1/1\r\033[K" + shown("the BMC to restart", 8));
   EXPECT_EQ(told("--save " + path_of("saved"), ""), shown("the card to start", 8));
+}
+
+TEST(Waiting, is_not_shown_by_a_run_in_the_background) {
+  // Another group gets the terminal; an end of the run as its owner would drop what was shown.
+  const auto leave_terminal = [] {
+    setsid();
+    ioctl(STDERR_FILENO, TIOCSCTTY, 0);
+    std::atexit([] { ioctl(STDERR_FILENO, TIOCNOTTY); });
+    const pid_t front = fork();
+    if (front == 0) _exit(0);
+    setpgid(front, front);
+    tcsetpgrp(STDERR_FILENO, front);
+  };
+  const RunResult result =
+      run("--users --open",
+          {.faults = "late cmd=46 value=6", .terminals = "2", .prepare = leave_terminal});
+  EXPECT_EQ(result.terminal + std::to_string(result.status), "0");
+}
+
+TEST(Waiting, has_left_the_terminal_when_a_stop_comes) {
+  const auto show_stop = [] {
+    std::signal(SIGTSTP, [](int) { EXPECT_EQ(write(STDERR_FILENO, "stop", 4), 4); });
+  };
+  // It comes at the first look for the card, and counts before the second.
+  const RunResult result =
+      run("--save " + path_of("saved"),
+          {.faults = "signal cmd=1 skip=2 value=14", .terminals = "2", .prepare = show_stop});
+  EXPECT_TRUE(result.terminal.ends_with("start: 8 s\033[?7h\0338\033[Kstop")) << result.terminal;
 }
 
 TEST(Waiting, for_the_other_end_of_a_fifo_ends_with_a_signal) {
