@@ -3,7 +3,7 @@
 from cases_front import BANNER, OURS, PEER, identity
 from machine import qemu_bmc
 
-SUMMED = "COPYRIGHT", "qarn", "qarn.8", "qarn.txt", "util.dat"
+SUMMED = "COPYRIGHT", "formats.md", "qarn", "qarn.8", "qarn.txt", "util.dat"
 
 
 def rescue_archive(checks):
