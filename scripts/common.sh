@@ -44,19 +44,26 @@ need() {
   stage "install ${#missing[@]} packages" install_packages "${missing[@]}"
 }
 
+# try_packages PACKAGE...: as install_packages, but succeeds whatever came of it.
+try_packages() {
+  install_packages "$@" || true
+}
+
 # wish PACKAGE...: as need, but what cannot be installed is left out, with one line; under CI it is needed.
 wish() {
   local missing
-  mapfile -t missing < <(missing_packages "$@")
+  mapfile -t missing < <(missing_packages "$@" | sort -u)
   [[ ${#missing[@]} -gt 0 ]] || return 0
   if [[ ${CI:-} == true ]]; then
     need "$@"
     return
   fi
-  [[ $(id -u) -ne 0 ]] || echo "These Debian packages are missing, and installed now: ${missing[*]}"
-  if [[ $(id -u) -ne 0 ]] || ! install_packages "${missing[@]}" >/dev/null 2>&1; then
-    echo "cannot install ${missing[*]}: what needs them is left out"
+  if [[ $(id -u) -eq 0 ]]; then
+    echo "These Debian packages are missing, and installed now: ${missing[*]}"
+    stage "try ${#missing[@]} packages" try_packages "${missing[@]}"
+    mapfile -t missing < <(missing_packages "${missing[@]}")
   fi
+  [[ ${#missing[@]} -eq 0 ]] || echo "cannot install ${missing[*]}: what needs them is left out"
 }
 
 # how_far LOG: how many tests have ended, and which run; how many steps of a build; else the last line.
