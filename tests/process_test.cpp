@@ -7,7 +7,9 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
+#include <string_view>
 
 #include "platform/platform.h"
 #include "tests/harness.h"
@@ -88,6 +90,15 @@ TEST(Process, a_signal_that_is_ignored_at_the_start_does_not_count_when_signals_
   };
   EXPECT_EXIT(std::_Exit(is_ignored() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
+
+#ifndef __SANITIZE_ADDRESS__
+TEST(Process, an_index_past_the_end_is_said_and_ends_it) {
+  const std::string_view text = "index";
+  const char said[] = "^qarn: an index is past the end: this is a fault of qarn\n$";
+  EXPECT_EXIT(std::putchar(text[text.size()]), testing::KilledBySignal(SIGABRT), said);
+  EXPECT_EXIT(text.substr(text.size() + 1), testing::KilledBySignal(SIGABRT), said);
+}
+#endif
 
 TEST(Waiting, for_a_bmc_that_does_not_answer_ends_ten_seconds_after_a_signal_at_the_earliest) {
   KCS_bounds = {1, 300000};
