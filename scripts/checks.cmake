@@ -4,6 +4,8 @@ function(qarn_check name tool)
   if(found_${tool})
     add_test(NAME ${name} COMMAND ${ARGN} WORKING_DIRECTORY ${CMAKE_SOURCE_DIR})
     set_tests_properties(${name} PROPERTIES LABELS source)
+  else()
+    message(STATUS "the test ${name} is left out: no ${tool}")
   endif()
 endfunction()
 
