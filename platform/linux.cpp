@@ -12,12 +12,20 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 
 #include "platform/platform.h"
 
 namespace platform {
+
+namespace {
+
+const char HOLDER[] = ": FLOCK  ADVISORY  WRITE ";  // one that waits has an arrow before FLOCK
+
+}  // namespace
 
 int device_open(const char* path) {
   return ::open(path, O_RDWR | O_CLOEXEC);
@@ -97,21 +105,24 @@ int lock_holder(int handle) {
   int holder = 0;
   char line[256];
   while (::fstat(handle, &locked) == 0 && std::fgets(line, sizeof line, locks) != nullptr) {
-    int process = 0;
-    unsigned device_major = 0;
-    unsigned device_minor = 0;
-    unsigned long inode = 0;
-    const int found = std::sscanf(line, "%*u: FLOCK %*s %*s %d %x:%x:%lu", &process, &device_major,
-                                  &device_minor, &inode);
-    const bool same = found == 4 && inode == locked.st_ino &&
+    char* end = std::strstr(line, HOLDER);
+    if (end == nullptr) continue;
+    const unsigned long process = std::strtoul(end + sizeof HOLDER - 1, &end, 10);
+    const auto device_major = static_cast<unsigned>(std::strtoul(end, &end, 16));
+    if (*end != ':') continue;
+    const auto device_minor = static_cast<unsigned>(std::strtoul(end + 1, &end, 16));
+    const bool same = *end == ':' && std::strtoul(end + 1, nullptr, 10) == locked.st_ino &&
                       makedev(device_major, device_minor) == locked.st_dev;
-    if (same) holder = process;
+    if (same) holder = static_cast<int>(process);
   }
   std::fclose(locks);
   return holder;
 }
 
 FILE* port_owners() {
+  const bool no_driver = ::faccessat(AT_FDCWD, "/sys/module", F_OK, 0) == 0 &&
+                         ::faccessat(AT_FDCWD, "/sys/module/ipmi_si", F_OK, 0) != 0;
+  if (no_driver) return nullptr;
   return std::fopen("/proc/ioports", "re");
 }
 
@@ -133,7 +144,7 @@ void interface_close(int socket) {
 
 int interface_address(int socket, const char* name, uint8_t address[4]) {
   ifreq query{};
-  std::strncpy(query.ifr_name, name, IFNAMSIZ - 1);
+  std::snprintf(query.ifr_name, sizeof query.ifr_name, "%s", name);
   if (::ioctl(socket, SIOCGIFADDR, &query) < 0) return -1;
   sockaddr_in answer;
   std::memcpy(&answer, &query.ifr_addr, sizeof answer);
@@ -143,7 +154,7 @@ int interface_address(int socket, const char* name, uint8_t address[4]) {
 
 int interface_hardware_address(int socket, const char* name, uint8_t address[6]) {
   ifreq query{};
-  std::strncpy(query.ifr_name, name, IFNAMSIZ - 1);
+  std::snprintf(query.ifr_name, sizeof query.ifr_name, "%s", name);
   if (::ioctl(socket, SIOCGIFHWADDR, &query) < 0) return -1;
   std::memcpy(address, query.ifr_hwaddr.sa_data, 6);
   return 0;

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "base/notice.h"
@@ -15,9 +16,9 @@ namespace {
 constexpr unsigned TURN_S = 60;
 constexpr unsigned OWNER_LINE_SIZE = 256;
 
-// How the names of the kernel's IPMI drivers begin. Other entries of the list of ports stand for a
-// piece of hardware, or for a bus on the way to it.
-const char DRIVER[] = "ipmi";
+// How the names of the kernel's IPMI drivers begin, after a range of ports. Other entries of the
+// list of ports stand for a piece of hardware, or for a bus on the way to it.
+const char DRIVER[] = " : ipmi";
 
 bool is_held(int handle) {
   return platform::lock_try(handle) != 0 && errno == EWOULDBLOCK;
@@ -46,15 +47,19 @@ bool take_turn(int handle) {
   return false;
 }
 
-// A line of the list is "  0ca2-0ca2 : ipmi_si". True when its owner is a driver and one of the
-// ports is among its own; `owner` is then its name.
-bool owns(const char* line, const uint16_t ports[2], char owner[OWNER_LINE_SIZE]) {
-  unsigned first = 0;
-  unsigned last = 0;
-  if (std::sscanf(line, " %x-%x : %255[^\n]", &first, &last, owner) != 3) return false;
+// A line of the list is "  0ca2-0ca2 : ipmi_si". The name of the driver that has one of the ports,
+// or null.
+const char* owner_in(char* line, const uint16_t ports[2]) {
+  char* owner = std::strstr(line, DRIVER);
+  if (owner == nullptr) return nullptr;
+  char* end = nullptr;
+  const unsigned long first = std::strtoul(line, &end, 16);
+  const unsigned long last = *end == '-' ? std::strtoul(end + 1, nullptr, 16) : first;
+  owner += std::strlen(" : ");
+  owner[std::strcspn(owner, "\n")] = '\0';
   const bool covers =
       (ports[0] >= first && ports[0] <= last) || (ports[1] >= first && ports[1] <= last);
-  return covers && std::strncmp(owner, DRIVER, sizeof DRIVER - 1) == 0;
+  return covers ? owner : nullptr;
 }
 
 }  // namespace
@@ -69,19 +74,19 @@ bool take_turn_on_device(int handle) {
 }
 
 void warn_of_owner(uint16_t commandPort, uint16_t dataPort) {
-  static bool warned = false;
-  FILE* list = warned ? nullptr : platform::port_owners();
+  static bool looked = false;  // and there was nothing to look at, or nothing more to say
+  FILE* list = looked ? nullptr : platform::port_owners();
+  looked = looked || list == nullptr;
   if (list == nullptr) return;
   const uint16_t ports[] = {commandPort, dataPort};
   char line[OWNER_LINE_SIZE];
-  char owner[OWNER_LINE_SIZE];
-  bool owned = false;
-  while (!owned && std::fgets(line, sizeof line, list) != nullptr) {
-    owned = owns(line, ports, owner);
+  const char* owner = nullptr;
+  while (owner == nullptr && std::fgets(line, sizeof line, list) != nullptr) {
+    owner = owner_in(line, ports);
   }
   std::fclose(list);
-  if (!owned) return;
-  warned = true;
+  if (owner == nullptr) return;
+  looked = true;
   notice("the ports %X and %X belong to the kernel's driver %s: use --open", commandPort, dataPort,
          owner);
 }
