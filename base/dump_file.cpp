@@ -43,7 +43,8 @@ bool same_file(const struct stat& one, const struct stat& other) {
 bool is_standard_output(const char* path) {
   struct stat there;
   struct stat output;
-  return stat(path, &there) == 0 && fstat(STDOUT_FILENO, &output) == 0 && same_file(there, output);
+  return fstatat(AT_FDCWD, path, &there, 0) == 0 && fstat(STDOUT_FILENO, &output) == 0 &&
+         same_file(there, output);
 }
 
 // Something else may stand there since it was looked at: only what was looked at is opened.

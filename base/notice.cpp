@@ -31,14 +31,6 @@ void notice(const char* format, ...) {
   va_end(arguments);
 }
 
-void hint(const char* format, ...) {
-  if (hintFlag == 0) return;
-  va_list arguments;
-  va_start(arguments, format);
-  print_line("qarn: ", format, arguments);
-  va_end(arguments);
-}
-
 void remark(const char* format, ...) {
   if (!warnings_wanted()) return;
   va_list arguments;

@@ -10,10 +10,7 @@ extern int strictFlag;
 // first.
 [[gnu::format(printf, 1, 2)]] void notice(const char* format, ...);
 
-// The same, but only when hintFlag is 1: scripts may collect standard error.
-[[gnu::format(printf, 1, 2)]] void hint(const char* format, ...);
-
-// The same, when hintFlag or strictFlag is 1.
+// The same, but only when hintFlag or strictFlag is 1: scripts may collect standard error.
 [[gnu::format(printf, 1, 2)]] void remark(const char* format, ...);
 
 // A sign that something was typed wrong: "qarn: warning: " and the text, when hintFlag or

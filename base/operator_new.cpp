@@ -34,7 +34,8 @@ void operator delete[](void* memory, std::size_t) noexcept {
 
 // NOLINTEND(cppcoreguidelines-no-malloc)
 // An index past the end of a span or an array.
-void std::__glibcxx_assert_fail(const char*, int, const char*, const char*) noexcept {
+[[gnu::noinline, gnu::cold]] void std::__glibcxx_assert_fail(const char*, int, const char*,
+                                                             const char*) noexcept {
   std::fputs("qarn: an index is past the end: this is a fault of qarn\n", stderr);
   std::abort();
 }

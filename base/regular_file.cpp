@@ -18,7 +18,7 @@ FILE* regular_open(const char* path, bool* other) {
   *other = false;
   struct stat there;
   // Not even opened: that would wake the writer of a FIFO, who finds no reader then.
-  if (stat(path, &there) == 0 && !S_ISREG(there.st_mode)) {
+  if (fstatat(AT_FDCWD, path, &there, 0) == 0 && !S_ISREG(there.st_mode)) {
     *other = true;
     errno = EINVAL;
     return nullptr;

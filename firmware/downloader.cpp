@@ -26,12 +26,6 @@ constexpr unsigned RESET_S = 4;
 constexpr unsigned POLL_S = 2;
 constexpr unsigned POLLS = 10;
 
-constexpr auto ERASED_CHUNK = [] {
-  std::array<uint8_t, FLASH_CHUNK_ROOM> bytes{};
-  bytes.fill(ERASED);
-  return bytes;
-}();
-
 bool find_flash(Flash_info* info) {
   if (get_flash_information(info)) return true;
   flashprintf("cannot get flash update information\n");
@@ -117,9 +111,11 @@ bool accepted(Chunk outcome, uint32_t address, bool last) {
 // are offsets from the flash's base, so that none is above the address it is meant for.
 bool send_chunks(uint32_t address, unsigned size, unsigned count) {
   const bool has_data = data.pos <= address;
-  if (size > ERASED_CHUNK.size()) return false;
+  std::array<uint8_t, FLASH_CHUNK_ROOM> erased;
+  if (size > erased.size()) return false;
+  erased.fill(ERASED);
   for (unsigned i = 0; i < count; i++) {
-    const auto bytes = has_data ? next_bytes(size) : std::span(ERASED_CHUNK).first(size);
+    const auto bytes = has_data ? next_bytes(size) : std::span<const uint8_t>(erased).first(size);
     if (bytes.empty()) return false;
     const Chunk outcome = write_chunk(address, chunk_flags(i, count), bytes);
     if (!accepted(outcome, address, i + 1 == count)) return false;

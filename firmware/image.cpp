@@ -34,9 +34,10 @@ int format_of(const char* name) {
 
 // A type, and the digits of a count.
 bool begins_like_records(FILE* file) {
-  unsigned type = 0;
-  unsigned count = 0;
-  return std::fscanf(file, "S%1u%2x", &type, &count) == 2;
+  char start[5];
+  const bool four = std::fgets(start, sizeof start, file) != nullptr && start[0] == 'S';
+  return four && start[1] >= '0' && start[1] <= '9' &&
+         std::strspn(start + 2, "0123456789abcdefABCDEF") == 2;
 }
 
 bool refuse_image(const char* why) {

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <span>
 
 #include "frontend/signs.h"
 #include "transport/ipmi.h"
@@ -124,8 +125,9 @@ int take_raw(const Given& given, Options* options) {
   options->raw_bytes[0] = BMC_ADDRESS;
   options->raw_count = 1;
   for (; word < given.argc; word++) {
-    unsigned value;
-    if (std::sscanf(given.argv[word], "%x", &value) != 1) {
+    char* end = nullptr;
+    const unsigned long value = std::strtoul(given.argv[word], &end, 16);
+    if (end == given.argv[word]) {
       std::printf("-e: %s is not a hexadecimal byte\n", given.argv[word]);
       return refuse_usage();
     }
@@ -144,7 +146,9 @@ int take_raw(const Given& given, Options* options) {
   return OPTIONS_ACCEPTED;
 }
 
+// In the place of a letter; LATE is also a name that scripts of old do not know.
 constexpr char NO_LETTER = 0;
+constexpr char LATE = 1;
 
 // What an option takes: nothing, a value, or a value only when it is attached to the option.
 enum Takes { NONE = no_argument, VALUE = required_argument, ATTACHED = optional_argument };
@@ -176,7 +180,7 @@ const Row ROWS[] = {
     {'4', "sp4", ATTACHED, WRITES, nullptr, nullptr, take_password, nullptr},
     {NO_LETTER, "arp", ATTACHED, WRITES, nullptr, &Options::arp, check_arp, look_at_arp},
     {'r', nullptr, VALUE, WRITES, nullptr, &Options::arp, nullptr, look_at_arp},
-    {NO_LETTER, "lan", ATTACHED, LOOKS, nullptr, &Options::channel, check_channel, nullptr},
+    {LATE, "lan", ATTACHED, LOOKS, nullptr, &Options::channel, check_channel, nullptr},
     {'p', "dhcp", NONE, WRITES, &Options::dhcp, nullptr, nullptr, nullptr},
     {'b', "debug", NONE, LOOKS, &Options::debug, nullptr, nullptr, nullptr},
     {'l', "imac", NONE, WRITES, &Options::inside_mac, nullptr, nullptr, nullptr},
@@ -191,9 +195,9 @@ const Row ROWS[] = {
     {'w', "wfru", VALUE, WRITES, nullptr, &Options::fru_dump_path, drop_fru_update, nullptr},
     {'j', "seldump", VALUE, WRITES, nullptr, &Options::sel_path, nullptr, nullptr},
     {'q', "sdrdump", VALUE, WRITES, &Options::sdr_dump, &Options::sdr_path, nullptr, nullptr},
-    {NO_LETTER, "prompt", NONE, LOOKS, &Options::prompt, nullptr, nullptr, nullptr},
-    {NO_LETTER, "exact", NONE, LOOKS, &Options::exact, nullptr, nullptr, nullptr},
-    {NO_LETTER, "strict", NONE, LOOKS, &Options::strict, nullptr, nullptr, nullptr},
+    {LATE, "prompt", NONE, LOOKS, &Options::prompt, nullptr, nullptr, nullptr},
+    {LATE, "exact", NONE, LOOKS, &Options::exact, nullptr, nullptr, nullptr},
+    {LATE, "strict", NONE, LOOKS, &Options::strict, nullptr, nullptr, nullptr},
     {'u', nullptr, VALUE, WRITES, &Options::firmware_update, &Options::firmware_path, nullptr,
      nullptr},
     {'i', nullptr, VALUE, WRITES, nullptr, &Options::ip, check_ip, look_at_address},
@@ -212,7 +216,7 @@ constexpr int NUMBER_BASE = 256;     // beyond all letters
 
 // What getopt returns for a row.
 int code_of(const Row& row) {
-  return row.letter != NO_LETTER ? row.letter : NUMBER_BASE + static_cast<int>(&row - ROWS);
+  return row.letter > LATE ? row.letter : NUMBER_BASE + static_cast<int>(&row - ROWS);
 }
 
 const Row* row_of(int code) {
@@ -232,10 +236,8 @@ struct Getopt_tables {
 // getopt lists the names in its messages, which scripts may collect: those that scripts of old do
 // not know are among them only when one is given, by two letters at least.
 bool is_hidden(const Row& row, int argc, char** argv) {
-  const bool late = row.flag == &Options::prompt || row.flag == &Options::exact ||
-                    row.flag == &Options::strict || row.text == &Options::channel;
-  if (!late) return false;
-  return std::none_of(argv, argv + argc, [&](const char* word) {
+  if (row.letter != LATE) return false;
+  return std::ranges::none_of(std::span(argv, static_cast<size_t>(argc)), [&](const char* word) {
     const std::string_view name = std::string_view(word).substr(0, std::strcspn(word, "="));
     return name.starts_with("--") && name.size() >= 4 &&
            std::string_view(row.name).starts_with(name.substr(2));
@@ -249,7 +251,7 @@ Getopt_tables build_tables(int argc, char** argv) {
   for (const Row& row : ROWS) {
     if (is_hidden(row, argc, argv)) continue;
     if (row.name != nullptr) *names++ = {row.name, row.takes, nullptr, code_of(row)};
-    if (row.letter == NO_LETTER) continue;
+    if (row.letter <= LATE) continue;
     *letters++ = row.letter;
     for (int i = 0; i < row.takes; i++) *letters++ = ':';
   }
@@ -259,7 +261,8 @@ Getopt_tables build_tables(int argc, char** argv) {
 // A long name that was cut short may be another one than was meant.
 void look_at_name(const Row& row, const char* word, Options* options) {
   const size_t length = std::strcspn(word, "=") - std::min(std::strlen(word), size_t{2});
-  if (row.does == LOOKS || std::strncmp(word, "--", 2) != 0 || length >= SHORTEST_NAME) return;
+  if (row.does == LOOKS || !std::string_view(word).starts_with("--") || length >= SHORTEST_NAME)
+    return;
   note_argument(options, "%s is too short for an option that writes: give its whole name", word);
 }
 
@@ -304,13 +307,14 @@ bool begins_long_name(std::string_view text) {
 }
 
 bool parse_mac(const char* text, uint8_t mac[6]) {
-  unsigned long part[6];  // an unsigned would drop what is beyond its 32 bits
-  const int found = std::sscanf(text, "%lx:%lx:%lx:%lx:%lx:%lx", &part[0], &part[1], &part[2],
-                                &part[3], &part[4], &part[5]);
-  if (found != 6) return false;
   for (unsigned i = 0; i < 6; i++) {
-    if (part[i] > 0xFF) return false;
-    mac[i] = static_cast<uint8_t>(part[i]);
+    if (i > 0 && *text++ != ':') return false;
+    char* end = nullptr;
+    const unsigned long part = std::strtoul(text, &end, 16);
+    if (end == text || part > 0xFF) return false;
+    const bool prefix_alone = end == text + 1 && *text == '0' && (*end == 'x' || *end == 'X');
+    mac[i] = static_cast<uint8_t>(part);
+    text = prefix_alone ? end + 1 : end;
   }
   return true;
 }

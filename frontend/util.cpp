@@ -67,8 +67,7 @@ void set_switches(const Options& options) {
 }
 
 bool holds_passwords(const Options& options) {
-  return std::any_of(std::begin(options.set_password), std::end(options.set_password),
-                     [](int set) { return set != 0; });
+  return std::ranges::any_of(options.set_password, [](int set) { return set != 0; });
 }
 
 bool open_device() {
@@ -195,7 +194,8 @@ int main(int argc, char** argv) {
   prepare_standard_streams();
   hold_signals();
   // By lines, so that a log shows how far a run came that now waits for a dead BMC.
-  std::setvbuf(stdout, nullptr, _IOLBF, 0);
+  static char room[4096];
+  std::setvbuf(stdout, room, _IOLBF, sizeof room);
   show_version();
   if (argc <= 1) {
     show_usage();

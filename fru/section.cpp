@@ -2,7 +2,6 @@
 #include "fru/section.h"
 
 #include <algorithm>
-#include <cctype>
 
 #include "base/error_text.h"
 #include "base/memory.h"
@@ -66,7 +65,7 @@ void keep_long_field(const Section& section, unsigned position) {
   const auto text = gathered(section).subspan(position + 1);
   char shown[FRU_TEXT_LIMIT + 1] = {};
   for (size_t i = 0; i < std::min<size_t>(text.size(), FRU_TEXT_LIMIT); i++) {
-    shown[i] = std::isprint(text[i]) != 0 ? static_cast<char>(text[i]) : '?';
+    shown[i] = text[i] >= ' ' && text[i] <= '~' ? static_cast<char>(text[i]) : '?';
   }
   keep_refusal("line %u: a field of %d bytes is longer than the %zu that are left: '%s'",
                section.lines[position], section.bytes[position] & FRU_TEXT_LENGTH, text.size(),

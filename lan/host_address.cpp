@@ -1,7 +1,6 @@
 // The host interface that carries the BMC's MAC address.
 #include <strings.h>
 
-#include <cctype>
 #include <cstdio>
 #include <cstring>
 
@@ -15,7 +14,7 @@ constexpr unsigned HEADING_LINES = 2;
 constexpr int LIST_LINE_SIZE = 512;
 
 bool is_space(char c) {
-  return std::isspace(static_cast<unsigned char>(c)) != 0;
+  return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
 bool is_digit(char c) {

@@ -42,7 +42,7 @@ bool read_back(const sdr_entry& entry, sdr_repository* again) {
   FILE* file = fmemopen(text, sizeof text, "w");
   if (file == nullptr) return false;
   put_sdr_text(file, {&entry, 1}, sdr_comments{});
-  const long size = std::ftell(file);
+  const off_t size = ftello(file);
   std::fclose(file);
   file = fmemopen(text, static_cast<size_t>(size), "r");
   if (file == nullptr) return false;

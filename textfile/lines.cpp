@@ -81,7 +81,7 @@ bool restart_lines(Lines* lines) {
   lines->cut = false;
   lines->too_long = false;
   lines->taken = 0;
-  return std::ferror(lines->file) == 0 && std::fseek(lines->file, 0, SEEK_SET) == 0;
+  return std::ferror(lines->file) == 0 && fseeko(lines->file, 0, SEEK_SET) == 0;
 }
 
 void blame_line(unsigned number, const char* reason) {

@@ -4,7 +4,6 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cstring>
 #include <string_view>
 
@@ -109,7 +108,7 @@ bool has_other_digit(const char* text) {
   bool quoted = false;
   for (; *text != '\0'; text++) {
     if (*text == QUOTE) quoted = !quoted;
-    const bool digit = std::isxdigit(static_cast<unsigned char>(*text)) != 0;
+    const bool digit = static_cast<unsigned>(digit_value(*text)) < 16;
     if (!quoted && !digit && *text != QUOTE && !is_skipped(*text)) return true;
   }
   return false;
