@@ -44,7 +44,7 @@ bool find_mac(FILE* list, const char* macText, uint8_t address[4]) {
   while (taken < MOST_INTERFACES && std::fgets(line, sizeof line, list) != nullptr) {
     char found[MAC_TEXT_SIZE];
     if (!read_interface(line, address, found)) continue;
-    if (strcasecmp(found, macText) == 0) return true;
+    if (strncasecmp(found, macText, MAC_TEXT_SIZE) == 0) return true;
     taken++;
   }
   return false;

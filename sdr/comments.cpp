@@ -1,13 +1,12 @@
 // The comments of util.dat.
 #include "sdr/comments.h"
 
-#include <strings.h>
-
 #include <cstdio>
 #include <cstring>
 
 #include "base/memory.h"
 #include "base/regular_file.h"
+#include "textfile/tokenizer.h"
 
 namespace {
 
@@ -26,7 +25,7 @@ constexpr int OUTSIDE = -1;
 
 int opened_by(const char* line) {
   for (int i = 0; i < 2; i++) {
-    if (strcasecmp(line, SECTION_LINES[i].opening) == 0) return i;
+    if (start_with(line, SECTION_LINES[i].opening) == 1) return i;
   }
   return OUTSIDE;
 }
@@ -55,7 +54,7 @@ void read_comments(sdr_comments* comments) {
   while (std::fgets(line, sizeof line, file) != nullptr) {
     if (current == OUTSIDE) {
       current = opened_by(line);
-    } else if (strcasecmp(line, SECTION_LINES[current].closing) == 0) {
+    } else if (start_with(line, SECTION_LINES[current].closing) == 1) {
       current = OUTSIDE;
     } else if (comment_section* section = &comments->sections[current];
                section->taken < section->fields) {

@@ -1,6 +1,4 @@
 // Reads a file of Sensor Data Records, in its text or its binary form.
-#include <strings.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -259,7 +257,7 @@ bool load_sdr_text(FILE* file, sdr_repository* repository, File_signs* signs) {
 bool is_binary_sdr(const char* path) {
   const size_t length = std::strlen(path);
   const size_t tail = sizeof BINARY_ENDING - 1;
-  return length > tail && strcasecmp(path + length - tail, BINARY_ENDING) == 0;
+  return length > tail && start_with(path + length - tail, BINARY_ENDING) == 1;
 }
 
 int FileToSdr(const char* path, sdr_repository* repository) {
