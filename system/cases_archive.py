@@ -3,7 +3,7 @@
 from cases_front import BANNER, OURS, PEER, identity
 from machine import qemu_bmc
 
-SUMMED = "COPYRIGHT", "formats.md", "qarn", "qarn.8", "qarn.txt", "util.dat"
+SUMMED = "COPYRIGHT", "GPL-3", "LGPL-2.1", "formats.md", "qarn", "qarn.8", "qarn.txt", "util.dat"
 
 
 def rescue_archive(checks):
