@@ -32,11 +32,11 @@ int format_of(const char* name) {
   return ends_in(name, ".mot") && !ends_in(name, ".bin") ? FORMAT_SRECORD : FORMAT_RAW;
 }
 
-// A type, and the digits of a count.
+// S, a type, and two digits of a count.
 bool begins_like_records(FILE* file) {
   char start[5];
-  const bool four = std::fgets(start, sizeof start, file) != nullptr && start[0] == 'S';
-  return four && start[1] >= '0' && start[1] <= '9' &&
+  const bool letter = std::fgets(start, sizeof start, file) != nullptr && start[0] == 'S';
+  return letter && start[1] >= '0' && start[1] <= '9' &&
          std::strspn(start + 2, "0123456789abcdefABCDEF") == 2;
 }
 

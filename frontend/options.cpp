@@ -312,6 +312,7 @@ bool parse_mac(const char* text, uint8_t mac[6]) {
     char* end = nullptr;
     const unsigned long part = std::strtoul(text, &end, 16);
     if (end == text || part > 0xFF) return false;
+    // A 0x without a digit is 0, as scanf has it.
     const bool prefix_alone = end == text + 1 && *text == '0' && (*end == 'x' || *end == 'X');
     mac[i] = static_cast<uint8_t>(part);
     text = prefix_alone ? end + 1 : end;

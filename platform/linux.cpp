@@ -23,7 +23,7 @@ namespace platform {
 
 namespace {
 
-const char HOLDER[] = ": FLOCK  ADVISORY  WRITE ";  // one that waits has an arrow before FLOCK
+const char HOLDER[] = ": FLOCK  ADVISORY  ";  // one that waits has an arrow before FLOCK
 
 }  // namespace
 
@@ -107,7 +107,9 @@ int lock_holder(int handle) {
   while (::fstat(handle, &locked) == 0 && std::fgets(line, sizeof line, locks) != nullptr) {
     char* end = std::strstr(line, HOLDER);
     if (end == nullptr) continue;
-    const unsigned long process = std::strtoul(end + sizeof HOLDER - 1, &end, 10);
+    end += sizeof HOLDER - 1;
+    end += std::strcspn(end, " ");  // READ or WRITE
+    const unsigned long process = std::strtoul(end, &end, 10);
     const auto device_major = static_cast<unsigned>(std::strtoul(end, &end, 16));
     if (*end != ':') continue;
     const auto device_minor = static_cast<unsigned>(std::strtoul(end + 1, &end, 16));

@@ -64,7 +64,7 @@ int lock_ports();
 int lock_try(int handle);
 int lock_holder(int handle);
 // The kernel's list of ports and their owners, as /proc/ioports prints it; null when it has none,
-// or no IPMI driver that could be among the owners.
+// or the driver ipmi_si is not loaded.
 FILE* port_owners();
 // The kernel's lockdown state, as /sys/kernel/security/lockdown prints it; null when it has none.
 FILE* lockdown_state();
