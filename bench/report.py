@@ -146,8 +146,8 @@ def growth_line(found):
     memory = [middle(row)["memory_kib"] for row in images]
     return item(
         f"Memory grows with the records that are read, {per_record:.0f} bytes each, and the log's entries, "
-        f"{per_entry:.0f} bytes each: from {records[0]:,} KiB to {records[-1]:,} and {entries[-1]:,} KiB for 65,535 of "
-        f"them. A firmware image of 1 to {max(row['size'] for row in images)} MiB takes {min(memory):,} to "
+        f"{per_entry:.0f} bytes each: from {records[0]:,} to {records[-1]:,} KiB for 65,535 records, from {entries[0]:,} to "
+        f"{entries[-1]:,} KiB for as many entries (the bytes are fitted to all runs). A firmware image of 1 to {max(row['size'] for row in images)} MiB takes {min(memory):,} to "
         f"{max(memory):,} KiB, whatever its size.")
 
 
