@@ -64,6 +64,7 @@ TEST(Frontend, a_letter_means_what_its_long_name_means_and_a_value_has_any_lengt
   EXPECT_EQ(run("--s").err,
             "qarn: option '--s' is ambiguous; possibilities: '--sdr' '--sp0' '--sp1' '--sp2' "
             "'--sp3' '--sp4' '--save' '--seldump' '--sdrdump'\n");
+  EXPECT_EQ(run("--l").err, "qarn: unrecognized option '--l'\n");
 }
 
 TEST(Frontend, the_identity_line_is_read_from_the_device_id) {
