@@ -90,7 +90,7 @@ void end_by_signal(int number) {
 }
 
 int lock_ports() {
-  return ::open("/dev/port", O_RDONLY | O_CLOEXEC);
+  return ::open("/dev/port", O_RDONLY | O_CLOEXEC | O_NONBLOCK);
 }
 
 int lock_try(int handle) {

@@ -131,6 +131,10 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "qarn-bmc: %s: %s\n", settings.log.c_str(), std::strerror(errno));
     return WRONG_USAGE;
   }
+  if (!settings.state.empty() && !sim::can_keep_state(settings.state)) {
+    std::fprintf(stderr, "qarn-bmc: %s: no state file\n", settings.state.c_str());
+    return WRONG_USAGE;
+  }
   if (!settings.state.empty()) sim::keep_state(settings.state);
   const int listener = listen_on(settings.port);
   if (listener < 0) {

@@ -54,6 +54,7 @@ bool set_fru_size(std::string& value) {
 }
 
 bool keep_state_in(std::string& value) {
+  if (!can_keep_state(value)) return false;
   keep_state(value);
   return true;
 }

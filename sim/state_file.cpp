@@ -1,12 +1,36 @@
 // The state file: a line "name hex" for each of the BMC's contents.
 #include "sim/state_file.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 
 #include "sim/text.h"
 
 namespace sim {
+
+namespace {
+
+bool is_state_line(const std::string& line) {
+  const size_t blank = line.find(' ');
+  Bytes unused;
+  return blank != std::string::npos && parse_hex(line.substr(blank + 1), unused);
+}
+
+}  // namespace
+
+bool can_keep_state(const std::string& path) {
+  std::error_code failed;
+  if (!std::filesystem::exists(path, failed)) return !failed;
+  if (!std::filesystem::is_regular_file(path, failed)) return false;
+  std::ifstream file(path);
+  std::string line;
+  return file && (!std::getline(file, line) || is_state_line(line));
+}
 
 bool load_state(const std::string& path, Bmc& bmc) {
   std::ifstream file(path);
@@ -26,8 +50,9 @@ bool load_state(const std::string& path, Bmc& bmc) {
 bool save_state(const std::string& path, const Bmc& bmc) {
   State state;
   store(bmc, state);
-  const std::string partial = path + ".new";
-  FILE* file = std::fopen(partial.c_str(), "we");
+  std::string partial = path + ".XXXXXX";
+  const int handle = mkostemp(partial.data(), O_CLOEXEC);  // for its owner only: it holds passwords
+  FILE* file = handle < 0 ? nullptr : fdopen(handle, "w");
   if (file == nullptr) return false;
   for (const auto& [name, bytes] : state) {
     const std::string line = name + ' ' + hex_text(bytes, "") + '\n';

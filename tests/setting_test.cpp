@@ -38,7 +38,9 @@ TEST(Setting, one_that_is_not_understood_ends_the_run_and_names_the_part) {
       {"QARN_SIM_KERNEL", "send=5;wait=4"},
       {"QARN_SIM_TARGETS", "2c;100"},
       {"QARN_SIM_FRU_SIZE", "70000"},
-      {"QARN_SIM_CARD_AWAY", "-1"}};
+      {"QARN_SIM_CARD_AWAY", "-1"},
+      {"QARN_SIM_STATE", "/dev/null"},
+      {"QARN_SIM_STATE", file_with("text", "# no state\n")}};
   for (const auto& [name, value] : wrong) {
     const std::string part = value.substr(value.rfind(';') + 1);
     EXPECT_EXIT(configure(name, value), testing::ExitedWithCode(2), name + ": \"" + part + "\"");
