@@ -1,0 +1,42 @@
+// The program of the tests in Python: qarn on the simulated server, with short waits, a limit of
+// file size that can be set, and allocations that fail.
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+
+#include "sim/machine.h"
+#include "textfile/lines.h"
+#include "transport/kcs_intf.h"
+
+int qarn_main(int argc, char** argv);
+
+namespace {
+
+unsigned long number_in(const char* variable, unsigned long otherwise) {
+  const char* value = std::getenv(variable);
+  return value != nullptr ? std::strtoul(value, nullptr, 10) : otherwise;
+}
+
+unsigned long allocations = 0;
+const unsigned long failing = number_in("QARN_TEST_FAILING_ALLOCATION", 0);
+
+}  // namespace
+
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+  return ++allocations == failing ? nullptr : operator new(size);
+}
+
+void* operator new[](size_t size, const std::nothrow_t&) noexcept {
+  return ++allocations == failing ? nullptr : operator new[](size);
+}
+
+int main(int argc, char** argv) {
+  KCS_bounds = {static_cast<unsigned>(number_in("QARN_TEST_POLLS", 20)),
+                static_cast<unsigned>(number_in("QARN_TEST_PASSES", 3))};
+  file_limit = number_in("QARN_TEST_FILE_LIMIT", file_limit);
+  std::atexit([] {
+    if (allocations >= failing && failing != 0) std::fputs("allocation failed\n", stderr);
+  });
+  sim::machine();
+  return qarn_main(argc, argv);
+}
