@@ -108,6 +108,14 @@ def _shown_on(ours, typed):
             typed = typed[1:]
 
 
+def _await_sleep(process):
+    """Returns when the process has slept for a while."""
+    asleep = 0
+    while asleep < 5:
+        time.sleep(0.02)
+        asleep = asleep + 1 if ") S " in content(f"/proc/{process.pid}/stat") else 0
+
+
 def run(line, typed=(), signal=None, **how):
     """A whole run, as start() describes it; `typed` are lines for the terminal, `signal` comes while it waits."""
     ours, other = pty.openpty() if "terminals" in how else (None, None)
@@ -117,7 +125,7 @@ def run(line, typed=(), signal=None, **how):
         os.close(other)
         terminal = _shown_on(ours, typed)
     if signal:
-        time.sleep(0.05)
+        _await_sleep(process)
         process.send_signal(signal)
     try:
         return Run(process.wait(60), terminal)
