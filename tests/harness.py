@@ -87,8 +87,9 @@ def start(line, faults="", stdin="", terminal=None, terminals="", prepare=None, 
     given = [terminal if str(number) in terminals else stream for number, stream in enumerate(streams)]
     values = settings | dict(FAULTS=faults, LOG="../log", STATE="../state") | values
     variables = {f"QARN_{'' if re.match('SIM|TEST_', name) else 'SIM_'}{name}": str(values[name]) for name in values}
-    process = subprocess.Popen([program, *line.split(" ")] if line else [program], stdin=given[0], stdout=given[1],
-                               stderr=given[2], preexec_fn=prepare, env=os.environ | variables)
+    words = line.split(" ") if line else []
+    process = subprocess.Popen(["qarn", *words], executable=program, stdin=given[0], stdout=given[1], stderr=given[2],
+                               preexec_fn=prepare, env=os.environ | variables)
     for stream in streams:
         stream.close()
     return process

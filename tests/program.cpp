@@ -1,5 +1,6 @@
 // The program of the tests in Python: qarn on the simulated server, with short waits, a limit of
-// file size that can be set, and allocations that fail.
+// file size that can be set, and allocations that fail. A run that ends with the kernel's device
+// open has a status of its own.
 #include <cstdio>
 #include <cstdlib>
 #include <new>
@@ -11,6 +12,8 @@
 int qarn_main(int argc, char** argv);
 
 namespace {
+
+constexpr int DEVICE_LEFT_OPEN = 99;
 
 unsigned long number_in(const char* variable, unsigned long otherwise) {
   const char* value = std::getenv(variable);
@@ -38,5 +41,6 @@ int main(int argc, char** argv) {
     if (allocations >= failing && failing != 0) std::fputs("allocation failed\n", stderr);
   });
   sim::machine();
-  return qarn_main(argc, argv);
+  const int status = qarn_main(argc, argv);
+  return sim::machine().device_is_open ? DEVICE_LEFT_OPEN : status;
 }

@@ -1,0 +1,24 @@
+"""The simulated server as environment variables describe it."""
+
+from harness import run, write
+
+
+def test_each_setting_reaches_the_run():
+    # Those that are left out here are used by the tests of what they change.
+    for line, shows, setting in (("-d", "KCS_INIT error", {"SIM": "none"}),
+                                 ("-d", "get Device ID failed", {"FAULTS": "refuse cmd=01 value=c3"}),
+                                 ("--wfru dump", "checksum error", {"FRU_READ_LIMIT": 4}),
+                                 ("--debug --wfru dump", "20 2c 10 00 10 00", {"FRU_SIZE": 16}),
+                                 ("--save dump", "Cannot enter downloader", {"CARD_CODE": "OTHERONE"})):
+        assert shows in run(line, STATE="", **setting).out
+
+
+def test_a_setting_that_is_not_understood_ends_the_run_and_its_part_is_named():
+    for name, value in (("QARN_SIM", "blade"), ("QARN_SIM_FAULTS", "refuse cmd=01;explode"),
+                        ("QARN_SIM_INTERFACES", "lo0,00:00:00:00:00:00;eth0"), ("QARN_SIM_PORTS", "ca3,ca2;ca8"),
+                        ("QARN_SIM_LAN", "3=0a000001;300=01"), ("QARN_SIM_KERNEL", "send=5;wait=4"),
+                        ("QARN_SIM_TARGETS", "2c;100"), ("QARN_SIM_FRU_SIZE", "70000"), ("QARN_SIM_CARD_AWAY", "-1"),
+                        ("QARN_SIM_STATE", "/dev/null"), ("QARN_SIM_STATE", write("text", "# no state\n"))):
+        seen = run("-d", **{name.removeprefix("QARN_").removeprefix("SIM_"): value})
+        part = value.split(";")[-1]
+        assert (seen.told, seen.out) == (f'{name}: "{part}" is not understood\n2', "")
