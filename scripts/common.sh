@@ -7,7 +7,7 @@ logs=$root/build/logs
 BUILD_PACKAGES=(g++ cmake ninja-build)
 TEST_PACKAGES=(
   "${BUILD_PACKAGES[@]}" python3
-  libgtest-dev libgmock-dev libbenchmark-dev python3-pytest # tests and benchmarks
+  libgtest-dev libgmock-dev libbenchmark-dev python3-pytest python3-pytest-xdist # tests and benchmarks
   clang clang-format clang-tidy cppcheck mandoc # checks of source and manual
   srecord ipmitool ipmiutil xxd                 # second opinions on files, the cookbook's other tools
   g++-aarch64-linux-gnu qemu-user-static        # a processor without I/O ports

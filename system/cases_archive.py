@@ -1,13 +1,17 @@
 """The archive for rescue systems, unpacked and used where nothing else is."""
 
+import pytest
 from cases_front import BANNER, OURS, PEER, identity
 from machine import qemu_bmc
 
 SUMMED = "COPYRIGHT", "GPL-3", "LGPL-2.1", "formats.md", "qarn", "qarn.8", "qarn.txt", "util.dat"
 
 
-def rescue_archive(checks):
+def test_rescue_archive(checks):
     """Its checksums are right, and its program needs no library of the system, on both paths."""
+    if not checks.archive:
+        pytest.skip("no archive is given")
+
     def answer(seen):
         return identity(seen) + "response is 1C " + seen["peer"].upper()
 

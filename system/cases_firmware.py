@@ -10,7 +10,7 @@ START, SIZE = 0x4000, 0x10000  # of the simulated card's flash, which ends with 
 ENDED = "OK\nreset and wait\nExit Downloader......OK\n"
 
 
-def save_update_verify(checks):
+def test_save_update_verify(checks):
     """Over the kernel's driver every BMC is taken for the card, whatever its ports. The flash is written in portions
     of 4096 bytes: bytes that are missing in the image or at its end are erased."""
     content = random.Random(7).randbytes(5000)

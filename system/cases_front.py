@@ -20,7 +20,7 @@ def identity(seen):
                      f"Vendor ID: {field['Manufacturer ID']}\tPdt ID: {field['Product ID']}\n")
 
 
-def qemu_on_second_pair(checks):
+def test_qemu_on_second_pair(checks):
     """With statuses; FreeIPMI shows the same bytes."""
     checks.guest(qemu_bmc(**OURS), [
         ("not root", f"su nobody -c '{SHOW}'", BANNER + 3 * NO_RIGHT + "KCS_INIT error\nstatus 255\n"),
@@ -35,13 +35,13 @@ def qemu_on_second_pair(checks):
     ])
 
 
-def other_machines(checks):
+def test_other_machines(checks):
     """A BMC at the last pair of ports that is tried; none at all."""
     checks.guest(qemu_bmc(**OURS), [*both_paths(("identity", "timeout 2 " + SHOW, identity)), PEER], port=0xCA8)
     checks.guest((), [("no interface", SHOW, BANNER + "KCS_INIT error\nstatus 255\n")])
 
 
-def users_and_passwords(checks):
+def test_users_and_passwords(checks):
     def users(seen):
         names = {int(line[:4]): line[4:20].strip() for line in seen["list"].splitlines() if line[:1].isdigit()}
         shown = "".join(f"User ID {n}\t:\t\t{names.get(n) or 'NULL'}\n" for n in range(1, 6))
@@ -59,7 +59,7 @@ def users_and_passwords(checks):
         ])
 
 
-def passwords_are_forgotten(checks):
+def test_passwords_are_forgotten(checks):
     """While a run that has set passwords waits for the other end of a FIFO, other users cannot see them among its
     arguments, and its memory has none."""
     look = """mkfifo fifo; rm -f said; qarn ARGUMENTS --cfg fifo <lines >said 2>&1 & qarn=$!; until grep -qs Rev: said; do usleep 9000; done; sleep 1
@@ -73,7 +73,7 @@ esac; done <maps >memory; grep -c Rev: memory; grep -c -e passw -e w0rd memory; 
         checks.guest(bmc, [("lines", "echo passw0rd1 >lines; echo passw0rd4 >>lines", ""), *both_paths(*looks)])
 
 
-def long_waits_are_shown(checks):
+def test_long_waits_are_shown(checks):
     """On the console, after a line that has not ended, and gone when the answer is there. The virtual machine answers
     for a BMC that takes more than 4 seconds."""
     shown = "head -c 80 /dev/vcs1 | sed 's/ *$//'; echo"
@@ -84,7 +84,7 @@ def long_waits_are_shown(checks):
                                                      "in a line...\n")))
 
 
-def scripts(checks):
+def test_scripts(checks):
     """On the KCS path a request for another controller is bridged: its answer carries the LUN it was sent from, 2."""
     def answers(head, peer):
         return lambda seen: identity(seen) + (f"send: 20 18 01 \nrecv: 20 1C 01 00{seen['bmc']}\n\n"

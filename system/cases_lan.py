@@ -22,7 +22,7 @@ def as_shown(lan_print):
                 "Enable" if said["IP Address Source"].startswith("DHCP") else "Disable")
 
 
-def settings(checks):
+def test_settings(checks):
     """Set over either path, shown over the same and by the peer."""
     rows = []
     for qarn, values in (("qarn", ONE), ("qarn --open", OTHER)):
@@ -39,7 +39,7 @@ def settings(checks):
         checks.guest(bmc, rows)
 
 
-def host_address(checks):
+def test_host_address(checks):
     """-a takes over the address of the card with the BMC's MAC address, when there is one, and when it has one."""
     show = "qarn -a -d | tail -n +3"
     first, taken = (ONE | dict(mac=MAC, ip=ip) for ip in (ONE["ip"], "10.4.5.6"))

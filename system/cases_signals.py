@@ -20,7 +20,7 @@ def signalled(words, signal, delay):
     return text.replace("SIGNAL", signal).replace("STATUS", str(SIGNALS[signal]))
 
 
-def at_random_moments(checks):
+def test_at_random_moments(checks):
     """A run that a signal ends has ended by it, or had already ended; records are whole afterwards, or, where the erase
     had not begun, as they were. Each run that follows is a plain one and must succeed."""
     picks = random.Random(12)
@@ -40,7 +40,7 @@ def at_random_moments(checks):
         checks.guest(bmc, rows)
 
 
-def during_firmware_actions(checks):
+def test_during_firmware_actions(checks):
     """The card is back in normal operation after each of them; an update goes to its end, the others leave no file."""
     ended = "reset and wait\nExit Downloader......OK\n"
     rows = [("load", "load", ""), ("save", "qarn --open --save old >said; tail -n 1 said", "Exit Downloader......OK\n")]
@@ -54,7 +54,7 @@ def during_firmware_actions(checks):
         checks.guest(bmc, rows)
 
 
-def one_at_a_time(checks):
+def test_one_at_a_time(checks):
     """A run waits for the one before it, on the ports and on the kernel's device; ports that the kernel's driver has
     are said to be its own, and another program's lock is waited for too."""
     two = ("qarn PATH --cfg many >b 2>&1 & qarn PATH --cfg many >c 2>&1; status=$?; wait; echo $status; "

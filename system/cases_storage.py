@@ -123,7 +123,7 @@ def check_all(checks, bmc, entries, failure, before=(), after=(), files=()):
         ("write", WRITE, "writing SDR......\n" + failure)], files=files)
 
 
-def all_of_qemu(checks):
+def test_all_of_qemu(checks):
     """The log from empty to full, filled by a script; an edited file that comes with the program; a device with a wrong
     byte, of which there is no dump. QEMU refuses every whole record it should add."""
     entries = [entry(number) for number in range(128)]  # as many as it holds
@@ -143,14 +143,14 @@ def all_of_qemu(checks):
     ], {"work/sample": sample, "work/fill": script})
 
 
-def all_of_independent_simulator(checks):
+def test_all_of_independent_simulator(checks):
     """It dies when it is asked for the state of an erase."""
     entries = [entry(number) for number in range(300)]
     with ipmi_sim(RECORDS, OTHER, entries) as bmc:
         check_all(checks, bmc, entries, "Clear SDR Fail\n")
 
 
-def writing(checks):
+def test_writing(checks):
     """Written over KCS from the binary form; dumped, edited and written back with --open, each record by its own ID."""
     # a heading of 16 bytes, then each record with a mark and the length of the whole
     binary = bytes(16) + b"".join(b"Z" + bytes([len(record) + 2]) + record for record in RECORDS)
@@ -164,7 +164,7 @@ def writing(checks):
                 peer_reads("renamed", "sdr dump", renamed, records_in, 2)], files={"work/our.dat": binary})
 
 
-def exact_inventories(checks):
+def test_exact_inventories(checks):
     """Two dozen devices of other origin, dumped and written back exactly: ipmitool and ipmi-fru say the same before and
     after of each."""
     peers = "(ipmitool fru print 0; ipmi-fru -D OPENIPMI --device-id=0 --ignore-sdr-cache)"

@@ -87,7 +87,7 @@ class Run:
         self.told = f"{self.err}{self.status}"
 
 
-def start(line, faults="", stdin="", terminal=None, terminals="", prepare=None, **values):
+def start(line, faults="", stdin="", terminal=None, terminals="", prepare=None, program=PROGRAM, **values):
     """Begins "qarn LINE", whose words are separated by blanks; gives the process. `faults` are in the words of
     sim/faults.h; `stdin` is a text; `terminals` are the streams that go to the terminal, "2" is standard error;
     `prepare` is what the process does before it is qarn; `values` are settings for this run alone."""
@@ -97,7 +97,7 @@ def start(line, faults="", stdin="", terminal=None, terminals="", prepare=None, 
     given = [terminal if str(number) in terminals else stream for number, stream in enumerate(streams)]
     values = settings | dict(FAULTS=faults, LOG="../log", STATE="../state") | values
     variables = {f"QARN_{'' if re.match('SIM|TEST_', name) else 'SIM_'}{name}": str(values[name]) for name in values}
-    process = subprocess.Popen([PROGRAM, *line.split(" ")] if line else [PROGRAM], stdin=given[0], stdout=given[1],
+    process = subprocess.Popen([program, *line.split(" ")] if line else [program], stdin=given[0], stdout=given[1],
                                stderr=given[2], preexec_fn=prepare, env=os.environ | variables)
     for stream in streams:
         stream.close()
@@ -118,6 +118,14 @@ def _shown_on(ours, typed):
             typed = typed[1:]
 
 
+def _await_sleep(process):
+    """Returns when the process has slept for a while."""
+    asleep = 0
+    while asleep < 5:
+        time.sleep(0.02)
+        asleep = asleep + 1 if ") S " in content(f"/proc/{process.pid}/stat") else 0
+
+
 def run(line, typed=(), signal=None, **how):
     """A whole run, as start() describes it; `typed` are lines for the terminal, `signal` comes while it waits."""
     ours, other = pty.openpty() if "terminals" in how else (None, None)
@@ -127,7 +135,7 @@ def run(line, typed=(), signal=None, **how):
         os.close(other)
         terminal = _shown_on(ours, typed)
     if signal:
-        time.sleep(0.05)
+        _await_sleep(process)
         process.send_signal(signal)
     try:
         return Run(process.wait(60), terminal)

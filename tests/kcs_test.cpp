@@ -1,4 +1,4 @@
-// The KCS port driver against the BMC's side of the interface.
+// The KCS port driver and its messages, against the BMC's side of the interface.
 #include "transport/kcs_intf.h"
 
 #include <algorithm>
@@ -7,6 +7,7 @@
 #include "tests/harness.h"
 #include "transport/bmc.h"
 #include "transport/ipmi.h"
+#include "transport/transaction.h"
 
 namespace {
 
@@ -122,6 +123,43 @@ TEST_F(Kcs, an_abort_ends_with_a_wait_that_fails_or_after_five_attempts) {
     EXPECT_EQ(KCS_Intf_Init(COMMAND, DATA, 0), attempts < 4 ? KCS_TIMEOUT : KCS_ABORT_FAILED);
   }
   EXPECT_EQ(sim::transcript(), repeated(5, "sleep 200000\n"));
+}
+
+const Bytes DEVICE_ID = {0x20, 0x18, 0x01};
+const Bytes TARGET = {0x2C, 0x1A, 0x46, 0x02};
+
+TEST(Message, each_step_gives_up_after_its_own_number_of_attempts) {
+  Response response;
+  // IBF never clears after the stream's beginning, so each operation and each re-initialisation
+  // pokes once.
+  constexpr char IBF = 0x02, ATTENTION = 0x04, READING = 0x40, WRITING = '\x80';
+  const auto pokes = [](std::string stream, int status, const auto& step) {
+    sim::reset(sim::Kind::card);
+    stream.resize(5000, static_cast<char>(status));
+    machine().port_stream.assign(stream.begin(), stream.end());
+    console_of([&] { EXPECT_EQ(step(), -1); });
+    return std::ranges::count(sim::transcript(), 'k');
+  };
+  const auto init = [] { return Init_Interface("KCS", 0xCAC, 0xCA8, 0); };
+  const auto direct = [] { return Send_Req(DEVICE_ID.data(), 3); };
+  const auto bridged = [] { return Send_Req(TARGET.data(), 4); };
+  const auto receive = [&] { return Get_Resp(response.bytes, &response.length); };
+  const std::string written = std::string(16, WRITING | ATTENTION) + char{READING | ATTENTION};
+  EXPECT_EQ(pokes("", WRITING | IBF, init), 5);
+  EXPECT_EQ(pokes("", WRITING | IBF, direct), 2 * 3);
+  EXPECT_EQ(pokes("", WRITING | IBF | ATTENTION, bridged), 2 * 4);
+  EXPECT_EQ(pokes(written, READING | IBF | ATTENTION, bridged), 2 * 4);
+  EXPECT_EQ(pokes("", WRITING | IBF, receive), 2 * 3);
+}
+
+TEST(Message, is_not_sent_without_a_command_or_over_another_interface_and_not_read_past_its_end) {
+  for (const char* name : {"BT", "kcs"}) EXPECT_EQ(Init_Interface(name, 0xCAC, 0xCA8, 0), -1);
+  Response response;
+  EXPECT_FALSE(exchange({Bytes{0x2C, 0x1A}}, &response));
+  EXPECT_EQ(sim::transcript(), "");
+  response.length = 6;
+  EXPECT_TRUE(response_part(response, RESPONSE_DATA, 2).data() == response.bytes + RESPONSE_DATA);
+  EXPECT_TRUE(response_part(response, 4, 3).empty() && response_part(response, ~0U, 2).empty());
 }
 
 }  // namespace
