@@ -46,6 +46,16 @@ def hold(changes):
     write("../state", "".join(f"{name} {value.hex()}\n" for name, value in state.items()))
 
 
+def sensor_record(number, body=b"", kind=0xC0):
+    """A sensor record with this ID."""
+    return number.to_bytes(2, "little") + bytes((0x51, kind, len(body))) + body
+
+
+def hold_records(*bodies, kind=0xC0):
+    """Has the BMC hold sensor records of this type with these bodies, and IDs from 1 on."""
+    hold({"sdr.records": b"".join(sensor_record(number, body, kind) for number, body in enumerate(bodies, 1))})
+
+
 def write(name, text):
     """Writes a file of this text or these bytes; returns its name."""
     Path(name).write_bytes(text if isinstance(text, bytes) else text.encode("latin-1"))
