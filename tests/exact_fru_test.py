@@ -34,19 +34,17 @@ def any_records(random):
 
 def any_device(random):
     """A device with any areas in any order and gaps of any bytes; and the same device with erased gaps."""
-    sizes = (8 + random.randrange(301), 64 + random.randrange(1001), 2048 + random.randrange(2001))
-    size = 0xFFFF if random.randrange(41) == 0 else random.choice(sizes)
-    device, offsets, at = bytearray(random.randbytes(size)), [0] * 5, 8
-    erased = bytearray(size * b"\xFF")
+    least, more = random.choice((*13 * ((8, 300), (64, 1000), (2048, 2000)), (0xFFFF, 0)))
+    size = least + random.randint(0, more)
+    device, erased, offsets, at = bytearray(random.randbytes(size)), bytearray(size * b"\xFF"), [0] * 5, 8
     areas = [random.randbytes(2 + random.randrange(41)), any_area(random, 1, 2), any_area(random, 4, 5),
              any_area(random, 1, 7), any_records(random)]
     for part in random.sample(range(5), 5):
         at = (at + 7) // 8 * 8 + random.choice((0, 0, 8 * random.randrange(4)))
-        if random.randrange(4) == 0 or at // 8 > 255 or at + len(areas[part]) > size:
-            continue
-        offsets[part] = at // 8
-        device[at:at + len(areas[part])] = erased[at:at + len(areas[part])] = areas[part]
-        at += len(areas[part])
+        end = at + len(areas[part])
+        if random.randrange(4) > 0 and at // 8 <= 255 and end <= size:
+            device[at:end] = erased[at:end] = areas[part]
+            offsets[part], at = at // 8, end
     device[:8] = erased[:8] = header(*offsets, random.choice((0, 0, random.randrange(256))), random.randrange(256))
     if offsets[0]:  # an internal use area goes on up to the next one
         end = min([offset * 8 for offset in offsets if offset > offsets[0]] + [size])
@@ -56,20 +54,20 @@ def any_device(random):
 
 def test_an_exact_dump_that_is_written_back_changes_no_byte_of_any_device():
     for first in range(0, GENERATED, 127):
-        text, before, after = "_FRU\n", {}, {}
+        text, state, after = "_FRU\n", "", {}
         devices = [any_device(Random(seed)) for seed in range(first, min(first + 127, GENERATED))]
         devices.append((bytes(9), bytes(8) + b"\xFF"))  # a header of zeros
         for number, (device, erased) in enumerate(devices):
             serve(device, FRU_PAST_END="no")
             assert run("--open --strict --exact --wfru dump").told == "0", first + number
             for unit, old, new in ((2 * number, device, device), (2 * number + 1, len(device) * b"\xFF", erased)):
-                before[f"fru.{unit:02X}"], after[f"fru.{unit:02X}"] = old, new
+                state += f"fru.{unit:02X} {old.hex()}\n"
+                after[f"fru.{unit:02X}"] = new
                 text += content("dump").removeprefix("_FRU\n").replace("_DEV_ID 00", f"_DEV_ID {unit:02X}", 1)
         fresh("plain")
-        write("../state", "".join(f"{name} {old.hex()}\n" for name, old in before.items()))
+        write("../state", state)
         assert run("--open --strict --exact --fru " + write("all", text)).told == "0"
-        state = held()
-        assert [(first, name) for name, new in after.items() if state[name] != new] == []
+        assert [(first, name) for name, new in held().items() if new != after.get(name, new)] == []
 
 
 def updated(device, text, options="--strict --exact"):
@@ -82,9 +80,9 @@ def edited(device, old, new, options="--strict --exact"):
     """The same with the text that is dumped exactly, after one change."""
     serve(device, FRU_PAST_END="no")
     run("--exact --wfru dump")
-    text = content("dump")
-    assert old in text
-    return updated(device, text.replace(old, new, 1), options)
+    text = content("dump").replace(old, new, 1)
+    assert new in text
+    return updated(device, text, options)
 
 
 BOARD = area(b"\0\1\2\3", (b"Maker", b"Fan '1'", b"S", b"", b""), units=4)
@@ -144,7 +142,8 @@ def test_an_area_that_outgrows_its_place_moves_those_after_it_and_says_so():
 def test_a_field_whose_length_does_not_fit_its_text_is_refused_with_the_line():
     # The last one swallows the next line, though no text follows.
     for before, old, new, line in (
-            (three_areas(), "'PN'23'4'", "'PN'23'4567'", "line 22: "), (three_areas(), "'Maker'", "'Make'", "line 37: "),
+            (three_areas(), "'PN'23'4'", "'PN'23'4567'", "line 22: "),
+            (three_areas(), "'Maker'", "'Make'", "line 37: "),
             (image_of(chassis=area(b"\x17", (b"A", b"X0001", b"", b""))), "'X0001'", "'X00'",
              "line 22: a field's length does not fit its text")):
         seen, device = edited(before, old, new, "--exact")
@@ -176,8 +175,8 @@ def test_a_text_without_a_checksum_or_a_header_gets_them():
     for sections, told, made in (
             ("_SEE_COMMON\n01 00 01 00 00 00 00 FE\n_SEE_CHASSIS\n01 02 17\nC4 'CP-1'\nC6 'CS1234'\nC1\n", "0",
              image_of(chassis=area(b"\x17", (b"CP-1", b"CS1234")))),
-            ("_SEE_CHASSIS\n01 01 17\nC1 'A'\nC0\nC1\n00\n", "qarn: inventory device 0: the chassis area is put at 8\n0",
-             image_of(chassis=area(b"\x17", (b"A", b""))))):
+            ("_SEE_CHASSIS\n01 01 17\nC1 'A'\nC0\nC1\n00\n",
+             "qarn: inventory device 0: the chassis area is put at 8\n0", image_of(chassis=area(b"\x17", (b"A", b""))))):
         seen, device = updated(len(made) * b"\xFF", "_FRU\n_DEV_ID 00\n" + sections)
         assert (seen.told, device) == (told, made)
 
@@ -186,9 +185,9 @@ def test_a_broken_device_is_not_dumped_and_its_place_is_named():
     records = image_of(records=record(2, 2, b"\1\2\3") + record(3, 0x82, b"\4"))
     sums = "its bytes sum up to 01, not 00"
     for sound, at, plain, exact in (
-            (three_areas(), 7, "common header at 0: " + sums, ""), (three_areas(), 30, "board area at 24: " + sums, ""),
-            (three_areas(), 65, "product area at 64: ", ""), (records, 8, "multi-record area at 8: " + sums, ""),
-            (records, 16, "multi-record area at 16: " + sums, ""),
+            (three_areas(), 7, "common header at 0: " + sums, ""),
+            (three_areas(), 30, "board area at 24: " + sums, ""), (three_areas(), 65, "product area at 64: ", ""),
+            (records, 8, "multi-record area at 8: " + sums, ""), (records, 16, "multi-record area at 16: " + sums, ""),
             (records, 21, "multi-record area at 16: the checksum of its bytes is ", "multi-record area at 21: " + sums)):
         serve(sound[:at] + bytes([sound[at] + 1 & 0xFF]) + sound[at + 1:], FRU_PAST_END="no")
         for option, place in (("", plain), ("--exact ", exact or plain)):
@@ -213,9 +212,8 @@ FRU 0: the format byte of an area or a record is not kept; use --exact
 FRU 0: multi-record area: its first record is of type 00; use --exact""", to_people=True)
     assert content("plain").startswith("_FRU\n"), "the file is written"
     assert run("--strict --exact --wfru exact").told == "0"
-    too_long = 7 * record(2, 2, 255 * b"\1") + record(2, 0x82, 224 * b"\1")  # by one byte
-    serve(image_of(records=too_long))
-    expect_told("--wfru plain", "FRU 0: multi-record area: it is too long to be read back; use --exact", to_people=True)
+    serve(image_of(records=7 * record(2, 2, 255 * b"\1") + record(2, 0x82, 224 * b"\1")))  # one byte too long
+    expect_told("--wfru long", "FRU 0: multi-record area: it is too long to be read back; use --exact", to_people=True)
 
 
 def test_fields_that_end_early_and_areas_at_the_very_end_can_be_read():

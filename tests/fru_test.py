@@ -26,7 +26,6 @@ def qarn(line, **how):
 
 
 def updated(text):
-    """A run that writes this text to the BMC."""
     return qarn("--fru " + write("new", text))
 
 
@@ -66,9 +65,8 @@ def full_image(*codes):
 
 
 def test_every_area_field_and_record_survives_dump_and_update():
-    # The greatest length of an area, no byte is left for padding.
     greatest = image_of(product=area(b"\0", [*7 * [b""], *31 * [63 * b"x"], 43 * b"y"]))
-    assert len(greatest) == 8 + 255 * 8
+    assert len(greatest) == 8 + 255 * 8, "no byte is left for padding"
     for image, rebuilt in ((full_image(0, 1, 2, 3), full_image(3)), (greatest, greatest)):
         serve(image)
         text = dumped()
@@ -83,8 +81,8 @@ def test_each_block_is_written_to_its_own_device():
     serve(size=64)
     hold({"fru.07": bytes(64)})
     assert updated(
-        "_fru_title 'replaced'\n_FRU_TITLE 'one'\n_data_len 01 02 00 03\n_dev_id 07\n_BUS_ID 0A\n_ACCESS_LUN 3\nnothing\n"
-        "_see_common // the pad is kept\n 01 FF FF FF FF FF 5A FF\n_SEE_BOARD\n01 00\n"
+        "_fru_title 'replaced'\n_FRU_TITLE 'one'\n_data_len 01 02 00 03\n_dev_id 07\n_BUS_ID 0A\n_ACCESS_LUN 3\n"
+        "nothing\n_see_common // the pad is kept\n 01 FF FF FF FF FF 5A FF\n_SEE_BOARD\n01 00\n"
         "_SEE_COMMON\n09\n"  # too late: bytes of the board area
         "_FRU_TITLE 'two'\n_DEV_ID 00\n_SEE_COMMON\n 02 00 00 00 00 00 00 00") == (
         UPDATED + "28 10 07\n28 12 07 00 00 01 00 00 00 00 00 5A A5\n28 10 00\n28 12 00 00 00 02 00 00 00 00 00 00 FE\n"
@@ -92,8 +90,7 @@ def test_each_block_is_written_to_its_own_device():
 
 
 def test_lengths_padding_offsets_and_end_bits_come_out_right():
-    nothing, internal = header(), header(internal=1)
-    no_texts = 5 * (b"",)
+    nothing, internal, no_texts = header(), header(internal=1), 5 * (b"",)
     for section, image in (
             ("_SEE_INTERNAL\n05\n", nothing),
             ("_SEE_INTERNAL\n05 AA", internal + b"\5\xAA\0\0\0\0\0\0"),
@@ -197,9 +194,8 @@ def test_what_does_not_fit_is_not_written_and_a_refused_write_is_the_last():
     last = "_SEE_MULTIREC\n01 80 00 00 00\n"  # begins in unit 255 at most
     serve(size=4096)
     assert updated(BLOCK + product(35) + last).startswith(UPDATED)
-    two = BLOCK + "_SEE_COMMON\n_FRU_TITLE 'two'\n_DEV_ID 01\n"
-    for text in (BLOCK + product(36) + last, BLOCK + product(44), two + product(44)):
-        assert updated(text) == NOT_UPDATED + "status 1"
+    for text in (product(36) + last, product(44), "_SEE_COMMON\n_FRU_TITLE 'two'\n_DEV_ID 01\n" + product(44)):
+        assert updated(BLOCK + text) == NOT_UPDATED + "status 1"
     serve(size=91)
     assert updated(DUMP) == NOT_UPDATED + "28 10 00\nstatus 1"
     hold({"fru.00": None, "fru.01": bytes(92)})
