@@ -174,21 +174,21 @@ def test_a_text_that_cannot_be_a_device_is_refused_before_anything_is_written():
 def test_a_text_without_a_checksum_or_a_header_gets_them():
     for sections, told, made in (
             ("_SEE_COMMON\n01 00 01 00 00 00 00 FE\n_SEE_CHASSIS\n01 02 17\nC4 'CP-1'\nC6 'CS1234'\nC1\n", "0",
-             image_of(chassis=area(b"\x17", (b"CP-1", b"CS1234")))),
+             image_of(b"", area(b"\x17", (b"CP-1", b"CS1234")))),
             ("_SEE_CHASSIS\n01 01 17\nC1 'A'\nC0\nC1\n00\n",
-             "qarn: inventory device 0: the chassis area is put at 8\n0", image_of(chassis=area(b"\x17", (b"A", b""))))):
+             "qarn: inventory device 0: the chassis area is put at 8\n0", image_of(b"", area(b"\x17", (b"A", b""))))):
         seen, device = updated(len(made) * b"\xFF", "_FRU\n_DEV_ID 00\n" + sections)
         assert (seen.told, device) == (told, made)
 
 
 def test_a_broken_device_is_not_dumped_and_its_place_is_named():
-    records = image_of(records=record(2, 2, b"\1\2\3") + record(3, 0x82, b"\4"))
+    two = image_of(records=record(2, 2, b"\1\2\3") + record(3, 0x82, b"\4"))
     sums = "its bytes sum up to 01, not 00"
     for sound, at, plain, exact in (
             (three_areas(), 7, "common header at 0: " + sums, ""),
             (three_areas(), 30, "board area at 24: " + sums, ""), (three_areas(), 65, "product area at 64: ", ""),
-            (records, 8, "multi-record area at 8: " + sums, ""), (records, 16, "multi-record area at 16: " + sums, ""),
-            (records, 21, "multi-record area at 16: the checksum of its bytes is ", "multi-record area at 21: " + sums)):
+            (two, 8, "multi-record area at 8: " + sums, ""), (two, 16, "multi-record area at 16: " + sums, ""),
+            (two, 21, "multi-record area at 16: the checksum of its bytes is ", "multi-record area at 21: " + sums)):
         serve(sound[:at] + bytes([sound[at] + 1 & 0xFF]) + sound[at + 1:], FRU_PAST_END="no")
         for option, place in (("", plain), ("--exact ", exact or plain)):
             seen = run(f"--strict {option}--wfru wrong")

@@ -16,7 +16,7 @@ DUMP = (
     "   C1\n   BE\n\n_SEE_BOARD\n   01\n   05\n   19\n   80 1A 9B\n   C5\n   'Maker'\n   C5\n   'Board'\n   C5\n"
     "   'B0001'\n   C5\n   'P-100'\n   C0\n   C1\n   2E\n\n_SEE_PRODUCT\n   01\n   00\n   00\n   C0\n   C0\n   C0\n"
     "   C0\n   C0\n   C0\n   C0\n   C1\n   00\n\n_SEE_MULTIREC\n\n   01\n   02\n   00\n   00\n   8D     // header "
-    "checksum\n\n   C0\n   82\n   0A\n   7C\n   C8     // header checksum\n\n   5A 5A 5A 5A 5A 5A 5A 5A\n   5A 5A")
+    "checksum\n\n   C0\n   82\n   0B\n   22\n   21     // header checksum\n\n   5A 5A 5A 5A 5A 5A 5A 5A\n   5A 5A 5A")
 
 
 def qarn(line, **how):
@@ -40,17 +40,17 @@ def test_a_device_is_read_area_by_area_dumped_as_text_and_written_back_by_sixtee
     areas = area(b"\x17", (b"CP-1", b"CS123", b""))
     areas += area(b"\x19\x80\x1A\x9B", (b"Maker", b"Board", b"B0001", b"P-100", b""))
     serve(header(form=0xF1, internal=1, chassis=1, board=4, records=9) + areas + record(1, 0x72, b"") +
-          record(0xC0, 0xF2, 10 * b"\x5A"))
+          record(0xC0, 0xF2, 11 * b"\x5A"))
     reads = ("00 00 08", "08 00 10", "08 00 10", "18 00 08", "20 00 10", "20 00 10", "30 00 10", "40 00 08", "48 00 10",
-             "48 00 05", "4D 00 10", "4D 00 0F")
+             "48 00 05", "4D 00 10", "4D 00 10", "5D 00 00")
     # Device 0 is read even if it does not answer the probe.
     assert qarn("--wfru dump", faults="refuse cmd=10 value=c1") == (
         "reading FRU......\nwriting file......ok\n28 10 00\n" + "".join(f"28 11 00 {read}\n" for read in reads) +
         "status 0")
     assert content("dump") == DUMP
-    serve(size=92)
-    image = header(chassis=1, board=4, records=9) + areas + record(1, 2, b"") + record(0xC0, 0x82, 10 * b"\x5A")
-    writes = (f"28 12 00 {at:02X} 00 {image[at:at + 16].hex(' ').upper()}\n" for at in range(0, 92, 16))
+    serve(size=93)
+    image = header(chassis=1, board=4, records=9) + areas + record(1, 2, b"") + record(0xC0, 0x82, 11 * b"\x5A")
+    writes = (f"28 12 00 {at:02X} 00 {image[at:at + 16].hex(' ').upper()}\n" for at in range(0, 93, 16))
     assert updated(DUMP) == UPDATED + "28 10 00\n" + "".join(writes) + "status 0"
 
 
@@ -196,9 +196,9 @@ def test_what_does_not_fit_is_not_written_and_a_refused_write_is_the_last():
     assert updated(BLOCK + product(35) + last).startswith(UPDATED)
     for text in (product(36) + last, product(44), "_SEE_COMMON\n_FRU_TITLE 'two'\n_DEV_ID 01\n" + product(44)):
         assert updated(BLOCK + text) == NOT_UPDATED + "status 1"
-    serve(size=91)
+    serve(size=92)
     assert updated(DUMP) == NOT_UPDATED + "28 10 00\nstatus 1"
-    hold({"fru.00": None, "fru.01": bytes(92)})
+    hold({"fru.00": None, "fru.01": bytes(93)})
     assert updated(DUMP) == NOT_UPDATED + "28 10 00\nstatus 1"
-    serve(size=92, FRU_PROTECTED=0x28)
+    serve(size=93, FRU_PROTECTED=0x28)
     assert updated(DUMP).partition("28 12 00 20 00 ")[2].count("\n") == 1
