@@ -8,7 +8,6 @@
 #include <string>
 
 #include "bench/paths.h"
-#include "tests/fru_images.h"
 
 namespace {
 
@@ -20,9 +19,15 @@ std::span<const uint8_t> area_of(const sim::Bytes& image) {
 // A header and a product area of 2032 bytes, 2040 bytes in all: 31 longest fields and one that
 // fills the area.
 sim::Bytes large_image() {
-  std::vector<std::string> fields(31, std::string(FRU_TEXT_LIMIT, 'x'));
-  fields.emplace_back(42, 'x');
-  return image_of({{}, {}, area({0}, fields)});
+  sim::Bytes image = {1, 0, 0, 0, 1, 0, 0, 0xFE, 1, 254, 0};
+  for (unsigned field = 0; field < 32; field++) {
+    const size_t length = field < 31 ? FRU_TEXT_LIMIT : 42;
+    image.push_back(static_cast<uint8_t>(0xC0 | length));
+    image.insert(image.end(), length, 'x');
+  }
+  image.push_back(0xC1);
+  image.push_back(GetChecksum(area_of(image)));
+  return image;
 }
 
 std::string scratch(const char* name) {

@@ -2,9 +2,13 @@
 
 import itertools
 import re
+import sys
 from pathlib import Path
 
 from machine import both_paths, ipmi_sim, qarn_bmc, qemu_bmc
+
+sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "tests"))
+from fru_images import area, image_of, record
 
 READ = "ipmitool {} raw >said 2>&1; cat raw"
 DUMP = "rm -f {0}; qarn --{0}dump {0} >said && cat {0}"
@@ -64,32 +68,18 @@ def peer_reads(step, command, wanted, split, start):
 SDR = ("dump", DUMP.format("sdr"), lambda seen: records_in(seen["records"]), sdr_bytes)
 
 
-def summed(data):
-    return data + bytes([-sum(data) & 0xFF])
-
-
-def area(fixed, texts, codes):
-    body = fixed + b"".join(bytes([next(codes) << 6 | len(text)]) + text for text in texts) + b"\xC1"
-    units = (len(body) + 2) // 8 + 1
-    return summed((bytes([1, units]) + body).ljust(units * 8 - 1, b"\0"))
-
-
 LONGEST = [b"%02d" % number + b"x" * 61 for number in range(14)]
 
 
 def inventory(maker, codes=(3,), internal=b""):
     """A device's bytes: an internal use area, every other area, and records of several types and lengths."""
-    codes, records = itertools.cycle(codes), b""
-    for kind, form, content in ((0xC1, 2, bytes(range(11))), (0x00, 2, bytes(24)), (0xC2, 0x82, b"\xFF" * 255)):
-        records += summed(bytes([kind, form, len(content), -sum(content) & 0xFF])) + content
-    areas = [area(fixed, texts, codes) for fixed, texts in (
-        (b"\x11", [b"CP", b"CS", b"custom one", b"two"]),
-        (b"\x19\x80\x1A\x9B", [maker, b"Board", b"B0001", b"P-100", b"", b"board custom", *LONGEST]),
-        (b"\x19", [maker, b"Server", b"S-1", b"1.0", b"X0001", b"", b"", b"custom", b"another"]))]
-    parts = [internal, *areas, records]
-    starts = itertools.accumulate(map(len, parts), initial=8)
-    offsets = [start // 8 if part else 0 for start, part in zip(starts, parts)]
-    return summed(bytes([1, *offsets, 0])) + b"".join(parts)
+    codes = itertools.cycle(codes)
+    return image_of(
+        internal,
+        area(b"\x11", [b"CP", b"CS", b"custom one", b"two"], codes),
+        area(b"\x19\x80\x1A\x9B", [maker, b"Board", b"B0001", b"P-100", b"", b"board custom", *LONGEST], codes),
+        area(b"\x19", [maker, b"Server", b"S-1", b"1.0", b"X0001", b"", b"", b"custom", b"another"], codes),
+        record(0xC1, 2, bytes(range(11))) + record(0, 2, bytes(24)) + record(0xC2, 0x82, 255 * b"\xFF"))
 
 
 def exact_text(image):
