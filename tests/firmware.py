@@ -30,8 +30,7 @@ def srecords(address, data):
 
 
 def serve_card(base=0xFFFFFFF0, size=16, start=0xFFFFFFF8, block=4, chunk=1, flash=b""):
-    """A fresh card whose flash holds these bytes, else a "." in each byte. Without other values it ends at the top of
-    the address space: two blocks, after eight bytes that an update leaves alone."""
+    """A fresh card: its flash holds these bytes, else a "." in each. By itself: two blocks after eight other bytes."""
     fresh(CARD_BASE=f"{base:x}", CARD_SIZE=f"{size:x}", CARD_START=f"{start:x}", CARD_BLOCK=block, CARD_CHUNK=chunk)
     write("../state", f"card.flash {(flash or size * b'.').hex()}\n")
 
