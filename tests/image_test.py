@@ -68,7 +68,8 @@ def test_a_record_is_placed_inside_its_portion_whatever_the_order():
     expect_read(full + srecords(0x2000, b"x"), (0x1000, noise(4096)), (0x2000, b"x"))
     expect_read(end + srecords(0x2000, b"z"), (0x1000, padded(b"a", 4095) + b"x"), (0x2000, b"z"))
     for line, image in ((2, abc + srecords(0xFFF, b"x")), (2, srecords(0x1001, b"a") + empty),
-                        (257, full + srecords(0x1FFF, b"x")), (3, end + srecords(0x1001, b"b"))):
+                        (257, full + srecords(0x1FFF, b"x")), (3, end + srecords(0x1001, b"b")),
+                        (258, full + srecords(0x2010, b"x") + srecords(0x2000, b"y"))):
         expect_refused(f"{line}: the record lies below the portion that is being filled", image)
 
 
