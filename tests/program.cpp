@@ -1,6 +1,10 @@
 // The program of the tests in Python: qarn on the simulated server, with short waits, a limit of
-// file size that can be set, and allocations that fail. A run that ends with the kernel's device
-// open has a status of its own.
+// file size that can be set, allocations that fail, and files that SIGURG makes unreadable. A run
+// that ends with the kernel's device open has a status of its own.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <new>
@@ -23,6 +27,13 @@ unsigned long number_in(const char* variable, unsigned long otherwise) {
 unsigned long allocations = 0;
 const unsigned long failing = number_in("QARN_TEST_FAILING_ALLOCATION", 0);
 
+// Each handle that only reads becomes that of a folder.
+void make_files_unreadable(int) {
+  const int folder = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  for (int handle = STDERR_FILENO + 1; handle < folder; handle++)
+    if ((fcntl(handle, F_GETFL) & O_ACCMODE) == O_RDONLY) dup2(folder, handle);
+}
+
 }  // namespace
 
 void* operator new(size_t size, const std::nothrow_t&) noexcept {
@@ -40,6 +51,7 @@ int main(int argc, char** argv) {
   std::atexit([] {
     if (allocations >= failing && failing != 0) std::fputs("allocation failed\n", stderr);
   });
+  std::signal(SIGURG, make_files_unreadable);
   sim::machine();
   const int status = qarn_main(argc, argv);
   return sim::machine().device_is_open ? DEVICE_LEFT_OPEN : status;
