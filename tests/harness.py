@@ -122,7 +122,7 @@ def _shown_on(ours, typed):
 def _await_sleep(process):
     """Returns when the process has slept for a while."""
     asleep = 0
-    while asleep < 5:
+    while asleep < 5 and process.poll() is None:
         time.sleep(0.02)
         asleep = asleep + 1 if ") S " in content(f"/proc/{process.pid}/stat") else 0
 

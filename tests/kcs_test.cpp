@@ -1,10 +1,12 @@
 // The KCS port driver and its messages, against the BMC's side of the interface.
 #include "transport/kcs_intf.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 
 #include "platform/platform.h"
-#include "tests/harness.h"
+#include "sim/machine.h"
 #include "transport/bmc.h"
 #include "transport/ipmi.h"
 #include "transport/transaction.h"
@@ -19,7 +21,26 @@ constexpr uint16_t DATA = 0xCA8;
 
 const KCS_wait_bounds SHIPPED = KCS_bounds;
 
-struct Kcs : testing::Test {
+std::string repeated(size_t count, const std::string& text) {
+  return count == 0 ? "" : text + repeated(count - 1, text);
+}
+
+// Standard output of `action`.
+std::string console_of(const auto& action) {
+  testing::internal::CaptureStdout();
+  action();
+  return testing::internal::GetCapturedStdout();
+}
+
+// Each test begins with a fresh machine that has the card, and waits a moment for its ports.
+struct Transport : testing::Test {
+  Transport() {
+    sim::reset(sim::Kind::card);
+    KCS_bounds = {20, 3};
+  }
+};
+
+struct Kcs : Transport {
   uint8_t received[KCS_RESPONSE_ROOM] = {};
   BMC_Msg response = {0, BMC_ADDRESS, received};
 
@@ -125,10 +146,11 @@ TEST_F(Kcs, an_abort_ends_with_a_wait_that_fails_or_after_five_attempts) {
   EXPECT_EQ(sim::transcript(), repeated(5, "sleep 200000\n"));
 }
 
+using Message = Transport;
 const Bytes DEVICE_ID = {0x20, 0x18, 0x01};
 const Bytes TARGET = {0x2C, 0x1A, 0x46, 0x02};
 
-TEST(Message, each_step_gives_up_after_its_own_number_of_attempts) {
+TEST_F(Message, each_step_gives_up_after_its_own_number_of_attempts) {
   Response response;
   // IBF never clears after the stream's beginning, so each operation and each re-initialisation
   // pokes once.
@@ -152,7 +174,7 @@ TEST(Message, each_step_gives_up_after_its_own_number_of_attempts) {
   EXPECT_EQ(pokes("", WRITING | IBF, receive), 2 * 3);
 }
 
-TEST(Message, is_not_sent_without_a_command_or_over_another_interface_and_not_read_past_its_end) {
+TEST_F(Message, is_not_sent_without_a_command_or_over_another_interface_and_not_read_past_its_end) {
   for (const char* name : {"BT", "kcs"}) EXPECT_EQ(Init_Interface(name, 0xCAC, 0xCA8, 0), -1);
   Response response;
   EXPECT_FALSE(exchange({Bytes{0x2C, 0x1A}}, &response));

@@ -38,7 +38,9 @@ def stopped_run(line, faults):
     process = start(line, faults, terminal=other, terminals="2", prepare=os.setpgrp)
     assert os.WIFSTOPPED(os.waitpid(process.pid, os.WUNTRACED)[1])
     os.write(other, b"stop")
-    out, shown = content("../out"), os.read(ours, 4096).decode()
+    out, shown = content("../out"), ""
+    while not shown.endswith("stop"):
+        shown += os.read(ours, 4096).decode()
     process.send_signal(signal.SIGCONT)
     os.close(other)
     os.close(ours)
