@@ -74,8 +74,12 @@ constexpr Setting SETTINGS[] = {
      set_kind},
     {"QARN_SIM_USER", "root|nobody", "root", "who runs it; nobody may not touch ports or device",
      [](std::string& value) { return set_choice(value, "root", "nobody", machine().root); }},
-    {"QARN_SIM_INTERFACES", "name,mac[,address];...", "lo only", "the host's network",
-     [](std::string& value) { return add_interfaces(value, machine().interfaces); }},
+    {"QARN_SIM_INTERFACES", "name,mac[,address];...|none", "lo only",
+     "the host's network; none: there is no /proc/net/dev",
+     [](std::string& value) {
+       machine().lists_interfaces = value != "none";
+       return value == "none" || add_interfaces(value, machine().interfaces);
+     }},
     {"QARN_SIM_FAULTS", "kind [key=value]...;...", "none", "what goes wrong, see below",
      add_faults},
 

@@ -35,7 +35,6 @@ struct Machine {
   std::string port_owners;       // as /proc/ioports prints them; empty: there is no such file
   std::string lockdown;          // as /sys/kernel/security/lockdown prints it, likewise
   bool lists_interfaces = true;  // false: no /proc/net/dev
-  bool has_sockets = true;
   std::vector<HostInterface> interfaces;
   uint64_t port_reads = 0;
   uint64_t port_writes = 0;

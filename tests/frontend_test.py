@@ -114,7 +114,7 @@ def test_the_later_fru_option_wins_and_a_save_leaves_the_lan_alone():
     assert seen.said.startswith("Dump FRU to file /dev/null\n")
     assert "ok\nDumping SEL to file /dev/null\nRead firmware and Save" in seen.said
     assert "28 12 " not in seen.sent, "no inventory is written"
-    assert "\n30 0" not in seen.sent
+    assert "\n30 0" not in seen.traffic
 
 
 def test_passwords_that_were_not_given_are_asked_for_before_the_bmc_is_touched():

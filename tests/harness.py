@@ -82,7 +82,7 @@ class Run:
         assert not re.search("Sanitizer|QARN_SIM", self.err + terminal), self.err + terminal
         self.traffic = re.sub("(?m)^< .*\n", "", content("../log")) if os.path.exists("../log") else ""
         self.said = re.sub("(?s)^.*?IPMI Ver:.*?\n", "", self.out)
-        self.sent = self.traffic.partition("18 01\n")[2] or self.traffic.removeprefix("18 01\n")
+        self.sent = self.traffic.split("18 01\n", 1)[-1]
         self.deeds = f"{self.out}status {self.status}\n{self.traffic}"
         self.told = f"{self.err}{self.status}"
 

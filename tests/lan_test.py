@@ -69,7 +69,7 @@ def test_a_parameter_that_cannot_be_read_ends_the_run_with_the_reason():
 
 
 def test_the_first_interface_with_its_mac_gives_the_bmc_its_address():
-    others = ["lo" + CARD + "127.0.0.1", 600 * "n" + CARD + "10.1.2.2"]
+    others = ["lo0" + CARD + "127.0.0.1", 600 * "n" + CARD + "10.1.2.2"]
     others += [f"{name},2:2:2:2:2:2" + ",127.0.0.2" * (name != "a") for name in "abcdefghijklmnop"]
     found = ["eth1:1" + CARD + "10.1.2.3", "eth2" + CARD + "10.1.2.4"]
     settings.update(LAN="4=03", INTERFACES=";".join(others + found))
@@ -80,3 +80,4 @@ def test_the_first_interface_with_its_mac_gives_the_bmc_its_address():
     assert qarn("-a", "refuse netfn=c cmd=1 skip=1 value=d5") == READS + IP + STATIC + "status 0"
     seventeenth = ";".join(["z,2:2:2:2:2:2,127.0.0.2", *others, *found])
     assert qarn("-a", INTERFACES=seventeenth) == READS + "status 0", "only the first 16 are looked at"
+    assert qarn("-a", INTERFACES="none") == READS + "status 0"

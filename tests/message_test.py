@@ -30,7 +30,8 @@ def test_a_request_to_another_address_is_bridged_once_no_message_waits():
     assert seen.sent == sent
     assert exchange(TARGET, faults="attention cmd=1; refuse cmd=30 value=c3")[0] == [
         f"{TARGET} \nClear Receive Message Queue!\ncmd error"]
-    assert exchange("20 19 01", faults="attention cmd=1")[1].sent == "19 01\n", "a direct request goes"
+    answers, seen = exchange("20 19 01", faults="attention cmd=1")
+    assert (answers, seen.sent) == ([f"20 19 01 \nrecv: 20 1D 01 00 {DEVICE_ID}"], "19 01\n"), "a direct request goes"
 
 
 def test_what_goes_wrong_on_the_way_to_a_target_is_said_and_returned():

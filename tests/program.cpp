@@ -1,6 +1,6 @@
 // The program of the tests in Python: qarn on the simulated server, with short waits, a limit of
 // file size that can be set, allocations that fail, and files that SIGURG makes unreadable. A run
-// that ends with the kernel's device open has a status of its own.
+// that ends with the kernel's device open, or a standard stream closed, has a status of its own.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -17,7 +17,7 @@ int qarn_main(int argc, char** argv);
 
 namespace {
 
-constexpr int DEVICE_LEFT_OPEN = 99;
+constexpr int LEFT_IN_DISORDER = 99;
 
 unsigned long number_in(const char* variable, unsigned long otherwise) {
   const char* value = std::getenv(variable);
@@ -54,5 +54,7 @@ int main(int argc, char** argv) {
   std::signal(SIGURG, make_files_unreadable);
   sim::machine();
   const int status = qarn_main(argc, argv);
-  return sim::machine().device_is_open ? DEVICE_LEFT_OPEN : status;
+  bool in_order = !sim::machine().device_is_open;
+  for (const int stream : {0, 1, 2}) in_order = in_order && fcntl(stream, F_GETFD) >= 0;
+  return in_order ? status : LEFT_IN_DISORDER;
 }
