@@ -137,11 +137,11 @@ def test_a_broken_device_leaves_no_dump():
         assert dumped(faults) == "(no file)", what
     serve(zeros)
     assert dumped() != "(no file)"
-    for path in ("/dev/full", "/no/f"):
-        assert qarn("--wfru " + path).startswith("reading FRU......\nwriting file......fail\n28")
-    serve(good, FRU_CLAIMED=110)
-    seen = qarn("--wfru dump")
-    assert seen.startswith("reading FRU......\nchecksum error\n28") and seen.endswith("status 1")
+    for path, claimed, said in (("/dev/full", 112, "writing file......fail"), ("/no/f", 112, "writing file......fail"),
+                                ("dump", 110, "checksum error")):
+        serve(good, FRU_CLAIMED=claimed)
+        seen = qarn("--wfru " + path)
+        assert seen.startswith(f"reading FRU......\n{said}\n28") and seen.endswith("\nstatus 1")
 
 
 def test_zeros_are_no_endless_list_of_records():

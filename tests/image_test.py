@@ -21,7 +21,7 @@ def expect_read(image, *portions):
 
 def expect_refused(reason, image):
     """A verification finds that the image cannot be used."""
-    assert f"\ncannot use the image: line {reason}\nreset" in run("--verify " + write("fw.mot", image)).said, image
+    assert f"OK\ncannot use the image: line {reason}\nreset" in run("--verify " + write("fw.mot", image)).said, image
 
 
 def test_the_name_of_an_image_decides_how_it_is_read():
