@@ -7,7 +7,7 @@
 
 TEST(Line, is_cut_where_there_is_no_room_and_has_zeros_after_its_bytes) {
   char cleaned[5];
-  process_string("  20 18 01\n", cleaned);
+  process_string("\t 20 18 01\n", cleaned);
   EXPECT_STREQ(cleaned, "20 1");
   uint8_t bytes[CONTENT_SIZE];
   const std::string digits(2 * CONTENT_SIZE + 8, '3');
