@@ -16,7 +16,7 @@ GENERATED = 10000 if EVERYTHING else 300
 BANNER = "BMC Utility on Linux version 1.1.3\n"
 IDENTITY = "IPMI Ver: 1.5\tFirmware Rev: 1.23\tVendor ID: 343\tPdt ID: 3\n"
 
-settings = {}  # by the names of sim/environment.cpp without "QARN_SIM_", and of tests/qarn-test.cpp without "QARN_"
+settings = {}  # by the names of sim/environment.cpp without "QARN_SIM_", and of tests/program.cpp without "QARN_"
 
 
 def begin(folder):
