@@ -179,10 +179,8 @@ TEST_F(Message, is_not_sent_without_a_command_or_over_another_interface_and_not_
   EXPECT_EQ(Init_Interface("KCS", 0xCAC, 0xCA8, 0), 0);
   EXPECT_EQ(Send_Req(DEVICE_ID.data(), 2), -1);
   Response response;
-  EXPECT_EQ(console_of([&] {
-              EXPECT_FALSE(exchange({Bytes{0x2C, 0x1A}}, &response));
-            }),
-            "request of 2 bytes has no command: not sent\n");
+  const auto ask = [&] { EXPECT_FALSE(exchange({Bytes{0x2C, 0x1A}}, &response)); };
+  EXPECT_EQ(console_of(ask), "request of 2 bytes has no command: not sent\n");
   EXPECT_EQ(response.bytes[RESPONSE_COMPLETION], 0xFF);
   EXPECT_EQ(sim::transcript(), "");
   response.length = 6;

@@ -7,7 +7,7 @@ READS = ("30 02 01 03 00 00\n30 02 01 05 00 00\n30 02 01 06 00 00\n30 02 01 0C 0
 STATIC = "30 01 01 04 01\n"
 IP = "30 01 01 03 0A 01 02 03\n"
 SHOWN = "\nMAC Address:\t\t\t00:0E:0C:44:10:01\nNet Mask:\t\t\t255.255.255.0\nGate Way:\t\t\t192.168.1.1\n"
-CARD = ",00:0e:0c:44:10:01,"  # an interface's MAC address
+CARD = ",00:0e:0c:44:10:01,"  # the BMC's MAC address, as that of an interface
 
 
 def qarn(line, faults="", **values):

@@ -73,7 +73,7 @@ def test_a_response_of_the_kernel_counts_only_as_far_as_it_came():
     for request, faults, kernel, says in (
             ("18 46 02", "shorten cmd=46 value=3", "", IDENTITY + "response is 1C 46 00 4F 70 \n"),
             ("18 01", "answer skip=1", "", IDENTITY + "response is 1C 01 \n"),
-            ("18 02 1", "answer skip=1 bytes=" + 257 * "00", "",
+            ("18 02", "answer skip=1 bytes=" + 257 * "00", "",
              IDENTITY + "Error receiving message: Message too long\nresponse is 1C 02" + 256 * " 00" + " \n"),
             ("18 01", "", "send=5", 2 * ("Error sending command: Input/output error\n" + late)),
             ("18 01", "", "select=9", 2 * ("Select fail\n" + late)),

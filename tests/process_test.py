@@ -10,7 +10,7 @@ import time
 from harness import content, fresh, run, start, write
 
 ENDED_BEFORE = "qarn: Terminated: ended before the BMC was touched\n143"
-# Virtual seconds of waiting at the ports: as many polls as the shipped program makes, and no log of them.
+# The ports are waited for up to 15 virtual seconds, with few polls and no log of them.
 LONG_WAITS = dict(TEST_POLLS=1, TEST_PASSES=300000, LOG="")
 
 

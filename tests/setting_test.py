@@ -14,12 +14,11 @@ def test_each_setting_reaches_the_run():
 
 
 def test_a_setting_that_is_not_understood_ends_the_run_and_its_part_is_named():
-    for name, value in (("QARN_SIM", "blade"), ("QARN_SIM_FAULTS", "refuse cmd=01;explode"),
-                        ("QARN_SIM_INTERFACES", "lo0,00:00:00:00:00:00;eth0"), ("QARN_SIM_PORTS", "ca3,ca2;ca8"),
-                        ("QARN_SIM_LAN", "3=0a000001;300=01"), ("QARN_SIM_KERNEL", "send=5;wait=4"),
-                        ("QARN_SIM_TARGETS", "2c;100"), ("QARN_SIM_FRU_SIZE", "70000"), ("QARN_SIM_CARD_AWAY", "-1"),
-                        ("QARN_SIM_STATE", "."), ("QARN_SIM_STATE", write("text", "# no state\n"))):
-        process = start("-d", **{name.removeprefix("QARN_").removeprefix("SIM_"): value})
-        part = value.split(";")[-1]
-        assert (process.wait(60), content("../err")) == (2, f'{name}: "{part}" is not understood\n')
+    for name, value in (("SIM", "blade"), ("FAULTS", "refuse cmd=01;explode"), ("PORTS", "ca3,ca2;ca8"),
+                        ("INTERFACES", "lo0,00:00:00:00:00:00;eth0"), ("LAN", "3=0a000001;300=01"),
+                        ("KERNEL", "send=5;wait=4"), ("TARGETS", "2c;100"), ("FRU_SIZE", "70000"), ("CARD_AWAY", "-1"),
+                        ("STATE", "."), ("STATE", write("text", "# no state\n"))):
+        process = start("-d", **{name: value})
+        whole, part = f"QARN_SIM_{name}".removesuffix("_SIM"), value.split(";")[-1]
+        assert (process.wait(60), content("../err")) == (2, f'{whole}: "{part}" is not understood\n')
         assert content("../out") == ""
