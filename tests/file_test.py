@@ -196,14 +196,15 @@ def test_a_definition_file_beyond_the_limit_is_refused():
     records = "_SDR (\n_SDR_TYPE 01\n_REC_LEN 06\n01 00 51 01 01 AA\n)\n# end"
     for line, text, says in (
             ("--sdr text", records, "line 6: the file is too long\nload sdr file "),
-            ("--sdr a.dat", 16 * "h" + "Z\x08\x01\x00\x51\x01\x01\xAAend.", "offset 26: the file is too long\nload sdr file "),
+            ("--sdr a.dat", 16 * "h" + "Z\x08\x01\0Q\x01\x01\xAAend.",
+             "offset 26: the file is too long\nload sdr file "),
             ("--fru text", "_FRU\n_DEV_ID 01\n// end", "line 3: the file is too long\nCannot read file "),
             ("--cfg text", "20 18 01\n20 18 46 02\n", "line 2: the file is too long\n")):
         write(line.split(" ")[1], text)
         assert "too long" not in run(line, TEST_FILE_LIMIT=len(text)).out, line
         seen = run(line, TEST_FILE_LIMIT=len(text) - 1)
         assert says in seen.out and seen.out.count("too long") == 1
-        assert "28 27" not in seen.traffic and "18 46 02" not in seen.traffic, "nothing is erased, the script ends there"
+        assert "28 27" not in seen.traffic and "18 46 02" not in seen.traffic, "no erase, the script ends"
     write("comment", "# " + 200000 * "x")  # counts, although it is not kept
     for line in ("--sdr /dev/zero", "--fru /dev/zero", "--cfg comment"):
         assert "line 1: the file is too long\n" in run(line, TEST_FILE_LIMIT=100000).out, line

@@ -3,7 +3,7 @@
 from harness import run, settings
 
 # What -d reads: address, MAC address, mask, gateway, source of the address.
-READS = ("30 02 01 03 00 00\n30 02 01 05 00 00\n30 02 01 06 00 00\n30 02 01 0C 00 00\n30 02 01 04 00 00\n")
+READS = "30 02 01 03 00 00\n30 02 01 05 00 00\n30 02 01 06 00 00\n30 02 01 0C 00 00\n30 02 01 04 00 00\n"
 STATIC = "30 01 01 04 01\n"
 IP = "30 01 01 03 0A 01 02 03\n"
 SHOWN = "\nMAC Address:\t\t\t00:0E:0C:44:10:01\nNet Mask:\t\t\t255.255.255.0\nGate Way:\t\t\t192.168.1.1\n"
@@ -17,11 +17,13 @@ def qarn(line, faults="", **values):
 
 
 def test_the_configuration_is_shown_then_set_each_address_after_its_static_source():
-    assert qarn("--arp=1 -n 255.255.0.0 -g 10.1.0.1 -m 2:0:0:aB:cd:EF -i 10.1.2.3 -d --dhcp -e 18 02", LAN="3=0a00c8ff") == (
+    line = "--arp=1 -n 255.255.0.0 -g 10.1.0.1 -m 2:0:0:aB:cd:EF -i 10.1.2.3 -d --dhcp -e 18 02"
+    assert qarn(line, LAN="3=0a00c8ff") == (
         "enable DHCP\nDHCP\t\t\tEnable\nBMC IP Address:\t\t\t10.0.200.255" + SHOWN + "response is 1C 02 00 \n"
         "30 01 01 04 02\n" + READS + STATIC + IP + "30 01 01 05 02 00 00 AB CD EF\n" + STATIC +
         "30 01 01 0C 0A 01 00 01\n" + STATIC + "30 01 01 06 FF FF 00 00\n30 01 01 0A 01\n18 02\nstatus 0")
-    assert qarn("-i 10.1.2.3 --arp=2", "refuse netfn=c cmd=1 times=0 value=d5") == STATIC + IP + "30 01 01 0A 00\nstatus 0"
+    assert qarn("-i 10.1.2.3 --arp=2", "refuse netfn=c cmd=1 times=0 value=d5") == STATIC + IP + (
+        "30 01 01 0A 00\nstatus 0")
 
 
 def test_every_request_goes_to_the_channel_that_is_given():

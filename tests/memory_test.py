@@ -5,7 +5,7 @@ from harness import content, hold, run, write
 LOG = "Dumping SEL to file out\n"
 LOST = ": out of memory\nCannot read file server\n"
 FRU = "Dump FRU to file out\nDump FRU to File out\nreading FRU......\n"
-# Words of a run; what a complete dump ends with, or the request that changes the BMC begins with; the outcomes, when the
+# Words of a run; what a whole dump ends with, or the request that changes the BMC begins with; the outcomes, when the
 # first allocation fails, the second and so on, at last none; equal ones that follow each other stand once.
 ACTIONS = (
     ("--sdr records", "28 27 ", (  # Clear SDR Repository
@@ -15,7 +15,8 @@ ACTIONS = (
     ("--sdrdump out", "\n\n)\n", (
         "0, done: ",  # without the comments of util.dat
         "0, not done: Get SDR Record 00 00 Fail\n", "0, not done: Get SDR Record 02 00 Fail\n", "0, done: ")),
-    ("--seldump out", 17 * ("00 " * 15 + "00\n"), (f"0, not done: {LOG}Get SEL Fail:\tOut of memory\n", f"0, done: {LOG}")),
+    ("--seldump out", 17 * (15 * "00 " + "00\n"), (
+        f"0, not done: {LOG}Get SEL Fail:\tOut of memory\n", f"0, done: {LOG}")),
     ("--fru server", "28 12 ", (  # Write FRU Data
         "1, not done: Cannot read file server\n", *(f"1, not done: line {line}{LOST}" for line in (1, 4, 6, 8)),
         "1, not done: writing FRU......\nUpdate FRU fail\n", "0, done: writing FRU......\nUpdate successfully\n")),
