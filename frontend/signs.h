@@ -6,7 +6,7 @@ struct Options;
 // Notes a sign; `text` has one %s for the word. Both must outlive the record.
 void note_argument(Options* options, const char* text, const char* word);
 
-// Of the whole command line, before it is parsed: a long name behind one dash, a password that is
+// Of the whole command line, before it is parsed: a long name after one dash, a password that is
 // not attached to its option. That word is overwritten with zeros. Sets `strict` if it will be
 // given.
 void look_at_words(int argc, char** argv, Options* options);

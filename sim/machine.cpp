@@ -12,26 +12,13 @@ namespace {
 
 constexpr int POWER_CUT_STATUS = 137;
 
-// Where to keep what when the process ends.
-struct Keeping {
-  std::string state_path;
-  std::string transcript_path;
-  bool at_exit = false;
-};
-
 bool ready = false;
 Machine the_machine;
 
-// Never destroyed: exit handlers still need it.
-Keeping& keeping() {
-  static Keeping* const kept = new Keeping();
+// Where the contents are kept when the process ends. Never destroyed: exit handlers still need it.
+std::string& state_path() {
+  static std::string* const kept = new std::string();
   return *kept;
-}
-
-void finish_at_exit() {
-  if (keeping().at_exit) return;
-  keeping().at_exit = true;
-  std::atexit(finish);
 }
 
 [[noreturn]] void die() {
@@ -85,26 +72,14 @@ void pause(uint64_t microseconds) {
 
 void keep_state(const std::string& path) {
   load_state(path, machine().bmc);
-  keeping().state_path = path;
-  finish_at_exit();
-}
-
-void keep_transcript(const std::string& path) {
-  keeping().transcript_path = path;
-  finish_at_exit();
+  if (state_path().empty()) std::atexit(finish);
+  state_path() = path;
 }
 
 void finish() {
-  const Keeping& kept = keeping();
-  if (!kept.state_path.empty() && !save_state(kept.state_path, the_machine.bmc)) {
-    std::fprintf(stderr, "%s: the state cannot be written\n", kept.state_path.c_str());
+  if (!state_path().empty() && !save_state(state_path(), the_machine.bmc)) {
+    std::fprintf(stderr, "%s: the state cannot be written\n", state_path().c_str());
   }
-  if (kept.transcript_path.empty()) return;
-  FILE* file = std::fopen(kept.transcript_path.c_str(), "we");
-  if (file == nullptr) return;
-  const std::string lines = transcript();
-  std::fwrite(lines.data(), 1, lines.size(), file);
-  std::fclose(file);
 }
 
 }  // namespace sim

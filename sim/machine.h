@@ -58,8 +58,6 @@ void pause(uint64_t microseconds);
 
 // Contents are read from this file now, if it exists, and written to it when the process ends.
 void keep_state(const std::string& path);
-// The transcript (sim/log.h) is written to this file when the process ends.
-void keep_transcript(const std::string& path);
 // Writes what is to be kept now: for a process that ends without its exit handlers.
 void finish();
 

@@ -51,9 +51,8 @@ Reply get_record(Bmc& bmc, const Bytes& data) {
   const Bytes& record = found->second;
   if (offset > record.size()) return {PARAMETER_OUT_OF_RANGE, {}};
   const size_t left = record.size() - offset;
-  size_t count = data[5] == WHOLE ? left : data[5];
-  if (count > left && !sdr.answers_short) return {PARAMETER_OUT_OF_RANGE, {}};
-  count = std::min(count, left);
+  // A read beyond the record's end gives what there is.
+  const size_t count = data[5] == WHOLE ? left : std::min<size_t>(data[5], left);
   if (count > sdr.longest_read) return {TOO_MANY_BYTES, {}};
   const auto next = std::next(found);
   Reply reply;
@@ -65,8 +64,7 @@ Reply get_record(Bmc& bmc, const Bytes& data) {
 // The ID of the next record, or LAST when there is no room for it.
 uint16_t new_id(const SdrStore& sdr) {
   if (sdr.records.size() >= sdr.room) return LAST;
-  return sdr.records.empty() ? sdr.first_id
-                             : static_cast<uint16_t>(sdr.records.rbegin()->first + 1);
+  return sdr.records.empty() ? 1 : static_cast<uint16_t>(sdr.records.rbegin()->first + 1);
 }
 
 Reply keep(Bmc& bmc, uint16_t id, Bytes record) {

@@ -14,11 +14,9 @@ SdrRecords sample_sdr_records();
 
 struct SdrStore : Repository {
   SdrRecords records = sample_sdr_records();
-  bool partial_add = true;    // false: Partial Add SDR is no command of this BMC
-  unsigned erase_polls = 0;   // how often an erase reports that it is still in progress
-  size_t longest_read = 64;   // record bytes in one Get SDR answer, 0xCA beyond
-  bool answers_short = true;  // reads beyond a record's end give what there is; false: 0xC9
-  uint16_t first_id = 1;      // of the first record after an erase
+  bool partial_add = true;   // false: Partial Add SDR is no command of this BMC
+  unsigned erase_polls = 0;  // how often an erase reports that it is still in progress
+  size_t longest_read = 64;  // record bytes in one Get SDR answer, 0xCA beyond
 
   unsigned erase_left = 0;  // of erase_polls
   uint16_t open_id = 0;     // the record that Partial Add is building; 0: none

@@ -226,7 +226,7 @@ def test_no_file_takes_the_place_of_a_closed_standard_stream():
     settings.update(LOG="", STATE="")  # whose files would take the place
     run("--save usual")
     for streams in ((0,), (1,), (2,), (0, 1), (0, 1, 2)):
-        assert run("--save dump", prepare=close_streams).status == 0, streams  # otherwise that of tests/program.cpp
+        assert run("--save dump", prepare=close_streams).status == 0, streams  # 99: one is closed at the end
         assert content("dump") == content("usual") and len(content("dump")) == 0x2000, streams
 
 

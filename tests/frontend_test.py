@@ -83,7 +83,7 @@ def test_the_bmc_is_found_on_each_port_pair_and_device_and_traced():
 
 
 def test_the_kernel_device_is_closed_at_the_end():
-    assert run("--open").status == 0  # otherwise that of tests/program.cpp
+    assert run("--open").status == 0  # tests/program.cpp makes 99 of a device that is left open
 
 
 def test_without_a_way_to_the_bmc_the_status_is_255():

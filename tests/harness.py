@@ -119,7 +119,7 @@ def _shown_on(ours, typed):
             typed = typed[1:]
 
 
-def _await_sleep(process):
+def await_sleep(process):
     """Returns when the process has slept for a while."""
     asleep = 0
     while asleep < 5 and process.poll() is None:
@@ -136,7 +136,7 @@ def run(line, typed=(), signal=None, **how):
         os.close(other)
         terminal = _shown_on(ours, typed)
     if signal:
-        _await_sleep(process)
+        await_sleep(process)
         process.send_signal(signal)
     try:
         return Run(process.wait(60), terminal)

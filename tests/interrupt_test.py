@@ -89,7 +89,7 @@ def test_the_card_never_stays_in_its_downloader():
 
 
 def test_a_reader_that_goes_away_changes_nothing():
-    # At each request in turn, or at every third of those that are tried.
+    # At every third request, or at each.
     image = made_by("--save image")
     for line in ("-d --sp1=new --users -e 18 01", "--debug -i 10.0.0.2", "--sdr " + made_by("--sdrdump records"),
                  "--fru " + made_by("--wfru inventory"), "-u " + image, "--verify " + image, "--save dump",

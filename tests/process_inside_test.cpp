@@ -27,18 +27,6 @@ TEST(Process, a_signal_that_has_come_ends_a_later_wait_too) {
   EXPECT_EXIT(std::_Exit(is_ended() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
-TEST(Process, a_signal_that_is_ignored_at_the_start_does_not_count_when_signals_are_let_in) {
-  const auto is_ignored = [] {
-    signal(SIGHUP, SIG_IGN);
-    platform::signals_hold();
-    platform::signals_let_in(true);
-    raise(SIGHUP);
-    platform::signals_let_in(false);
-    return platform::signals_pending() == 0;
-  };
-  EXPECT_EXIT(std::_Exit(is_ignored() ? 0 : 1), testing::ExitedWithCode(0), "");
-}
-
 #ifndef __SANITIZE_ADDRESS__
 TEST(Process, an_index_past_the_end_is_said_and_ends_it) {
   const std::string_view text = "index";

@@ -7,7 +7,7 @@ import signal
 import termios
 import time
 
-from harness import content, fresh, run, start, write
+from harness import await_sleep, content, fresh, run, start, write
 
 ENDED_BEFORE = "qarn: Terminated: ended before the BMC was touched\n143"
 # The ports are waited for up to 15 virtual seconds, with few polls and no log of them.
@@ -21,10 +21,16 @@ def test_every_signal_that_would_end_it_waits_for_the_end_of_an_update():
         assert seen.status == 128 + number and seen.out.endswith("Exit Downloader......OK\n"), number
 
 
-def test_a_signal_that_was_ignored_at_the_start_stays_ignored():
+def test_a_signal_that_was_ignored_at_the_start_stays_ignored_even_while_a_file_is_waited_for():
     def ignore():
         signal.signal(signal.SIGHUP, signal.SIG_IGN)
     assert run("-d", faults="signal value=1", prepare=ignore).told == "0"
+    os.mkfifo("fifo")
+    process = start("--cfg fifo", prepare=ignore)
+    await_sleep(process)
+    process.send_signal(signal.SIGHUP)
+    write("fifo", "20 18 01\n")
+    assert process.wait(60) == 0
 
 
 def test_a_signal_after_the_last_request_is_said_too():

@@ -34,6 +34,12 @@ def area(text):
     return held()["fru.00"][9:].rstrip(b"\0")
 
 
+def record(text):
+    """What these lines of a sensor record, after its header, come to in the repository."""
+    run("--nrst --sdr " + write("a", "_SDR (\n_SDR_TYPE\n_REC_LEN 0104\n01 00 51 C0 FF\n" + text))
+    return held()["sdr.records"][5:].rstrip(b"\0")
+
+
 def test_a_line_loses_leading_blanks_and_its_comment_and_gives_bytes_from_digits_and_quoted_text():
     assert run("--cfg " + write("a", "\n \t# x\n//\n5 // x\n)")).said == ""
     # A digit after quoted text completes the pair that was open before it: the last byte changes.
@@ -44,8 +50,9 @@ def test_a_line_loses_leading_blanks_and_its_comment_and_gives_bytes_from_digits
 
 
 def test_lines_read_the_same_with_a_comment_in_any_column():
-    # A script has room for 1023 characters of a line, an inventory for 255.
+    # A script and a sensor record have room for 1023 characters of a line, an inventory for 255.
     for room, read, line, sent, with_slash in ((1023, requests, "20 18 01", "18 01\n", "18 01 01\n"),
+                                               (1023, record, "AA", b"\xAA", b"\xAA\xAA"),
                                                (255, area, "20", b"\x20", b"\x20\x20")):
         starts = {column: f"{line:{column - 1}}" for column in range(room - 7, room + 8)}
         text = "".join(f"{start}{comment}\n{line}\n" for start in starts.values() for comment in COMMENTS)

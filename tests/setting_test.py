@@ -4,12 +4,16 @@ from harness import content, run, start, write
 
 
 def test_each_setting_reaches_the_run():
-    # Those that are left out here are used by the tests of what they change.
-    for line, shows, setting in (("-d", "KCS_INIT error", {"SIM": "none"}),
-                                 ("-d", "get Device ID failed", {"FAULTS": "refuse cmd=01 value=c3"}),
-                                 ("--wfru dump", "checksum error", {"FRU_READ_LIMIT": 4}),
-                                 ("--debug --wfru dump", "20 2c 10 00 10 00", {"FRU_SIZE": 16}),
-                                 ("--save dump", "Cannot enter downloader", {"CARD_CODE": "OTHERONE"})):
+    for line, shows, setting in (
+            ("-d", "KCS_INIT error", {"SIM": "none"}), ("--wfru dump", "checksum error", {"FRU_REFUSAL": 81}),
+            ("-d", "get Device ID failed", {"FAULTS": "refuse cmd=01 value=c3"}),
+            ("-e 28 25 0", "25 C1", {"SDR_PARTIAL_ADD": "no"}), ("-e 28 24 1 0 51 C0 0", "24 C4", {"SDR_ROOM": 12}),
+            ("--wfru d", "checksum error", {"FRU_READ_LIMIT": 4}), ("-e 28 44" + 16 * " 0", "44 C4", {"SEL_ROOM": 3}),
+            ("--debug --wfru dump", "20 2c 10 00 10 00", {"FRU_SIZE": 16}),
+            ("--sdrdump dump", "Get SDR Record 00 00 Fail", {"SDR_LONGEST_READ": 15}),
+            ("--save dump", "Cannot enter downloader", {"CARD_CODE": "OTHERONE"}),
+            ("--save dump", "cannot return normal state", {"CARD_READY": 99}),
+            ("--save dump", "Exit Downloader......cmd error", {"CARD_AWAY": 99})):
         assert shows in run(line, STATE="", **setting).out
 
 
