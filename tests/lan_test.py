@@ -22,8 +22,8 @@ def test_the_configuration_is_shown_then_set_each_address_after_its_static_sourc
         "enable DHCP\nDHCP\t\t\tEnable\nBMC IP Address:\t\t\t10.0.200.255" + SHOWN + "response is 1C 02 00 \n"
         "30 01 01 04 02\n" + READS + STATIC + IP + "30 01 01 05 02 00 00 AB CD EF\n" + STATIC +
         "30 01 01 0C 0A 01 00 01\n" + STATIC + "30 01 01 06 FF FF 00 00\n30 01 01 0A 01\n18 02\nstatus 0")
-    assert qarn("-i 10.1.2.3 --arp=2", "refuse netfn=c cmd=1 times=0 value=d5") == (
-        f"{STATIC}{IP}30 01 01 0A 00\nstatus 0")
+    refused = qarn("-i 10.1.2.3 --arp=2", "refuse netfn=c cmd=1 times=0 value=d5")
+    assert refused == f"{STATIC}{IP}30 01 01 0A 00\nstatus 0"
 
 
 def test_every_request_goes_to_the_channel_that_is_given():

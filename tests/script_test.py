@@ -1,6 +1,6 @@
 """Lines of definition files, and scripts of raw requests."""
 
-from harness import ROOT, held, hold, run, write
+from harness import ROOT, content, held, hold, run, write
 
 COMMENTS = ("//", "//A", "///", "#", "#A", "#" + 400 * " 20 18 02")  # the last is longer than any room
 
@@ -9,16 +9,16 @@ def test_a_script_sends_each_line_and_names_one_that_is_no_request():
     # Line 2 is longer than the buffer: two requests, but one line to the reader.
     long_line = f"{'20 18 46 02':1023}203002\t01 63 00 00\r\n"
     seen = run("--cfg " + write("a", "20 18\n" + long_line + "#\n  01     # one\n 20 18 02 // end\r\n'"))
-    assert seen.status == 0
-    assert seen.said + seen.sent == (
-        "line 1: 2 of the 3 bytes that a request needs at least: not sent\n"
+    assert (seen.status, seen.said + seen.sent) == (
+        0, "line 1: 2 of the 3 bytes that a request needs at least: not sent\n"
         f"send: 20 18 46 02 \nrecv: 20 1C 46 00 4F 70 65 72 61 74 6F 72 {8 * '00 '}\n\n"
         "send: 20 30 02 01 63 00 00 \nrecv: 20 34 02 80 \n\n"
         "line 4: 1 of the 3 bytes that a request needs at least: not sent\n"
         "send: 20 18 02 \nrecv: 20 1C 02 00 \n\n18 46 02\n30 02 01 63 00 00\n18 02\n")
     seen = run("--cfg no-such-file")
     assert (seen.said, seen.traffic, seen.status) == ("", "18 01\n", 0)
-    assert run(f"--cfg {ROOT}/data/sample.cfg").sent == "18 01\n18 46 02\n30 02 01 03 00 00\n28 40\n"
+    sample = write("sample", content(ROOT / "data/sample.cfg"))
+    assert run("--cfg " + sample).sent == "18 01\n18 46 02\n30 02 01 03 00 00\n28 40\n"
 
 
 def requests(text):

@@ -157,7 +157,7 @@ def dumped_with(comments):
 
 
 def test_text_has_a_byte_a_line_and_its_comments_from_util_dat_in_one_column():
-    run(f"--sdr {ROOT}/data/sample.sdr")
+    run("--sdr " + write("sample", content(ROOT / "data/sample.sdr")))
     assert "// ID string type (bits 7..6) and length" in dumped_with(content(ROOT / "data/util.dat"))
     assert content("a").count("_SDR_TYPE") == 6
     # A section goes on where it stopped, and takes 43 lines in all.
